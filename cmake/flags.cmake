@@ -1,0 +1,23 @@
+# Warnings, hardening and sanitizers, the same for every target of the project.
+include(CheckPIESupported)
+check_pie_supported(LANGUAGES CXX)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+
+add_compile_options(-Wall -Wextra -Wpedantic -Wshadow -Wconversion)
+if(HDTV_WERROR)
+  add_compile_options(-Werror)
+endif()
+
+# A build for the board is small; nothing here is so hot that -O3 would pay for its size.
+string(REPLACE "-O3" "-O2" CMAKE_CXX_FLAGS_RELEASE "${CMAKE_CXX_FLAGS_RELEASE}")
+
+add_compile_options(-fstack-protector-strong)
+add_link_options(-Wl,-z,relro,-z,now)
+if(HDTV_SANITIZERS)
+  # Fortified calls would hide overflows from the sanitizers' own checks.
+  add_compile_options(-fsanitize=${HDTV_SANITIZERS} -fno-sanitize-recover=all
+                      -fno-omit-frame-pointer -O1 -g)
+  add_link_options(-fsanitize=${HDTV_SANITIZERS})
+else()
+  add_compile_options($<$<CONFIG:Release>:-U_FORTIFY_SOURCE> $<$<CONFIG:Release>:-D_FORTIFY_SOURCE=2>)
+endif()

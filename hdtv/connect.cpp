@@ -1,0 +1,34 @@
+#include "hdtv/connect.h"
+
+#include "hdtv/descriptor.h"
+#include "hdtv/dispatch.h"
+#include "hdtv/gateway_address.h"
+#include "hdtv/message.h"
+#include "hdtv/protocol.h"
+
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <tuple>
+#include <unistd.h>
+
+void connect_fn(int fd, short /*event*/, void * /*arg*/) {
+    sockaddr_in sa{};
+    socklen_t len = sizeof sa;
+    gateway_message buf;
+    const int cfd = accept(fd, reinterpret_cast<sockaddr *>(&sa), &len);
+    if (cfd < 0) {
+        return;
+    }
+    set_close_on_exec(cfd);
+    const auto msg_sz =
+        static_cast<int>(read(cfd, buf.receive_area(), protocol::tcp_message_limit));
+    if (msg_sz < 0) {
+        // The connection stays open, known and kept.
+        return;
+    }
+    std::ignore = shutdown(cfd, SHUT_RDWR);
+    close(cfd);
+    buf.set_size(msg_sz);
+    learn_gateway(sa.sin_addr);
+    dispatch_message(buf, channel::tcp);
+}

@@ -1,0 +1,12 @@
+#include "hdtv/dhcp_client.h"
+
+#include "hdtv/child_process.h"
+#include "hdtv/hdtv.h"
+
+pid_t udhcpc_pid;
+
+void setup_dhcp_background_process() {
+    run_program("/usr/bin/killall", {"killall", "-9", "udhcpc"});
+    // 30 discovery requests, 30 seconds until the next round, done once there is an address.
+    udhcpc_pid = start_program("/sbin/udhcpc", {"udhcpc", "-t", "30", "-A", "30", "-q"});
+}

@@ -1,0 +1,43 @@
+#include "hdtv/gateway_address.h"
+
+#include "bstrlib/bstr_owner.h"
+#include "bstrlib/bstrlib.h"
+#include "hdtv/descriptor.h"
+#include "hdtv/hdtv.h"
+#include "hdtv/network_identity.h"
+
+#include <arpa/inet.h>
+#include <cstdio>
+#include <fcntl.h>
+#include <unistd.h>
+
+bstring current_gateway;
+
+namespace {
+
+constexpr const char *gateway_file = "/dev/shm/current_gateway";
+constexpr mode_t file_mode = 0777;
+
+} // namespace
+
+void learn_gateway(in_addr peer) {
+    if (use_oru_proxy || current_gateway != nullptr) {
+        return;
+    }
+    current_gateway = bfromcstr(inet_ntoa(peer));
+    std::printf("Setting Gateway Address: %s\n", bstr_text(current_gateway));
+    write_gateway_file();
+}
+
+void write_gateway_file() {
+    unsigned char mac[7] = {};
+    get_mac_address(mac);
+    const bstr_owner json(
+        bformat("{\"gateway_addr\": \"%s\", \"mac_addr\": \"%02X%02X%02X%02X%02X%02X\"}",
+                bstr_text(current_gateway), mac[0], mac[1], mac[2], mac[3], mac[4], mac[5]));
+    const int fd = open(gateway_file, O_WRONLY | O_CREAT | O_TRUNC, file_mode);
+    if (json) {
+        write_once(fd, {bstr_text(json.get()), static_cast<std::size_t>(json->slen)});
+    }
+    close(fd);
+}

@@ -1,0 +1,5 @@
+#include "hdtv/startup.h"
+
+int main(int argc, char **argv) {
+    return run_service(argc, argv);
+}

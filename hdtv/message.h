@@ -1,0 +1,66 @@
+#pragma once
+
+#include "hdtv/protocol.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdint>
+
+/// A received message: its 4096 bytes, zero beyond what was received, and a terminator behind them
+/// that no receive can overwrite. Every position that lies outside reads as zero or as the empty
+/// text, and writing there does nothing: whatever the bytes say, nothing else is ever touched.
+class gateway_message {
+  public:
+    /// Where a receive puts the message: room for protocol::message_capacity bytes.
+    unsigned char *receive_area() {
+        return bytes_.data();
+    }
+
+    /// The count that the receive returned.
+    void set_size(int size) {
+        size_ = std::clamp(size, 0, protocol::message_capacity);
+    }
+
+    int size() const {
+        return size_;
+    }
+
+    std::uint8_t byte(int position) const {
+        return is_inside(position) ? bytes_[static_cast<std::size_t>(position)] : std::uint8_t{0};
+    }
+
+    /// The big-endian 16-bit number at position.
+    int number(int position) const {
+        return byte(position) * 256 + byte(position + 1);
+    }
+
+    /// The text from position to the first zero byte.
+    const char *text(int position) const {
+        return reinterpret_cast<const char *>(bytes_.data()) + start_of(position);
+    }
+
+    /// How many of the wanted bytes from position there are before the end of the buffer.
+    int available(int position, int wanted) const {
+        return std::min(wanted, protocol::message_capacity - start_of(position));
+    }
+
+    /// Ends every text that runs over position.
+    void cut_text(int position) {
+        if (is_inside(position)) {
+            bytes_[static_cast<std::size_t>(position)] = 0;
+        }
+    }
+
+  private:
+    static bool is_inside(int position) {
+        return position >= 0 && position < protocol::message_capacity;
+    }
+
+    // The terminator's place for everything outside.
+    static int start_of(int position) {
+        return is_inside(position) ? position : protocol::message_capacity;
+    }
+
+    std::array<unsigned char, protocol::message_capacity + 1> bytes_{};
+    int size_ = 0;
+};

@@ -1,0 +1,170 @@
+#include "hdtv/startup.h"
+
+#include "bstrlib/bstr_owner.h"
+#include "bstrlib/bstrlib.h"
+#include "hdtv/alert_document.h"
+#include "hdtv/config_store.h"
+#include "hdtv/connect.h"
+#include "hdtv/descriptor.h"
+#include "hdtv/dhcp_client.h"
+#include "hdtv/gateway_records.h"
+#include "hdtv/hdtv.h"
+#include "hdtv/kiosk.h"
+#include "hdtv/network_identity.h"
+#include "hdtv/protocol.h"
+#include "hdtv/proxy.h"
+
+#include <algorithm>
+#include <arpa/inet.h>
+#include <csignal>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <event.h>
+#include <fcntl.h>
+#include <iterator>
+#include <linux/kd.h>
+#include <netinet/in.h>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
+#include <tuple>
+#include <unistd.h>
+
+namespace {
+
+event connect_event;
+
+int handle_option(const char *option) {
+    if (std::strcmp(option, "-v") == 0) {
+        std::printf("PERIPHERAL_VERSION: %d\n", protocol::version);
+        return 0;
+    }
+    std::printf("Error: Unrecognized Option \"%s\"\n", option);
+    return 1;
+}
+
+// Lines appear at once, whether standard output is a console, a pipe or a log; and a reader of it,
+// or a peer, that goes away does not end the service.
+void prepare_process() {
+    std::ignore = std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
+    std::ignore = std::signal(SIGPIPE, SIG_IGN);
+}
+
+bool set_console_to_text_mode() {
+    const int fd = open("/dev/tty0", O_RDONLY);
+    if (fd < 0) {
+        std::printf("Can't open console");
+        return false;
+    }
+    std::ignore = ioctl(fd, KDSETMODE, KD_TEXT);
+    close(fd);
+    return true;
+}
+
+sockaddr_in any_address(std::uint16_t port) {
+    sockaddr_in sa{};
+    sa.sin_family = AF_INET;
+    sa.sin_port = htons(port);
+    sa.sin_addr.s_addr = htonl(INADDR_ANY);
+    return sa;
+}
+
+int open_bound_socket(int type, const sockaddr_in &sa) {
+    const int fd = socket(AF_INET, type, 0);
+    set_close_on_exec(fd);
+    std::ignore = bind(fd, reinterpret_cast<const sockaddr *>(&sa), sizeof sa);
+    return fd;
+}
+
+int open_command_socket(const sockaddr_in &sa) {
+    const int fd = open_bound_socket(SOCK_STREAM, sa);
+    std::ignore = listen(fd, 0);
+    return fd;
+}
+
+// Logging is on from the start, so the key changes nothing: it can only switch on what is on.
+void read_log_alerts() {
+    // Never released: a few bytes at start-up, known and kept.
+    bstring value = get_config_option(config_file, "log_alerts");
+    if (biseqcstrcaseless(value, "true") == 1) {
+        log_alerts = true;
+    }
+}
+
+void publish_first_status() {
+    in_addr ip{};
+    ip.s_addr = get_ip_address();
+    const bstr_owner text(bfromcstr(inet_ntoa(ip)));
+    if (biseqcstr(text.get(), "0.0.0.0") == 1) {
+        write_status_document("No Network Connection");
+        setup_dhcp_background_process();
+        return;
+    }
+    has_ip_address = true;
+    choose_proxy(bstr_text(text.get()));
+    write_status_document(bstr_text(text.get()));
+}
+
+// Unasked, so that the gateway learns of the unit after a restart. `sa` is the address of the
+// sockets: a comm_gw that cannot be parsed leaves its 0.0.0.0 in place.
+void send_gratuitous_rollcall_reply(sockaddr_in sa) {
+    const bstr_owner comm_gw(get_config_option(config_file, "comm_gw"));
+    if (!comm_gw) {
+        return;
+    }
+    const char *address = bstr_text(comm_gw.get());
+    std::printf("Extracted comm_gw: %s, sending gratuitous rollcall reply\n", address);
+    const rollcall_reply_record datagram = make_rollcall_reply();
+    const int fd = socket(AF_INET, SOCK_STREAM, 0);
+    std::ignore = inet_pton(AF_INET, address, &sa.sin_addr);
+    sa.sin_port = htons(protocol::record_port);
+    if (connect(fd, reinterpret_cast<const sockaddr *>(&sa), sizeof sa) >= 0) {
+        std::ignore = write(fd, datagram.data(), datagram.size());
+    }
+    close(fd);
+}
+
+void register_events(int command_socket) {
+    event_set(&connect_event, command_socket, EV_READ | EV_PERSIST, connect_fn, nullptr);
+    event_add(&connect_event, nullptr);
+}
+
+void read_rotation() {
+    const bstr_owner value(get_config_option(config_file, "rotation"));
+    if (!value) {
+        return;
+    }
+    rotation = 0;
+    for (const int degrees : {90, 180, 270}) {
+        const bstr_owner text(bformat("%d", degrees));
+        if (biseqcstr(value.get(), bstr_text(text.get())) == 1) {
+            rotation = degrees;
+        }
+    }
+}
+
+} // namespace
+
+int run_service(int argc, char **argv) {
+    if (argc > 1) {
+        return handle_option(argv[1]);
+    }
+    prepare_process();
+    url = bfromcstr(station_page);
+    if (!set_console_to_text_mode()) {
+        return 1;
+    }
+    event_init();
+    const sockaddr_in sa = any_address(protocol::command_port);
+    const int command_socket = open_command_socket(sa);
+    std::ignore = open_bound_socket(SOCK_DGRAM, sa);
+    std::fill(std::begin(unit_str), std::end(unit_str), '\0');
+    read_log_alerts();
+    publish_first_status();
+    send_gratuitous_rollcall_reply(sa);
+    register_events(command_socket);
+    read_rotation();
+    set_url_w_rotation(url);
+    event_dispatch();
+    return 0;
+}

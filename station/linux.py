@@ -1,0 +1,71 @@
+"""The few system calls that the standard library of Python 3.11 does not offer."""
+
+import ctypes
+import os
+import signal
+import socket
+import struct
+from typing import Final
+
+CLONE_NEWNS: Final = 0x00020000
+CLONE_NEWUTS: Final = 0x04000000
+CLONE_NEWIPC: Final = 0x08000000
+CLONE_NEWPID: Final = 0x20000000
+CLONE_NEWNET: Final = 0x40000000
+NEW_WORLD: Final = CLONE_NEWNS | CLONE_NEWUTS | CLONE_NEWIPC | CLONE_NEWPID | CLONE_NEWNET
+
+MS_RDONLY: Final = 1
+MS_REMOUNT: Final = 32
+MS_BIND: Final = 4096
+MS_MOVE: Final = 8192
+MS_REC: Final = 16384
+MS_PRIVATE: Final = 1 << 18
+
+_PR_SET_PDEATHSIG: Final = 1
+_libc = ctypes.CDLL(None, use_errno=True)
+
+
+def _check(result: int, what: str) -> None:
+    if result != 0:
+        error = ctypes.get_errno()
+        raise OSError(error, os.strerror(error), what)
+
+
+def unshare(flags: int) -> None:
+    _check(_libc.unshare(flags), "unshare")
+
+
+def setns(fd: int, kind: int) -> None:
+    _check(_libc.setns(fd, kind), "setns")
+
+
+def mount(source: str, target: str, kind: str = "", flags: int = 0, data: str = "") -> None:
+    _check(
+        _libc.mount(
+            source.encode(),
+            target.encode(),
+            kind.encode(),
+            ctypes.c_ulong(flags),
+            data.encode(),
+        ),
+        target,
+    )
+
+
+def sethostname(name: str) -> None:
+    _check(_libc.sethostname(name.encode(), len(name)), "sethostname")
+
+
+def die_with_parent() -> None:
+    """SIGKILL for this process when the thread that started it ends."""
+    _check(_libc.prctl(_PR_SET_PDEATHSIG, int(signal.SIGKILL), 0, 0, 0), "prctl")
+
+
+def receive_with_pid(channel: socket.socket) -> tuple[bytes, int]:
+    """One message, and its sender's process id as seen from here; b"" and 0 at the end."""
+    size = struct.calcsize("iII")
+    message, ancillary, _, _ = channel.recvmsg(4096, socket.CMSG_SPACE(size))
+    for level, kind, content in ancillary:
+        if level == socket.SOL_SOCKET and kind == socket.SCM_CREDENTIALS:
+            return message, struct.unpack("iII", content[:size])[0]
+    return b"", 0

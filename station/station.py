@@ -1,0 +1,296 @@
+"""One simulated station: start it, arrange it, look into it, end it."""
+
+import contextlib
+import json
+import os
+import signal
+import socket
+import subprocess
+import sys
+import threading
+from collections.abc import Iterator, Mapping, Sequence
+from pathlib import Path
+from typing import Any
+
+from station import linux
+from station.journal import Call, read_journal
+from station.waiting import DEADLINE, wait_for
+
+GATEWAY_ADDRESSES = ("10.87.33.1", "10.87.33.20", "10.87.33.21")
+UNIT_ADDRESS = "10.87.33.50"
+HARDWARE_ADDRESS = "02:00:0a:57:21:32"
+CONFIG = "/var/www/config.json"
+DOCUMENT = "/dev/shm/alerts.json"
+ALERT_LOG = "/tmp/alerts.log"
+GATEWAY_FILE = "/dev/shm/current_gateway"
+
+REAL = "/run/station/real"
+
+# Every tool that the service starts, or that would harm this machine, with what its stand-in does.
+# An empty behaviour ends at once with status 0.
+STAND_INS: dict[str, str] = {
+    "/usr/bin/qt-webkit-kiosk": "stay",
+    "/sbin/reboot": "",
+    "/sbin/poweroff": "",
+    "/sbin/halt": "",
+    "/bin/date": "",
+    "/bin/mount": "",
+    "/bin/umount": "",
+    "/usr/bin/amixer": "",
+    "/usr/bin/aplay": "",
+    "/usr/bin/tvservice": "",
+    "/usr/bin/lsusb": "",
+    "/etc/init.d/S40network": "",
+    "/sbin/ifconfig": f"exec {REAL}/usr/sbin/ifconfig",
+    "/sbin/udhcpc": f"exec {REAL}/usr/sbin/udhcpc",
+    "/usr/bin/killall": f"exec {REAL}/usr/bin/killall",
+    "/usr/bin/wget": f"exec {REAL}/usr/bin/wget",
+}
+
+
+
+
+class StationError(Exception):
+    """The station could not be made; the text says why."""
+
+
+def build_directory() -> Path:
+    top = Path(__file__).resolve().parent.parent
+    return Path(os.environ.get("HDTV_BUILD") or top / "build" / "release").resolve()
+
+
+class Process:
+    """A program that runs in the station, its output gathered as it comes."""
+
+    def __init__(self, command: Sequence[str], environment: Mapping[str, str]) -> None:
+        self._output = os.memfd_create("output")
+        self._errors = os.memfd_create("errors")
+        self._process = subprocess.Popen(
+            command,
+            stdin=subprocess.DEVNULL,
+            stdout=self._output,
+            stderr=self._errors,
+            env=dict(environment),
+            cwd="/",
+        )
+
+    @staticmethod
+    def _read(fd: int) -> bytes:
+        return os.pread(fd, os.fstat(fd).st_size, 0)
+
+    @property
+    def output_bytes(self) -> bytes:
+        return self._read(self._output)
+
+    @property
+    def output(self) -> str:
+        return self.output_bytes.decode("utf-8", "backslashreplace")
+
+    @property
+    def errors(self) -> str:
+        return self._read(self._errors).decode("utf-8", "backslashreplace")
+
+    @property
+    def pid(self) -> int:
+        """The program's own process id on this machine; the process started here only waits."""
+        children = f"/proc/{self._process.pid}/task/{self._process.pid}/children"
+        return int(wait_for(lambda: Path(children).read_text().split(), "the program's start")[0])
+
+    def is_running(self) -> bool:
+        return self._process.poll() is None
+
+    def wait(self, deadline: float = DEADLINE) -> int:
+        return self._process.wait(deadline)
+
+    def kill(self) -> None:
+        """Ends the program at once. Only the waiting process is ours to signal by its id: the
+        program itself may be gone already."""
+        if self.is_running():
+            with contextlib.suppress(ProcessLookupError, IndexError):
+                os.kill(self.pid, signal.SIGKILL)
+            self._process.wait(DEADLINE)
+
+    def wait_for_output(self, text: str, count: int = 1) -> None:
+        wait_for(
+            lambda: self.output.count(text) >= count or not self.is_running(),
+            f"{text!r} in the output:\n{self.output}",
+        )
+        assert self.output.count(text) >= count, self.output + self.errors
+
+    def close(self) -> None:
+        self.kill()
+        os.close(self._output)
+        os.close(self._errors)
+
+
+class Station:
+    """A station with its gateway side. Use it in a with statement."""
+
+    def __init__(
+        self,
+        address: str | None = UNIT_ADDRESS,
+        interface: str = "eth0",
+        hardware_address: str = HARDWARE_ADDRESS,
+        programs: Mapping[str, Path] | None = None,
+        name: str = "",
+    ) -> None:
+        self._processes: list[Process] = []
+        build = build_directory()
+        settings = {
+            "address": address,
+            "interface": interface,
+            "hardware_address": hardware_address,
+            "gateway_addresses": GATEWAY_ADDRESSES,
+            "stand_ins": list(STAND_INS),
+            "behaviour": {
+                path.rpartition("/")[2]: behaviour + "\n" for path, behaviour in STAND_INS.items()
+            },
+            "programs": {
+                "stand-in": str(build / "station" / "station-standin"),
+                "launch": str(build / "station" / "station-launch"),
+                "hdtv": str(build / "hdtv" / "hdtv"),
+                **{name: str(path) for name, path in (programs or {}).items()},
+            },
+        }
+        self.gateway_pid, self.unit_pid = self._start_world(name, settings)
+        self.root = Path(f"/proc/{self.unit_pid}/root")
+        self._gateway_network = os.open(f"/proc/{self.gateway_pid}/ns/net", os.O_RDONLY)
+        self._unit_network = os.open(f"/proc/{self.unit_pid}/ns/net", os.O_RDONLY)
+        self._own_network = os.open("/proc/thread-self/ns/net", os.O_RDONLY)
+
+    def _start_world(self, name: str, settings: Mapping[str, Any]) -> tuple[int, int]:
+        ours, theirs = socket.socketpair(socket.AF_UNIX, socket.SOCK_SEQPACKET)
+        ours.setsockopt(socket.SOL_SOCKET, socket.SO_PASSCRED, 1)
+        with ours, theirs:
+            world = Path(__file__).with_name("world.py")
+            self._keeper = subprocess.Popen(
+                [sys.executable, "-I", "-S", str(world), str(theirs.fileno()), name],
+                pass_fds=[theirs.fileno()],
+                stdin=subprocess.PIPE,
+                stderr=subprocess.PIPE,
+            )
+            theirs.close()
+            assert self._keeper.stdin is not None
+            self._keeper.stdin.write(json.dumps(settings).encode())
+            self._keeper.stdin.close()
+            self._keeper.stdin = None
+            pids: dict[bytes, int] = {}
+            while len(pids) < 2:
+                side, pid = linux.receive_with_pid(ours)
+                if not side:
+                    raise StationError(self._last_words())
+                pids[side] = pid
+        return pids[b"gateway"], pids[b"unit"]
+
+    def _last_words(self) -> str:
+        self._keeper.kill()
+        _, errors = self._keeper.communicate()
+        return errors.decode().strip() or "The simulated station could not be started."
+
+    def __enter__(self) -> "Station":
+        return self
+
+    def __exit__(self, *_: object) -> None:
+        self.close()
+
+    def close(self) -> None:
+        for process in self._processes:
+            process.close()
+        self._keeper.kill()
+        self._keeper.communicate()
+        for fd in (self._gateway_network, self._unit_network, self._own_network):
+            os.close(fd)
+
+    # Files of the unit.
+
+    def path(self, name: str) -> Path:
+        return self.root / name.lstrip("/")
+
+    def write_config(self, text: str | bytes) -> None:
+        self.path(CONFIG).write_bytes(text.encode() if isinstance(text, str) else text)
+
+    def document_text(self) -> str:
+        """The alert document as it is now; empty when there is none."""
+        try:
+            return self.path(DOCUMENT).read_text(errors="surrogateescape")
+        except FileNotFoundError:
+            return ""
+
+    def document(self) -> dict[str, Any]:
+        """The one object of the alert document; empty when it cannot be read as JSON."""
+        try:
+            objects = json.loads(self.document_text(), strict=False)
+        except ValueError:
+            return {}
+        assert isinstance(objects, list) and len(objects) == 1
+        return dict(objects[0])
+
+    # The tools' stand-ins.
+
+    def behave(self, tool: str, *lines: str) -> None:
+        """From its next call on the tool does this: see station/standin.cpp for the words."""
+        self.path(f"/run/station/behaviour/{tool}").write_text("".join(x + "\n" for x in lines))
+
+    def calls(self, *tools: str) -> list[Call]:
+        """The journalled calls, oldest first; of these tools only, when any are named."""
+        journal = read_journal(self.path("/run/station/journal"))
+        return [call for call in journal if not tools or call.name in tools]
+
+    def wait_for_calls(self, tool: str, count: int = 1) -> list[Call]:
+        wait_for(lambda: len(self.calls(tool)) >= count, f"{count} call(s) of {tool}")
+        return self.calls(tool)
+
+    # Programs.
+
+    def command_in_unit(self, *command: str) -> list[str]:
+        sides = [f"--{kind}" for kind in ("mount", "uts", "ipc", "net", "pid")]
+        return ["nsenter", f"--target={self.unit_pid}", *sides, "--", *command]
+
+    def command_on_gateway(self, *command: str) -> list[str]:
+        sides = [f"--{kind}" for kind in ("mount", "uts", "ipc", "net", "pid")]
+        return ["nsenter", f"--target={self.gateway_pid}", *sides, "--", *command]
+
+    def start(self, *command: str, environment: Mapping[str, str] | None = None) -> Process:
+        """A program in the unit, confined like the service."""
+        return self._keep(
+            self.command_in_unit("/run/station/bin/launch", *command), environment or {}
+        )
+
+    def start_on_gateway(self, *command: str) -> Process:
+        return self._keep(self.command_on_gateway(*command), {})
+
+    def _keep(self, command: list[str], environment: Mapping[str, str]) -> Process:
+        process = Process(command, {**os.environ, **environment})
+        self._processes.append(process)
+        return process
+
+    def run(self, *command: str) -> str:
+        """What a program that arranges the unit prints, confined by the namespaces only."""
+        return subprocess.run(
+            self.command_in_unit(*command), check=True, capture_output=True, text=True
+        ).stdout
+
+    def start_service(self, *arguments: str, environment: Mapping[str, str] | None = None) -> Process:
+        return self.start("/run/station/bin/hdtv", *arguments, environment=environment)
+
+    # Networks.
+
+    @contextlib.contextmanager
+    def on_gateway(self) -> Iterator[None]:
+        """Sockets made inside belong to the gateway side, wherever they are used afterwards."""
+        with self._network(self._gateway_network):
+            yield
+
+    @contextlib.contextmanager
+    def in_unit(self) -> Iterator[None]:
+        """Sockets made inside belong to the unit."""
+        with self._network(self._unit_network):
+            yield
+
+    @contextlib.contextmanager
+    def _network(self, fd: int) -> Iterator[None]:
+        linux.setns(fd, linux.CLONE_NEWNET)
+        try:
+            yield
+        finally:
+            linux.setns(self._own_network, linux.CLONE_NEWNET)

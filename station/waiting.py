@@ -1,0 +1,22 @@
+"""Waiting for a condition, with a deadline, never for a time."""
+
+import time
+from collections.abc import Callable
+from typing import TypeVar
+
+T = TypeVar("T")
+
+# Generous, because it only ever counts when something has gone wrong.
+DEADLINE = 20.0
+
+
+def wait_for(condition: Callable[[], T], what: str, deadline: float = DEADLINE) -> T:
+    """The first true result of condition."""
+    end = time.monotonic() + deadline
+    while True:
+        result = condition()
+        if result:
+            return result
+        if time.monotonic() > end:
+            raise TimeoutError(f"not within {deadline:g} s: {what}")
+        time.sleep(0.002)

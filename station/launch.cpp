@@ -88,8 +88,7 @@ void require_masked_sysrq(const char *program) {
 
 void drop_capabilities(const char *program) {
     for (const int capability : dropped_capabilities) {
-        if (prctl(PR_CAPBSET_DROP, capability) != 0 &&
-            prctl(PR_CAPBSET_READ, capability) != 0) {
+        if (prctl(PR_CAPBSET_DROP, capability) != 0 && prctl(PR_CAPBSET_READ, capability) != 0) {
             refuse(program, "a capability cannot be dropped");
         }
     }

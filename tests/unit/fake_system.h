@@ -1,0 +1,83 @@
+#pragma once
+
+#include <ctime>
+#include <event.h>
+#include <map>
+#include <netinet/in.h>
+#include <string>
+#include <sys/types.h>
+#include <vector>
+
+/// The system that the service sees in the unit tests: while a test arranges it, every call of the
+/// service that would reach files, processes, sockets or the event loop is answered from here and
+/// written down. The calls are replaced at link time, so the service's own code is what ships.
+namespace fake {
+
+struct interface_record {
+    std::string name;
+    std::string address; ///< dotted; empty when the interface has none
+    std::string hardware_address;
+};
+
+struct connection {
+    std::string peer; ///< dotted
+    std::string data; ///< what the one read returns
+    int read_error = 0;
+};
+
+struct registered_event {
+    int fd;
+    short flags;
+    void (*callback)(int, short, void *);
+    const void *argument;
+    bool has_timeout;
+};
+
+/// Everything that a test arranges or looks at. A new one stands for a machine on which every call
+/// succeeds, without files and without an address.
+struct system_state {
+    std::vector<std::string> calls; ///< in order, "name argument ..."
+    std::map<std::string, std::string> files;
+    std::map<std::string, int> opened_with_mode; ///< path to the mode that open was given
+    std::vector<interface_record> interfaces;
+    std::vector<connection> connections; ///< accepted in order
+    std::vector<std::string> sent;       ///< what was written to sockets, one entry a write
+    std::vector<registered_event> events;
+    std::vector<std::string> failing; ///< calls that fail: "connect", "fork", "open /dev/tty0", ...
+    pid_t next_pid = 100;             ///< what fork returns next; 0 makes the test the child
+    int next_descriptor = 1000;       ///< what the next open, socket or accept returns
+    std::time_t now = 1'700'000'000;
+
+    /// The recorded calls whose text begins with prefix.
+    std::vector<std::string> calls_of(const std::string &prefix) const;
+    /// The programs that exec was called with, "path: argv[0] argv[1] ...".
+    std::vector<std::string> executed() const;
+};
+
+extern system_state state;
+
+/// From here on, until stop, the service's calls are answered from a fresh state.
+void start();
+void stop();
+
+/// Thrown by _exit: where a child of the service would end.
+struct child_ended {
+    int status;
+};
+
+/// Standard output of what runs while one of these lives.
+class captured_output {
+  public:
+    captured_output();
+    ~captured_output();
+    captured_output(const captured_output &) = delete;
+    captured_output &operator=(const captured_output &) = delete;
+    /// Everything printed so far.
+    std::string text();
+
+  private:
+    int saved_;
+    int file_;
+};
+
+} // namespace fake

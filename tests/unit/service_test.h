@@ -1,0 +1,89 @@
+#pragma once
+
+#include "fake_system.h"
+
+#include "bstrlib/bstrlib.h"
+#include "hdtv/hdtv.h"
+#include "hdtv/kiosk.h"
+#include "hdtv/message.h"
+
+#include <algorithm>
+#include <gtest/gtest.h>
+#include <optional>
+#include <string>
+
+/// A service that has just been loaded, on the fake system, with its output captured.
+class service_test : public testing::Test {
+  protected:
+    void SetUp() override {
+        reset_service();
+        fake::start();
+        output_.emplace();
+    }
+
+    void TearDown() override {
+        output_.reset();
+        fake::stop();
+        reset_service();
+    }
+
+    std::string output() {
+        return output_->text();
+    }
+
+    /// A unit with eth0 at this address and the hardware address 00-11-22-AA-BB-CC.
+    static void have_address(const std::string &address) {
+        fake::state.interfaces = {{"eth0", address, std::string("\x00\x11\x22\xAA\xBB\xCC", 6)}};
+    }
+
+    static void have_url(const char *address) {
+        bdestroy(url);
+        url = bfromcstr(address);
+    }
+
+    static void have_config(const std::string &text) {
+        fake::state.files["/var/www/config.json"] = text;
+    }
+
+    static std::string document() {
+        return fake::state.files["/dev/shm/alerts.json"];
+    }
+
+    /// The text of one member of the document, to its next quotation mark.
+    static std::string member(const std::string &name) {
+        const std::string tag = "\"" + name + "\":\"";
+        const std::string text = document();
+        const auto start = text.find(tag);
+        if (start == std::string::npos) {
+            return "(none)";
+        }
+        const auto from = start + tag.size();
+        return text.substr(from, text.find('"', from) - from);
+    }
+
+  private:
+    static void reset_service() {
+        bdestroy(url);
+        bdestroy(current_gateway);
+        url = current_gateway = nullptr;
+        rotation = kiosk_pid = udhcpc_pid = 0;
+        use_oru_proxy = has_ip_address = false;
+        got_set_date_packet = got_hdtv_settings_packet = false;
+        turnout_timer = 120;
+        log_alerts = true;
+        std::fill(std::begin(unit_str), std::end(unit_str), '\0');
+    }
+
+    std::optional<fake::captured_output> output_;
+};
+
+inline gateway_message message_of(const std::string &bytes) {
+    gateway_message message;
+    std::copy_n(bytes.begin(), std::min<std::size_t>(bytes.size(), 4096), message.receive_area());
+    message.set_size(static_cast<int>(bytes.size()));
+    return message;
+}
+
+inline std::string big_endian(int number) {
+    return {static_cast<char>(number / 256), static_cast<char>(number % 256)};
+}

@@ -35,11 +35,11 @@ pid_t start_program(const char *path, std::initializer_list<const char *> argume
     if (pid != 0) {
         return pid;
     }
-    // The service ignores SIGPIPE; the programs that it starts are not to inherit that.
-    std::ignore = std::signal(SIGPIPE, SIG_DFL);
     if (before_exec != nullptr) {
         before_exec();
     }
+    // The service ignores SIGPIPE; the programs that it starts are not to inherit that.
+    std::ignore = std::signal(SIGPIPE, SIG_DFL);
     execv(path, argv.data());
     _exit(0);
 }

@@ -7,7 +7,6 @@ import signal
 import socket
 import subprocess
 import sys
-import threading
 from collections.abc import Iterator, Mapping, Sequence
 from pathlib import Path
 from typing import Any
@@ -48,8 +47,6 @@ STAND_INS: dict[str, str] = {
 }
 
 
-
-
 class StationError(Exception):
     """The station could not be made; the text says why."""
 
@@ -57,6 +54,12 @@ class StationError(Exception):
 def build_directory() -> Path:
     top = Path(__file__).resolve().parent.parent
     return Path(os.environ.get("HDTV_BUILD") or top / "build" / "release").resolve()
+
+
+def enter_command(pid: int, *command: str) -> list[str]:
+    """The command line that runs a command in the namespaces of the process."""
+    kinds = [f"--{kind}" for kind in ("mount", "uts", "ipc", "net", "pid")]
+    return ["nsenter", f"--target={pid}", *kinds, "--", *command]
 
 
 class Process:
@@ -102,6 +105,14 @@ class Process:
     def wait(self, deadline: float = DEADLINE) -> int:
         return self._process.wait(deadline)
 
+    def suspend(self) -> None:
+        os.kill(self.pid, signal.SIGSTOP)
+
+    def resume(self) -> None:
+        # The waiting process stops when the program does, and has to be woken too.
+        os.kill(self.pid, signal.SIGCONT)
+        os.kill(self._process.pid, signal.SIGCONT)
+
     def kill(self) -> None:
         """Ends the program at once. Only the waiting process is ours to signal by its id: the
         program itself may be gone already."""
@@ -134,7 +145,7 @@ class Station:
         programs: Mapping[str, Path] | None = None,
         name: str = "",
     ) -> None:
-        self._processes: list[Process] = []
+        self.processes: list[Process] = []
         build = build_directory()
         settings = {
             "address": address,
@@ -194,7 +205,7 @@ class Station:
         self.close()
 
     def close(self) -> None:
-        for process in self._processes:
+        for process in self.processes:
             process.close()
         self._keeper.kill()
         self._keeper.communicate()
@@ -242,35 +253,28 @@ class Station:
 
     # Programs.
 
-    def command_in_unit(self, *command: str) -> list[str]:
-        sides = [f"--{kind}" for kind in ("mount", "uts", "ipc", "net", "pid")]
-        return ["nsenter", f"--target={self.unit_pid}", *sides, "--", *command]
-
-    def command_on_gateway(self, *command: str) -> list[str]:
-        sides = [f"--{kind}" for kind in ("mount", "uts", "ipc", "net", "pid")]
-        return ["nsenter", f"--target={self.gateway_pid}", *sides, "--", *command]
-
     def start(self, *command: str, environment: Mapping[str, str] | None = None) -> Process:
         """A program in the unit, confined like the service."""
-        return self._keep(
-            self.command_in_unit("/run/station/bin/launch", *command), environment or {}
-        )
+        launched = enter_command(self.unit_pid, "/run/station/bin/launch", *command)
+        return self._keep(launched, environment or {})
 
     def start_on_gateway(self, *command: str) -> Process:
-        return self._keep(self.command_on_gateway(*command), {})
+        return self._keep(enter_command(self.gateway_pid, *command), {})
 
     def _keep(self, command: list[str], environment: Mapping[str, str]) -> Process:
         process = Process(command, {**os.environ, **environment})
-        self._processes.append(process)
+        self.processes.append(process)
         return process
 
     def run(self, *command: str) -> str:
         """What a program that arranges the unit prints, confined by the namespaces only."""
         return subprocess.run(
-            self.command_in_unit(*command), check=True, capture_output=True, text=True
+            enter_command(self.unit_pid, *command), check=True, capture_output=True, text=True
         ).stdout
 
-    def start_service(self, *arguments: str, environment: Mapping[str, str] | None = None) -> Process:
+    def start_service(
+        self, *arguments: str, environment: Mapping[str, str] | None = None
+    ) -> Process:
         return self.start("/run/station/bin/hdtv", *arguments, environment=environment)
 
     # Networks.

@@ -49,7 +49,9 @@ def main() -> None:
     os.waitpid(pid, 0)
 
 
-def keep_gateway_side(settings: dict[str, Any], report: socket.socket, outside: list[str]) -> NoReturn:
+def keep_gateway_side(
+    settings: dict[str, Any], report: socket.socket, outside: list[str]
+) -> NoReturn:
     linux.die_with_parent()
     linux.mount("none", "/", flags=linux.MS_REC | linux.MS_PRIVATE)
     linux.mount("proc", "/proc", "proc")
@@ -99,7 +101,7 @@ def keep_unit(settings: dict[str, Any], report: socket.socket, outside: list[str
     commands = ["link set lo up", f"link set {interface} up"]
     if address:
         commands += [f"address add {address}/24 dev {interface}"]
-        commands += [f"route add default via {settings['gateway_addresses'][0]}"]
+        commands += [f"route add default dev {interface}"]
     ip(*commands)
     build_root(settings, outside)
     enter_root()
@@ -114,9 +116,7 @@ def build_root(settings: dict[str, Any], outside: list[str]) -> None:
     for directory in (tools, upper, work, ROOT):
         os.mkdir(directory)
     install_stand_ins(settings["programs"]["stand-in"], settings["stand_ins"], tools)
-    linux.mount(
-        "root", ROOT, "overlay", data=f"lowerdir={tools}:/,upperdir={upper},workdir={work}"
-    )
+    linux.mount("root", ROOT, "overlay", data=f"lowerdir={tools}:/,upperdir={upper},workdir={work}")
     for directory in ("proc", "sys", "dev", "tmp", "run", "var/www", "usr/etc/xdg/QtWebkitKiosk"):
         os.makedirs(f"{ROOT}/{directory}", exist_ok=True)
     linux.mount("proc", f"{ROOT}/proc", "proc")

@@ -59,11 +59,21 @@ std::string address_text(const sockaddr *address) {
     return std::string(inet_ntoa(sa.sin_addr)) + ":" + std::to_string(ntohs(sa.sin_port));
 }
 
-const interface_record *find_interface(const char *name) {
-    const auto found =
-        std::find_if(state.interfaces.begin(), state.interfaces.end(),
-                     [&](const interface_record &record) { return record.name == name; });
-    return found == state.interfaces.end() ? nullptr : &*found;
+// As the kernel does: by name and address where the request holds one, else by name.
+const interface_record *find_interface(const ifreq &request) {
+    sockaddr_in sa{};
+    std::memcpy(&sa, &request.ifr_addr, sizeof sa);
+    const std::string address = inet_ntoa(sa.sin_addr);
+    const interface_record *named = nullptr;
+    for (const interface_record &record : state.interfaces) {
+        if (record.name == request.ifr_name) {
+            if (record.address == address) {
+                return &record;
+            }
+            named = named == nullptr ? &record : named;
+        }
+    }
+    return named;
 }
 
 void set_address(ifreq &record, const std::string &address) {
@@ -88,7 +98,7 @@ int list_interfaces(ifconf &request) {
 }
 
 int interface_request(unsigned long request, ifreq &record) {
-    const interface_record *found = find_interface(record.ifr_name);
+    const interface_record *found = find_interface(record);
     if (found == nullptr) {
         return failure(ENODEV);
     }

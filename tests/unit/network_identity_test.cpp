@@ -56,6 +56,12 @@ TEST_F(network_identity, only_eth0_counts_among_other_interfaces) {
     EXPECT_EQ(address(), "10.87.33.50");
 }
 
+TEST_F(network_identity, last_record_of_eth0_counts) {
+    state.interfaces = {
+        {"eth0", "10.87.33.50", ""}, {"eth0:1", "10.87.33.60", ""}, {"eth0", "10.87.34.70", ""}};
+    EXPECT_EQ(address(), "10.87.34.70");
+}
+
 TEST_F(network_identity, of_an_alias_alone_is_zero) {
     state.interfaces = {{"eth0:1", "10.87.33.60", ""}};
     EXPECT_EQ(address(), "0.0.0.0");

@@ -1,0 +1,38 @@
+# shellcheck shell=bash disable=SC2034
+# Sourced by the commands of this folder: what they share.
+
+top=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
+# Debian's own Python is the one that Debian's Python packages belong to.
+python=/usr/bin/python3
+
+# What it takes to build the service and to run the simulated station.
+station_packages=(
+    cmake dnsmasq-base g++ iproute2 libevent-dev libgtest-dev net-tools ninja-build pkg-config
+    procps psmisc python3 udhcpc util-linux wget
+)
+
+# install_packages PACKAGE...  Installs what is missing, and does nothing when nothing is.
+install_packages() {
+    local package missing=()
+    for package in "$@"; do
+        [ "$(dpkg-query -W -f '${db:Status-Status}' "$package" 2>/dev/null)" = installed ] ||
+            missing+=("$package")
+    done
+    [ ${#missing[@]} -gt 0 ] || return 0
+    if [ "$(id -u)" -ne 0 ]; then
+        echo "These packages are missing, and only root can install them: ${missing[*]}" >&2
+        exit 1
+    fi
+    echo "Installing ${missing[*]}" >&2
+    apt-get update -qq
+    DEBIAN_FRONTEND=noninteractive \
+        apt-get install -qq -y --no-install-recommends "${missing[@]}" >/dev/null
+}
+
+# build PRESET [TARGET...]
+build() {
+    local preset=$1
+    shift
+    (cd "$top" && cmake --preset "$preset" >/dev/null &&
+        cmake --build --preset "$preset" ${1:+--target "$@"})
+}

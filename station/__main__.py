@@ -1,0 +1,157 @@
+"""The command behind ./scripts/station."""
+
+import argparse
+import os
+import signal
+import sys
+import threading
+from pathlib import Path
+
+from station import gateway
+from station.incident import INCIDENT, Step
+from station.station import Process, Station, StationError, enter_command
+from station.timeline import Timeline
+from station.waiting import wait_for
+
+NAME = "demonstration"
+
+_DESCRIPTION = """\
+Runs the station display service in a simulated station and shows what happens there, as it
+happens: what the service prints, every tool it starts, what the gateway sends, and each new alert
+document. A short incident is played; then the station keeps running until Ctrl-C.
+
+From a second terminal, inside the running station:
+  ./scripts/station exec cat /dev/shm/alerts.json
+  ./scripts/station exec nc -N 127.0.0.1 4000 < message
+"""
+
+
+def parse_arguments() -> argparse.Namespace:
+    parser = argparse.ArgumentParser(
+        prog="./scripts/station",
+        description=_DESCRIPTION,
+        formatter_class=argparse.RawDescriptionHelpFormatter,
+    )
+    parser.add_argument(
+        "--once",
+        action="store_true",
+        help="end after the incident, with status 0 when all of it was observed",
+    )
+    parser.add_argument(
+        "--pause",
+        type=float,
+        default=1.0,
+        metavar="SECONDS",
+        help="between the steps of the incident (default: %(default)s)",
+    )
+    commands = parser.add_subparsers(dest="command", metavar="COMMAND")
+    run = commands.add_parser("exec", help="run a program inside the running station")
+    run.add_argument(
+        "--gateway", action="store_true", help="on the gateway's side (10.87.33.1, .20, .21)"
+    )
+    run.add_argument("program", metavar="PROGRAM", nargs=argparse.REMAINDER)
+    arguments = parser.parse_args()
+    if arguments.command == "exec" and not arguments.program:
+        run.error("which PROGRAM?")
+    return arguments
+
+
+def main() -> int:
+    arguments = parse_arguments()
+    if arguments.command == "exec":
+        return run_inside(arguments.program, arguments.gateway)
+    # Ends by the same road whether by Ctrl-C or by a plain kill.
+    signal.signal(signal.SIGTERM, lambda *_: sys.exit(1))
+    try:
+        return run_station(arguments.once, arguments.pause)
+    except StationError as error:
+        print(error, file=sys.stderr)
+        return 1
+    except KeyboardInterrupt:
+        print()
+        return 130
+
+
+def run_station(once: bool, pause: float) -> int:
+    with Station(name=NAME) as station:
+        station.write_config("{}")
+        service = station.start_service()
+        with Timeline(station, service) as timeline:
+            timeline.say("station", "unit 10.87.33.50, gateway 10.87.33.20, no proxy")
+            if not play_incident(station, service, timeline, pause):
+                return 1
+            timeline.say("station", f"the incident was observed, all {len(INCIDENT)} steps of it")
+            if once:
+                return 0
+            timeline.say("station", "the station keeps running; Ctrl-C ends it")
+            return wait_for_end(service, timeline)
+
+
+def play_incident(station: Station, service: Process, timeline: Timeline, pause: float) -> bool:
+    for step in INCIDENT:
+        if not play_step(station, service, timeline, step):
+            return False
+        # For the eye only: the step has been observed.
+        threading.Event().wait(pause)
+    return True
+
+
+def play_step(station: Station, service: Process, timeline: Timeline, step: Step) -> bool:
+    timeline.say("gateway" if step.message else "station", step.words)
+    try:
+        if step.message:
+            gateway.send(station, step.message)
+        wait_for(
+            lambda: step.is_seen(station, station.document()) or not service.is_running(),
+            step.words,
+            deadline=5,
+        )
+    except OSError as error:  # a TimeoutError too
+        timeline.say("problem", f"not observed: {step.words} ({error})")
+        return False
+    if not service.is_running():
+        timeline.say("problem", f"the service has ended with status {service.wait()}")
+        return False
+    return True
+
+
+def wait_for_end(service: Process, timeline: Timeline) -> int:
+    status = service.wait(deadline=threading.TIMEOUT_MAX)
+    timeline.say("problem", f"the service has ended with status {status}")
+    return 1
+
+
+def run_inside(program: list[str], on_gateway: bool) -> int:
+    pid = find_running_station(depth=2 if on_gateway else 3)
+    if pid is None:
+        print("No station is running here: start one with ./scripts/station.", file=sys.stderr)
+        return 1
+    command = enter_command(pid, *program)
+    os.execvp(command[0], command)
+
+
+def find_running_station(depth: int) -> int | None:
+    """The pid 1 of a side of the newest demonstration. Its place among the nested PID namespaces
+    tells the side: the gateway's is the second, the unit's the third."""
+    found = [
+        int(process.name)
+        for process in Path("/proc").iterdir()
+        if process.name.isdigit() and is_pid_1_of_a_side(process, depth)
+    ]
+    return max(found, default=None)
+
+
+def is_pid_1_of_a_side(process: Path, depth: int) -> bool:
+    try:
+        command = (process / "cmdline").read_bytes().split(b"\0")
+        status = (process / "status").read_text()
+    except OSError:
+        return False
+    if len(command) < 5 or not command[3].endswith(b"/world.py") or command[5] != NAME.encode():
+        return False
+    pids = next(line for line in status.splitlines() if line.startswith("NSpid:")).split()[1:]
+    return len(pids) == depth and pids[-1] == "1"
+
+
+if __name__ == "__main__":
+    sys.exit(main())

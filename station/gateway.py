@@ -1,0 +1,224 @@
+"""The alerting gateway's side: its messages, its connections, and the records sent to it."""
+
+import contextlib
+import socket
+import threading
+from collections.abc import Iterator, Mapping
+from dataclasses import dataclass
+
+from station.station import GATEWAY_ADDRESSES, UNIT_ADDRESS, Station
+from station.waiting import DEADLINE, wait_for
+
+GATEWAY = GATEWAY_ADDRESSES[1]
+OTHER_GATEWAY = GATEWAY_ADDRESSES[2]
+PROXY = GATEWAY_ADDRESSES[0]
+COMMAND_PORT = 4000
+RECORD_PORT = 5000
+PROXY_PORT = 3128
+
+
+def _number(value: int) -> bytes:
+    return value.to_bytes(2, "big")
+
+
+def _bytes(text: str | bytes) -> bytes:
+    return text.encode() if isinstance(text, str) else text
+
+
+def display_alert(text: str | bytes, flag: int = 1, turnout: int | None = None) -> bytes:
+    content = _bytes(text)
+    trailer = b"" if turnout is None else _number(turnout)
+    return bytes([3, flag, 0, 0]) + _number(len(content)) + content + trailer
+
+
+def hdtv_alert(text: str | bytes, turnout: int) -> bytes:
+    return bytes([38]) + _bytes(text) + _number(turnout) + bytes(3)
+
+
+@dataclass(frozen=True)
+class Unit:
+    name: str | bytes
+    color: int
+
+
+def detail_alert(
+    text: str | bytes,
+    units: Mapping[int, Unit] | None = None,
+    flag: int = 1,
+    turnout_end: int = 0,
+    turnout_zero: int = 0,
+    turnout_reverse: int = 0,
+    text_length: int | None = None,
+) -> bytes:
+    """The units by slot, 0 to 15. The length field says what text_length says, if anything."""
+    content = _bytes(text)
+    colors, names = bytearray(16), bytearray(16 * 32)
+    for slot, unit in (units or {}).items():
+        name = _bytes(unit.name)
+        assert len(name) <= 32
+        colors[slot] = unit.color
+        names[32 * slot : 32 * slot + len(name)] = name
+    return (
+        bytes([51, flag, 0, 0])
+        + bytes(colors)
+        + bytes(names)
+        + _number(turnout_end)
+        + _number(turnout_zero)
+        + bytes([turnout_reverse])
+        + _number(len(content) if text_length is None else text_length)
+        + content
+    )
+
+
+def reboot() -> bytes:
+    return bytes([32])
+
+
+def set_date(text: str | bytes) -> bytes:
+    return bytes([40]) + _bytes(text)
+
+
+def stop_turnout() -> bytes:
+    return bytes([46])
+
+
+def set_page_address(address: str | bytes) -> bytes:
+    return bytes([48]) + _bytes(address)
+
+
+def hdtv_settings(quarter_turns: int) -> bytes:
+    return bytes([49, quarter_turns])
+
+
+def set_map_address(address: str | bytes) -> bytes:
+    return bytes([52]) + _bytes(address)
+
+
+def connect(
+    station: Station, source: str = GATEWAY, destination: str = UNIT_ADDRESS
+) -> socket.socket:
+    """A connection to the command channel from one of the gateway side's addresses."""
+    with station.on_gateway():
+        return socket.create_connection(
+            (destination, COMMAND_PORT), DEADLINE, source_address=(source, 0)
+        )
+
+
+def send(
+    station: Station, message: bytes, source: str = GATEWAY, destination: str = UNIT_ADDRESS
+) -> None:
+    """One message over a connection of its own. Returns when the unit has closed it, that is when
+    it has read the message."""
+    with connect(station, source, destination) as connection:
+        connection.sendall(message)
+        connection.shutdown(socket.SHUT_WR)
+        wait_until_closed(connection)
+
+
+def deliver(
+    station: Station, message: bytes, source: str = GATEWAY, destination: str = UNIT_ADDRESS
+) -> None:
+    """One message, and whatever it does is done: the unit serves one connection after the other,
+    so it has finished with this one when it reads the next, an unknown message."""
+    send(station, message, source, destination)
+    send(station, b"\0", source, destination)
+
+
+def wait_until_taken(station: Station) -> None:
+    """Until no connection waits in the unit's listen queue, which holds one and drops the next."""
+
+    def waiting() -> int:
+        for line in station.path("/proc/1/net/tcp").read_text().splitlines()[1:]:
+            fields = line.split()
+            if fields[1].endswith(f":{COMMAND_PORT:04X}") and fields[3] == "0A":
+                return int(fields[4].partition(":")[2], 16)
+        return 0
+
+    wait_for(lambda: waiting() == 0, "an empty listen queue")
+
+
+def wait_until_closed(connection: socket.socket) -> None:
+    """The unit never answers: it closes, or resets when it has not read everything."""
+    with contextlib.suppress(ConnectionResetError):
+        answer = connection.recv(1)
+        assert answer == b"", answer
+
+
+class RecordListener:
+    """Takes what units send to port 5000, one connection a record."""
+
+    def __init__(self, listening: socket.socket) -> None:
+        self._listening = listening
+        self._records: list[bytes] = []
+        self._thread = threading.Thread(target=self._serve, daemon=True)
+        self._thread.start()
+
+    def _serve(self) -> None:
+        with contextlib.suppress(OSError):
+            while True:
+                connection, _ = self._listening.accept()
+                with connection:
+                    parts = []
+                    while part := connection.recv(4096):
+                        parts.append(part)
+                self._records.append(b"".join(parts))
+
+    def records(self) -> list[bytes]:
+        return list(self._records)
+
+    def wait_for_records(self, count: int) -> list[bytes]:
+        wait_for(lambda: len(self._records) >= count, f"{count} record(s) from the unit")
+        return self.records()
+
+    def close(self) -> None:
+        with contextlib.suppress(OSError):
+            self._listening.shutdown(socket.SHUT_RDWR)
+        self._listening.close()
+        self._thread.join(DEADLINE)
+
+
+def _listen(address: str, port: int, backlog: int) -> socket.socket:
+    listening = socket.socket()
+    listening.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
+    listening.bind((address, port))
+    listening.listen(backlog)
+    return listening
+
+
+@contextlib.contextmanager
+def record_listener(station: Station, address: str = GATEWAY) -> Iterator[RecordListener]:
+    with station.on_gateway():
+        listener = RecordListener(_listen(address, RECORD_PORT, 16))
+    try:
+        yield listener
+    finally:
+        listener.close()
+
+
+@contextlib.contextmanager
+def record_listener_in_unit(station: Station) -> Iterator[RecordListener]:
+    """Where a connection to 0.0.0.0 ends: at the unit itself."""
+    with station.in_unit():
+        listener = RecordListener(_listen("127.0.0.1", RECORD_PORT, 16))
+    try:
+        yield listener
+    finally:
+        listener.close()
+
+
+@contextlib.contextmanager
+def accepting_proxy(station: Station) -> Iterator[None]:
+    with station.on_gateway():
+        listening = _listen(PROXY, PROXY_PORT, 16)
+    with listening:
+        yield
+
+
+@contextlib.contextmanager
+def silent_proxy(station: Station) -> Iterator[None]:
+    """A proxy whose host drops SYNs: its queue of connections is full and is never served."""
+    with station.on_gateway():
+        listening = _listen(PROXY, PROXY_PORT, 0)
+        filler = socket.create_connection((PROXY, PROXY_PORT), DEADLINE)
+    with listening, filler:
+        yield

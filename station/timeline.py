@@ -1,0 +1,109 @@
+"""What happens in a station, as lines for a person to read while it happens."""
+
+import json
+import sys
+import threading
+import time
+from typing import TextIO
+
+from station.station import DOCUMENT, Process, Station
+
+_COLOURS = {
+    "station": "1",
+    "service": "2",
+    "tool": "33",
+    "gateway": "36",
+    "document": "32",
+    "problem": "31",
+}
+_WIDTH = 110
+_PERIOD = 0.01
+
+
+class Timeline:
+    """Watches a station from a thread of its own and prints what is new."""
+
+    def __init__(self, station: Station, service: Process, out: TextIO | None = None) -> None:
+        self._station = station
+        self._service = service
+        self._out = out or sys.stdout
+        self._colours = self._out.isatty()
+        self._lock = threading.Lock()
+        self._shown_output = 0
+        self._shown_errors = 0
+        self._shown_calls = 0
+        self._shown_document = ""
+        self._stopping = threading.Event()
+        self._thread = threading.Thread(target=self._watch, daemon=True)
+
+    def __enter__(self) -> "Timeline":
+        self._thread.start()
+        return self
+
+    def __exit__(self, *_: object) -> None:
+        self._stopping.set()
+        self._thread.join()
+        self._show_news()
+
+    def say(self, source: str, text: str) -> None:
+        now = time.time()
+        stamp = time.strftime("%H:%M:%S", time.localtime(now)) + f".{int(now * 1000) % 1000:03}"
+        text = "".join(c if c.isprintable() else "\N{MIDDLE DOT}" for c in text)
+        if len(text) > _WIDTH:
+            text = text[: _WIDTH - 1] + "\N{HORIZONTAL ELLIPSIS}"
+        label = f"{source:<9}"
+        if self._colours:
+            label = f"\033[{_COLOURS[source]}m{label}\033[0m"
+        with self._lock:
+            print(f"{stamp}  {label} {text}", file=self._out, flush=True)
+
+    def _watch(self) -> None:
+        while not self._stopping.wait(_PERIOD):
+            self._show_news()
+
+    def _show_news(self) -> None:
+        self._show_service()
+        self._show_document()
+        self._show_calls()
+
+    def _show_service(self) -> None:
+        lines = self._service.output.split("\n")[:-1]
+        for line in lines[self._shown_output :]:
+            self.say("service", line)
+        self._shown_output = len(lines)
+        errors = self._service.errors.split("\n")[:-1]
+        for line in errors[self._shown_errors :]:
+            self.say("problem", line)
+        self._shown_errors = len(errors)
+
+    def _show_calls(self) -> None:
+        calls = self._station.calls()
+        for call in calls[self._shown_calls :]:
+            self.say("tool", " ".join([call.path, *call.argv[1:]]))
+        self._shown_calls = len(calls)
+
+    def _show_document(self) -> None:
+        text = self._station.document_text()
+        if text != self._shown_document and text.endswith("]}]"):
+            self._shown_document = text
+            self.say("document", describe_document(text))
+
+
+def describe_document(text: str) -> str:
+    """The alert document in a few words; its own text where it is not valid JSON."""
+    try:
+        document = json.loads(text, strict=False)[0]
+    except ValueError:
+        return f"{DOCUMENT} (not valid JSON): {text}"
+    words = [document["alert_type"]]
+    if document["alert_time"] != "0":
+        since = time.localtime(int(document["alert_time"]))
+        words.append("since " + time.strftime("%H:%M:%S", since))
+    if document["turnout_end"] != "0":
+        words.append(f"turnout {document['turnout_end']} s")
+    if document["units"]:
+        words.append(" ".join(f"{unit['unit']}:{unit['color']}" for unit in document["units"]))
+    if document["map_url"]:
+        words.append("map " + document["map_url"])
+    words.append(json.dumps(document["alert_area"], ensure_ascii=False))
+    return ", ".join(words)

@@ -1,0 +1,38 @@
+"""Whatever a peer sends, the service goes on."""
+
+import random
+
+import pytest
+
+from station import gateway
+from station.station import Process, Station
+
+MESSAGES = 100_000
+# The types that do not start a program: those that do take milliseconds each, and get their share
+# from the wholly random messages.
+QUICK_TYPES = [3, 38, 46, 51, 52]
+
+
+def random_message(source: random.Random) -> bytes:
+    """Half of any type, half of those that lead into the handlers; mostly short, some too long."""
+    kind = source.randrange(256) if source.random() < 0.5 else source.choice(QUICK_TYPES)
+    size = source.choice([source.randrange(16), source.randrange(700), source.randrange(5000)])
+    message = bytearray([kind]) + bytearray(source.randbytes(size))
+    if source.random() < 0.5 and len(message) > 1:
+        message[1] = source.choice([0, 1, 255])  # flags that mean something
+    return bytes(message)
+
+
+@pytest.mark.slow
+def test_random_messages_end_with_the_service_alive_and_answering(
+    station: Station, service: Process
+) -> None:
+    seed = random.randrange(2**32)
+    print(f"seed {seed}")
+    source = random.Random(seed)
+    for _ in range(MESSAGES):
+        gateway.send(station, random_message(source))
+    assert service.is_running(), service.errors
+    gateway.deliver(station, gateway.detail_alert(""))
+    gateway.deliver(station, gateway.display_alert("ALIVE"))
+    assert station.document()["alert_area"] == "ALIVE"

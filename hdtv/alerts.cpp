@@ -113,8 +113,8 @@ void handle_detail_alert(const gateway_message &datagram) {
     const int text_length = datagram.number(layout::text_length);
     show_station_page();
     last_detail_alert_buf = datagram;
-    const bstr_owner text(
-        blk2bstr(datagram.text(layout::text), datagram.available(layout::text, text_length)));
+    const bstr_owner text(blk2bstr(datagram.text(layout::text),
+                                   gateway_message::available(layout::text, text_length)));
     const std::uint8_t flag = datagram.byte(layout::flag);
     if (flag == protocol::alert_on) {
         if (is_empty(text)) {

@@ -40,7 +40,7 @@ class gateway_message {
     }
 
     /// How many of the wanted bytes from position there are before the end of the buffer.
-    int available(int position, int wanted) const {
+    static int available(int position, int wanted) {
         return std::min(wanted, protocol::message_capacity - start_of(position));
     }
 

@@ -13,7 +13,6 @@ from station.station import Process, Station, StationError, enter_command
 from station.timeline import Timeline
 from station.waiting import wait_for
 
-NAME = "demonstration"
 
 _DESCRIPTION = """\
 Runs the station display service in a simulated station and shows what happens there, as it
@@ -38,6 +37,11 @@ def parse_arguments() -> argparse.Namespace:
         help="end after the incident, with status 0 when all of it was observed",
     )
     parser.add_argument(
+        "--name",
+        default="demonstration",
+        help="tells several stations apart (default: %(default)s)",
+    )
+    parser.add_argument(
         "--pause",
         type=float,
         default=1.0,
@@ -59,11 +63,11 @@ def parse_arguments() -> argparse.Namespace:
 def main() -> int:
     arguments = parse_arguments()
     if arguments.command == "exec":
-        return run_inside(arguments.program, arguments.gateway)
+        return run_inside(arguments.name, arguments.program, arguments.gateway)
     # Ends by the same road whether by Ctrl-C or by a plain kill.
     signal.signal(signal.SIGTERM, lambda *_: sys.exit(1))
     try:
-        return run_station(arguments.once, arguments.pause)
+        return run_station(arguments.name, arguments.once, arguments.pause)
     except StationError as error:
         print(error, file=sys.stderr)
         return 1
@@ -72,8 +76,8 @@ def main() -> int:
         return 130
 
 
-def run_station(once: bool, pause: float) -> int:
-    with Station(name=NAME) as station:
+def run_station(name: str, once: bool, pause: float) -> int:
+    with Station(name=name) as station:
         station.write_config("{}")
         service = station.start_service()
         with Timeline(station, service) as timeline:
@@ -121,8 +125,8 @@ def wait_for_end(service: Process, timeline: Timeline) -> int:
     return 1
 
 
-def run_inside(program: list[str], on_gateway: bool) -> int:
-    pid = find_running_station(depth=2 if on_gateway else 3)
+def run_inside(name: str, program: list[str], on_gateway: bool) -> int:
+    pid = find_running_station(name, depth=2 if on_gateway else 3)
     if pid is None:
         print("No station is running here: start one with ./scripts/station.", file=sys.stderr)
         return 1
@@ -130,24 +134,24 @@ def run_inside(program: list[str], on_gateway: bool) -> int:
     os.execvp(command[0], command)
 
 
-def find_running_station(depth: int) -> int | None:
-    """The pid 1 of a side of the newest demonstration. Its place among the nested PID namespaces
+def find_running_station(name: str, depth: int) -> int | None:
+    """The pid 1 of a side of the newest station of this name. Its place among the nested PID namespaces
     tells the side: the gateway's is the second, the unit's the third."""
     found = [
         int(process.name)
         for process in Path("/proc").iterdir()
-        if process.name.isdigit() and is_pid_1_of_a_side(process, depth)
+        if process.name.isdigit() and is_pid_1_of_a_side(process, name, depth)
     ]
     return max(found, default=None)
 
 
-def is_pid_1_of_a_side(process: Path, depth: int) -> bool:
+def is_pid_1_of_a_side(process: Path, name: str, depth: int) -> bool:
     try:
         command = (process / "cmdline").read_bytes().split(b"\0")
         status = (process / "status").read_text()
     except OSError:
         return False
-    if len(command) < 5 or not command[3].endswith(b"/world.py") or command[5] != NAME.encode():
+    if len(command) < 6 or not command[3].endswith(b"/world.py") or command[5] != name.encode():
         return False
     pids = next(line for line in status.splitlines() if line.startswith("NSpid:")).split()[1:]
     return len(pids) == depth and pids[-1] == "1"

@@ -110,8 +110,10 @@ def send(
     """One message over a connection of its own. Returns when the unit has closed it, that is when
     it has read the message."""
     with connect(station, source, destination) as connection:
-        connection.sendall(message)
-        connection.shutdown(socket.SHUT_WR)
+        # The unit takes what it takes in one read, and may have reset the rest by now.
+        with contextlib.suppress(OSError):
+            connection.sendall(message)
+            connection.shutdown(socket.SHUT_WR)
         wait_until_closed(connection)
 
 

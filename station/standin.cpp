@@ -34,6 +34,10 @@ std::string read_link(const std::string &path) {
     return {target, static_cast<std::size_t>(length < 0 ? 0 : length)};
 }
 
+int number_of(const std::string &text) {
+    return static_cast<int>(std::strtol(text.c_str(), nullptr, 10));
+}
+
 std::string quoted(const std::string &text) {
     std::string json = "\"";
     for (const char c : text) {
@@ -65,7 +69,7 @@ std::string inherited_descriptors() {
         return "{}";
     }
     while (const dirent *entry = readdir(directory)) {
-        const int fd = std::atoi(entry->d_name);
+        const int fd = number_of(entry->d_name);
         if (fd > 2 && fd != dirfd(directory)) {
             const std::string target = read_link(std::string("/proc/self/fd/") + entry->d_name);
             json += (json.empty() ? "" : ", ") + quoted(entry->d_name) + ": " + quoted(target);
@@ -138,7 +142,7 @@ void behave(const std::string &line, char **argv) {
         std::printf("%s\n", rest.c_str());
         std::fflush(stdout);
     } else if (word == "sleep") {
-        sleep_for(std::atof(rest.c_str()));
+        sleep_for(std::strtod(rest.c_str(), nullptr));
     } else if (word == "await") {
         while (access(rest.c_str(), F_OK) != 0) {
             sleep_for(0.002);
@@ -152,7 +156,7 @@ void behave(const std::string &line, char **argv) {
         std::perror(rest.c_str());
         std::exit(127);
     } else if (word == "exit") {
-        std::exit(std::atoi(rest.c_str()));
+        std::exit(number_of(rest));
     }
 }
 

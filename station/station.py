@@ -168,6 +168,7 @@ class Station:
         self._gateway_network = os.open(f"/proc/{self.gateway_pid}/ns/net", os.O_RDONLY)
         self._unit_network = os.open(f"/proc/{self.unit_pid}/ns/net", os.O_RDONLY)
         self._own_network = os.open("/proc/thread-self/ns/net", os.O_RDONLY)
+        self._current_network = self._own_network
 
     def _start_world(self, name: str, settings: Mapping[str, Any]) -> tuple[int, int]:
         ours, theirs = socket.socketpair(socket.AF_UNIX, socket.SOCK_SEQPACKET)
@@ -261,6 +262,11 @@ class Station:
     def start_on_gateway(self, *command: str) -> Process:
         return self._keep(enter_command(self.gateway_pid, *command), {})
 
+    def start_in_gateway_network(self, *command: str) -> Process:
+        """A program of this machine, with its files, on the gateway's network only."""
+        target = f"--target={self.gateway_pid}"
+        return self._keep(["nsenter", target, "--net", "--", *command], {})
+
     def _keep(self, command: list[str], environment: Mapping[str, str]) -> Process:
         process = Process(command, {**os.environ, **environment})
         self.processes.append(process)
@@ -293,8 +299,17 @@ class Station:
 
     @contextlib.contextmanager
     def _network(self, fd: int) -> Iterator[None]:
-        linux.setns(fd, linux.CLONE_NEWNET)
+        outer = self._current_network
+        # Entering costs half a millisecond, so whoever sends by the thousand enters once.
+        if fd == outer:
+            yield
+            return
+        self._enter_network(fd)
         try:
             yield
         finally:
-            linux.setns(self._own_network, linux.CLONE_NEWNET)
+            self._enter_network(outer)
+
+    def _enter_network(self, fd: int) -> None:
+        linux.setns(fd, linux.CLONE_NEWNET)
+        self._current_network = fd

@@ -30,8 +30,9 @@ def test_random_messages_end_with_the_service_alive_and_answering(
     seed = random.randrange(2**32)
     print(f"seed {seed}")
     source = random.Random(seed)
-    for _ in range(MESSAGES):
-        gateway.send(station, random_message(source))
+    with station.on_gateway():
+        for _ in range(MESSAGES):
+            gateway.send(station, random_message(source))
     assert service.is_running(), service.errors
     gateway.deliver(station, gateway.detail_alert(""))
     gateway.deliver(station, gateway.display_alert("ALIVE"))

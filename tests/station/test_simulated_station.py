@@ -220,10 +220,11 @@ def test_without_the_privilege_one_sentence_and_status_1() -> None:
 
 
 def test_second_terminal_runs_programs_inside_the_running_station() -> None:
-    assert "No station is running here" in run_command("exec", "true").stderr
+    name = f"test-{os.getpid()}"
+    assert "No station is running here" in run_command("--name", name, "exec", "true").stderr
     environment = {**os.environ, "HDTV_BUILD": str(build_directory()), "PYTHONUNBUFFERED": "1"}
     with subprocess.Popen(
-        ["/usr/bin/python3", "-m", "station", "--pause", "0.1"],
+        ["/usr/bin/python3", "-m", "station", "--name", name, "--pause", "0.1"],
         cwd=TOP,
         env=environment,
         stdout=subprocess.PIPE,
@@ -233,10 +234,10 @@ def test_second_terminal_runs_programs_inside_the_running_station() -> None:
         for line in running.stdout:
             if "keeps running" in line:
                 break
-        document = run_command("exec", "cat", "/dev/shm/alerts.json")
+        document = run_command("--name", name, "exec", "cat", "/dev/shm/alerts.json")
         assert document.stdout.startswith('[{"alert_type":"hdtv_alert"')
-        assert run_command("exec", "hostname").stdout == "unit\n"
-        assert run_command("exec", "--gateway", "hostname").stdout == "gateway\n"
-        assert run_command("exec", "sh", "-c", "exit 7").returncode == 7
+        assert run_command("--name", name, "exec", "hostname").stdout == "unit\n"
+        assert run_command("--name", name, "exec", "--gateway", "hostname").stdout == "gateway\n"
+        assert run_command("--name", name, "exec", "sh", "-c", "exit 7").returncode == 7
         running.send_signal(signal.SIGINT)
         assert running.wait(20) == 130

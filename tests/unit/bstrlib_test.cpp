@@ -671,10 +671,12 @@ TEST_F(bstrlib, format_that_cannot_grow_fails) {
 }
 
 TEST_F(bstrlib, format_of_null_is_null) {
-    const char *none = nullptr;
-    EXPECT_EQ(bformat(none), nullptr);
+    // By way of plain pointers: the compiler would not let the format be null.
+    bstring (*const format)(const char *, ...) = bformat;
+    int (*const append)(bstring, const char *, ...) = bformata;
+    EXPECT_EQ(format(nullptr), nullptr);
     const bstr_owner b = make("a");
-    EXPECT_EQ(bformata(b.get(), none), BSTR_ERR);
+    EXPECT_EQ(append(b.get(), nullptr), BSTR_ERR);
     EXPECT_EQ(text_of(b), "a");
 }
 

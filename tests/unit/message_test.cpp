@@ -29,7 +29,7 @@ TEST(message, everything_outside_reads_as_zero) {
     for (const int position : {-1, -2, INT_MIN, 4096, 4097, INT_MAX - 1}) {
         EXPECT_EQ(message.byte(position), 0) << position;
         EXPECT_STREQ(message.text(position), "") << position;
-        EXPECT_EQ(message.available(position, 10), 0) << position;
+        EXPECT_EQ(gateway_message::available(position, 10), 0) << position;
     }
     EXPECT_EQ(message.number(4095), 0xff00);
     EXPECT_EQ(message.number(-1), 0x00ff);
@@ -64,11 +64,10 @@ TEST(message, cutting_a_text_outside_does_nothing) {
 }
 
 TEST(message, available_bytes_stop_at_the_end_of_the_buffer) {
-    const gateway_message message;
-    EXPECT_EQ(message.available(539, 10), 10);
-    EXPECT_EQ(message.available(539, 3557), 3557);
-    EXPECT_EQ(message.available(539, 65535), 3557);
-    EXPECT_EQ(message.available(539, 0), 0);
+    EXPECT_EQ(gateway_message::available(539, 10), 10);
+    EXPECT_EQ(gateway_message::available(539, 3557), 3557);
+    EXPECT_EQ(gateway_message::available(539, 65535), 3557);
+    EXPECT_EQ(gateway_message::available(539, 0), 0);
 }
 
 } // namespace

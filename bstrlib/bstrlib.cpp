@@ -203,6 +203,8 @@ __attribute__((format(printf, 1, 0))) bstring format_text(const char *fmt, std::
         std::va_list attempt;
         va_copy(attempt, arguments);
         char *text = reinterpret_cast<char *>(scratch->data);
+        // The analyzer loses sight of va_copy in a loop.
+        // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized)
         const int reported = std::vsnprintf(text, static_cast<std::size_t>(n) + 1, fmt, attempt);
         va_end(attempt);
         text[n] = 0;

@@ -21,7 +21,7 @@ document. A short incident is played; then the station keeps running until Ctrl-
 
 From a second terminal, inside the running station:
   ./scripts/station exec cat /dev/shm/alerts.json
-  ./scripts/station exec nc -N 127.0.0.1 4000 < message
+  ./scripts/station exec bash -c "printf '\\3\\1\\0\\0\\0\\4FIRE' > /dev/tcp/127.0.0.1/4000"
 """
 
 

@@ -113,7 +113,10 @@ def send(
         # The unit takes what it takes in one read, and may have reset the rest by now.
         with contextlib.suppress(OSError):
             connection.sendall(message)
-            connection.shutdown(socket.SHUT_WR)
+            # Without a message the unit waits for one. With one it is the unit that closes first,
+            # which keeps the ports of this side free.
+            if not message:
+                connection.shutdown(socket.SHUT_WR)
         wait_until_closed(connection)
 
 

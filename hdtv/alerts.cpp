@@ -38,13 +38,25 @@ bool is_empty(const bstr_owner &text) {
     return !text || text->slen == 0;
 }
 
-void start_alert() {
+// The only road into an alert and out of it. Returns whether this message has started one.
+bool follow_flag(int flag, bool is_text_empty) {
+    if (flag != protocol::alert_on) {
+        return false;
+    }
+    if (is_text_empty) {
+        is_alert_active = false;
+        return false;
+    }
+    if (is_alert_active) {
+        return false;
+    }
     is_alert_active = true;
     alert_start = std::time(nullptr);
+    return true;
 }
 
-void end_alert() {
-    is_alert_active = false;
+bool is_ignored(int flag) {
+    return flag != protocol::alert_on && is_alert_active;
 }
 
 void save_turnout_values(const gateway_message &datagram) {
@@ -93,13 +105,8 @@ void handle_display_alert(const gateway_message &datagram) {
     const bstr_owner text(bfromcstr(datagram.text(layout::text)));
     std::printf("%d\n", text ? text->slen : 0);
     const std::uint8_t flag = datagram.byte(layout::flag);
-    if (flag == protocol::alert_on) {
-        if (is_empty(text)) {
-            end_alert();
-        } else if (!is_alert_active) {
-            start_alert();
-        }
-    } else if (is_alert_active) {
+    follow_flag(flag, is_empty(text));
+    if (is_ignored(flag)) {
         return;
     }
     write_alert_json("display_alert", flag, static_cast<std::uint32_t>(alert_start), 0, 0, 0,
@@ -116,17 +123,12 @@ void handle_detail_alert(const gateway_message &datagram) {
     const bstr_owner text(blk2bstr(datagram.text(layout::text),
                                    gateway_message::available(layout::text, text_length)));
     const std::uint8_t flag = datagram.byte(layout::flag);
-    if (flag == protocol::alert_on) {
-        if (is_empty(text)) {
-            end_alert();
-        } else if (!is_alert_active) {
-            start_alert();
-            save_turnout_values(datagram);
-        }
+    if (follow_flag(flag, is_empty(text))) {
+        save_turnout_values(datagram);
     }
     // An ignored message has already left its text and its units for the next map address.
     build_unit_list(datagram);
-    if (flag != protocol::alert_on && is_alert_active) {
+    if (is_ignored(flag)) {
         return;
     }
     if (is_alert_active) {

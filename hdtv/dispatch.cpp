@@ -64,16 +64,12 @@ void set_page_address(const gateway_message &message) {
 }
 
 const char *rotation_setting() {
-    switch (rotation) {
-    case 90:
-        return "90";
-    case 180:
-        return "180";
-    case 270:
-        return "270";
-    default:
-        return "0";
+    for (const auto &[text, degrees] : rotation_settings) {
+        if (degrees == rotation) {
+            return text;
+        }
     }
+    return "0";
 }
 
 // More than three quarter turns are stored as "0", while rotation keeps the product.

@@ -135,9 +135,8 @@ void read_rotation() {
         return;
     }
     rotation = 0;
-    for (const int degrees : {90, 180, 270}) {
-        const bstr_owner text(bformat("%d", degrees));
-        if (biseqcstr(value.get(), bstr_text(text.get())) == 1) {
+    for (const auto &[text, degrees] : rotation_settings) {
+        if (biseqcstr(value.get(), text) == 1) {
             rotation = degrees;
         }
     }

@@ -77,10 +77,10 @@ def main() -> int:
 
 
 def run_station(name: str, once: bool, pause: float) -> int:
-    with Station(name=name) as station:
-        station.write_config("{}")
+    with Station(name=name) as station, gateway.record_listener(station) as records:
+        station.write_config(f'{{"comm_gw":"{gateway.GATEWAY}"}}')
         service = station.start_service()
-        with Timeline(station, service) as timeline:
+        with Timeline(station, service, records) as timeline:
             timeline.say("station", "unit 10.87.33.50, gateway 10.87.33.20, no proxy")
             if not play_incident(station, service, timeline, pause):
                 return 1
@@ -101,9 +101,9 @@ def play_incident(station: Station, service: Process, timeline: Timeline, pause:
 
 
 def play_step(station: Station, service: Process, timeline: Timeline, step: Step) -> bool:
-    timeline.say("gateway" if step.message else "station", step.words)
     try:
         if step.message:
+            timeline.say("gateway", "sends: " + step.words)
             gateway.send(station, step.message)
         wait_for(
             lambda: step.is_seen(station, station.document()) or not service.is_running(),
@@ -116,6 +116,8 @@ def play_step(station: Station, service: Process, timeline: Timeline, step: Step
     if not service.is_running():
         timeline.say("problem", f"the service has ended with status {service.wait()}")
         return False
+    if not step.message:
+        timeline.say("station", step.words)
     return True
 
 

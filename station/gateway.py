@@ -149,6 +149,13 @@ def wait_until_closed(connection: socket.socket) -> None:
         assert answer == b"", answer
 
 
+def describe_record(record: bytes) -> str:
+    """A record that a unit has sent, in words."""
+    if len(record) == 9 and record[0] == 2:
+        return f"roll-call reply from {record[1:7].hex(':')}, version {record[8]}"
+    return f"unknown record {record.hex(' ')}"
+
+
 class RecordListener:
     """Takes what units send to port 5000, one connection a record."""
 

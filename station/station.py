@@ -75,6 +75,7 @@ class Process:
             stderr=self._errors,
             env=dict(environment),
             cwd="/",
+            start_new_session=True,
         )
 
     @staticmethod
@@ -178,6 +179,7 @@ class Station:
             self._keeper = subprocess.Popen(
                 [sys.executable, "-I", "-S", str(world), str(theirs.fileno()), name],
                 pass_fds=[theirs.fileno()],
+                start_new_session=True,  # a Ctrl-C is for the starter alone
                 stdin=subprocess.PIPE,
                 stderr=subprocess.PIPE,
             )

@@ -6,6 +6,7 @@ import threading
 import time
 from typing import TextIO
 
+from station.gateway import RecordListener, describe_record
 from station.station import DOCUMENT, Process, Station
 
 _COLOURS = {
@@ -23,15 +24,23 @@ _PERIOD = 0.01
 class Timeline:
     """Watches a station from a thread of its own and prints what is new."""
 
-    def __init__(self, station: Station, service: Process, out: TextIO | None = None) -> None:
+    def __init__(
+        self,
+        station: Station,
+        service: Process,
+        records: RecordListener,
+        out: TextIO | None = None,
+    ) -> None:
         self._station = station
         self._service = service
+        self._records = records
         self._out = out or sys.stdout
         self._colours = self._out.isatty()
         self._lock = threading.Lock()
         self._shown_output = 0
         self._shown_errors = 0
         self._shown_calls = 0
+        self._shown_records = 0
         self._shown_document = ""
         self._stopping = threading.Event()
         self._thread = threading.Thread(target=self._watch, daemon=True)
@@ -65,6 +74,7 @@ class Timeline:
         self._show_service()
         self._show_document()
         self._show_calls()
+        self._show_records()
 
     def _show_service(self) -> None:
         lines = self._service.output.split("\n")[:-1]
@@ -81,6 +91,12 @@ class Timeline:
         for call in calls[self._shown_calls :]:
             self.say("tool", " ".join([call.path, *call.argv[1:]]))
         self._shown_calls = len(calls)
+
+    def _show_records(self) -> None:
+        records = self._records.records()
+        for record in records[self._shown_records :]:
+            self.say("gateway", "received: " + describe_record(record))
+        self._shown_records = len(records)
 
     def _show_document(self) -> None:
         text = self._station.document_text()

@@ -1,10 +1,13 @@
 """The simulated station itself: what it promises to those who test in it."""
 
+import fcntl
 import http.server
 import os
+import pty
 import signal
 import subprocess
 import sys
+import termios
 import threading
 import time
 from pathlib import Path
@@ -175,7 +178,8 @@ def test_once_plays_the_incident_and_ends_with_status_0() -> None:
     for words in (
         "service   Setting Gateway Address: 10.87.33.20",
         "tool      /usr/bin/qt-webkit-kiosk -u http://127.0.0.1/station_web/",
-        "gateway   detail alert for E1 and L3",
+        "gateway   received: roll-call reply from 02:00:0a:57:21:32, version 47",
+        "gateway   sends: detail alert for E1 and L3",
         'E1:2 L3:5, "STRUCTURE FIRE\\n1200 MAIN ST, CROSS OAK AVE"',
         "map http://10.87.33.20/map?incident=1042",
         "document  stop_turnout",
@@ -241,3 +245,43 @@ def test_second_terminal_runs_programs_inside_the_running_station() -> None:
         assert run_command("--name", name, "exec", "sh", "-c", "exit 7").returncode == 7
         running.send_signal(signal.SIGINT)
         assert running.wait(20) == 130
+
+
+def test_ctrl_c_on_a_terminal_ends_it_quietly_and_in_colour() -> None:
+    terminal, inside = pty.openpty()
+    environment = {**os.environ, "HDTV_BUILD": str(build_directory())}
+    running = subprocess.Popen(
+        ["/usr/bin/python3", "-m", "station", "--pause", "0.1"],
+        cwd=TOP,
+        env=environment,
+        stdin=inside,
+        stdout=inside,
+        stderr=inside,
+        preexec_fn=lambda: take(inside),
+    )
+    os.close(inside)
+    text = read_until(terminal, b"Ctrl-C ends it")
+    os.write(terminal, b"\x03")
+    text += read_until(terminal, b"")
+    assert running.wait(20) == 130
+    assert b"\033[32mdocument" in text
+    assert b"Traceback" not in text
+    assert b"the service has ended" not in text
+    os.close(terminal)
+
+
+def take(terminal: int) -> None:
+    """Makes the terminal the controlling one of a new session."""
+    os.setsid()
+    fcntl.ioctl(terminal, termios.TIOCSCTTY, 0)
+
+
+def read_until(terminal: int, words: bytes) -> bytes:
+    """What the terminal shows until these words, or until nobody writes to it any more."""
+    text = b""
+    while not (words and words in text):
+        try:
+            text += os.read(terminal, 4096)
+        except OSError:
+            break
+    return text

@@ -57,8 +57,8 @@ def build_directory() -> Path:
 
 
 def enter_command(pid: int, *command: str) -> list[str]:
-    """The command line that runs a command in the namespaces of the process."""
-    kinds = [f"--{kind}" for kind in ("mount", "uts", "ipc", "net", "pid")]
+    """The command line that runs a command in the namespaces and the root of the process."""
+    kinds = [f"--{kind}" for kind in ("mount", "uts", "ipc", "net", "pid", "root")]
     return ["nsenter", f"--target={pid}", *kinds, "--", *command]
 
 

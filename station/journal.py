@@ -25,6 +25,14 @@ class Call:
 
 
 def read_journal(path: Path) -> list[Call]:
-    """The calls so far, oldest first; a line that is still being written is left for later."""
+    """The calls so far, oldest first. A line that is still being written is left for later, and a
+    piece of a line, from a tool that was killed while it wrote, is passed over."""
     lines = path.read_text().split("\n")[:-1]
-    return [Call(**json.loads(line)) for line in lines]
+    return [call for call in map(_parse, lines) if call]
+
+
+def _parse(line: str) -> Call | None:
+    try:
+        return Call(**json.loads(line))
+    except ValueError:
+        return None

@@ -2,7 +2,8 @@
 // under each tool's absolute path. It journals the call, then behaves as it is told.
 //
 // Journal: one line of JSON a call, appended to /run/station/journal in one write. Bytes of the
-// arguments outside printable ASCII are written as \u00XX, one escape a byte.
+// arguments outside printable ASCII are written as \u00XX, one escape a byte. A stand-in that is
+// killed while it writes leaves a piece of a line, which is why each begins on a line of its own.
 //
 // Behaviour: the lines of /run/station/behaviour/NAME, carried out in order; then exit status 0.
 //     print TEXT       TEXT and a line feed on standard output
@@ -113,7 +114,7 @@ void journal(const std::string &path, int argc, char **argv) {
     std::snprintf(time, sizeof time, "%.6f", now());
     const std::string parent = first_line("/proc/" + std::to_string(getppid()) + "/comm");
     const std::string line =
-        std::string("{\"time\": ") + time + ", \"path\": " + quoted(path) +
+        std::string("\n{\"time\": ") + time + ", \"path\": " + quoted(path) +
         ", \"pid\": " + std::to_string(getpid()) + ", \"ppid\": " + std::to_string(getppid()) +
         ", \"parent\": " + quoted(parent) + ", \"argv\": " + arguments(argc, argv) +
         ", \"descriptors\": " + inherited_descriptors() +

@@ -2,6 +2,7 @@
 
 #include "bstrlib/bstr_owner.h"
 #include "bstrlib/bstrlib.h"
+#include "cec/cec.h"
 #include "hdtv/alert_document.h"
 #include "hdtv/hdtv.h"
 #include "hdtv/kiosk.h"
@@ -44,12 +45,14 @@ bool follow_flag(int flag, bool is_text_empty) {
         return false;
     }
     if (is_text_empty) {
+        cec_alert_inactive();
         is_alert_active = false;
         return false;
     }
     if (is_alert_active) {
         return false;
     }
+    cec_alert_active();
     is_alert_active = true;
     alert_start = std::time(nullptr);
     return true;

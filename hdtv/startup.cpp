@@ -2,6 +2,7 @@
 
 #include "bstrlib/bstr_owner.h"
 #include "bstrlib/bstrlib.h"
+#include "cec/cec.h"
 #include "hdtv/alert_document.h"
 #include "hdtv/config_store.h"
 #include "hdtv/connect.h"
@@ -154,6 +155,7 @@ int run_service(int argc, char **argv) {
         return 1;
     }
     event_init();
+    std::ignore = cec_init();
     const sockaddr_in sa = any_address(protocol::command_port);
     const int command_socket = open_command_socket(sa);
     std::ignore = open_bound_socket(SOCK_DGRAM, sa);

@@ -8,8 +8,9 @@ import threading
 from pathlib import Path
 
 from station import gateway
-from station.incident import INCIDENT, Step
+from station.incident import INCIDENT, Scene, Step
 from station.station import Process, Station, StationError, enter_command
+from station.television import IN_STANDBY, Television
 from station.timeline import Timeline
 from station.waiting import wait_for
 
@@ -77,12 +78,17 @@ def main() -> int:
 
 
 def run_station(name: str, once: bool, pause: float) -> int:
-    with Station(name=name) as station, gateway.record_listener(station) as records:
+    with (
+        Station(name=name) as station,
+        gateway.record_listener(station) as records,
+        Television(station, power=IN_STANDBY, tv_input=0x2000, wake_delay=1.2) as television,
+    ):
         station.write_config(f'{{"comm_gw":"{gateway.GATEWAY}"}}')
         service = station.start_service()
-        with Timeline(station, service, records) as timeline:
+        with Timeline(station, service, records, television) as timeline:
             timeline.say("station", "unit 10.87.33.50, gateway 10.87.33.20, no proxy")
-            if not play_incident(station, service, timeline, pause):
+            timeline.say("TV", "in standby, input 2.0.0.0")
+            if not play_incident(Scene(station, television), service, timeline, pause):
                 return 1
             timeline.say("station", f"the incident was observed, all {len(INCIDENT)} steps of it")
             if once:
@@ -91,24 +97,26 @@ def run_station(name: str, once: bool, pause: float) -> int:
             return wait_for_end(service, timeline)
 
 
-def play_incident(station: Station, service: Process, timeline: Timeline, pause: float) -> bool:
+def play_incident(scene: Scene, service: Process, timeline: Timeline, pause: float) -> bool:
     for step in INCIDENT:
-        if not play_step(station, service, timeline, step):
+        if not play_step(scene, service, timeline, step):
             return False
         # For the eye only: the step has been observed.
         threading.Event().wait(pause)
     return True
 
 
-def play_step(station: Station, service: Process, timeline: Timeline, step: Step) -> bool:
+def play_step(scene: Scene, service: Process, timeline: Timeline, step: Step) -> bool:
     try:
         if step.message:
             timeline.say("gateway", "sends: " + step.words)
-            gateway.send(station, step.message)
+            gateway.send(scene.station, step.message)
+        if step.action:
+            step.action(scene)
         wait_for(
-            lambda: step.is_seen(station, station.document()) or not service.is_running(),
+            lambda: step.is_seen(scene, scene.station.document()) or not service.is_running(),
             step.words,
-            deadline=5,
+            deadline=10,
         )
     except OSError as error:  # a TimeoutError too
         timeline.say("problem", f"not observed: {step.words} ({error})")

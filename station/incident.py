@@ -7,8 +7,12 @@ from typing import Any
 from station import gateway
 from station.gateway import Unit
 from station.station import GATEWAY_FILE, UNIT_ADDRESS, Station
+from station.television import IN_STANDBY, ON, Television
+from station.television import UNIT_ADDRESS as UNIT_INPUT
 
 Document = dict[str, Any]
+
+OTHER_INPUT = 0x3000
 
 _UNITS = {0: Unit("E1", 2), 1: Unit("L3", 5)}
 _TEXT = "STRUCTURE FIRE\n1200 MAIN ST, CROSS OAK AVE"
@@ -17,24 +21,44 @@ _MAP = "http://10.87.33.20/map?incident=1042"
 
 
 @dataclass(frozen=True)
+class Scene:
+    """Where it is played."""
+
+    station: Station
+    television: Television
+
+    def shows(self, power: int, tv_input: int) -> bool:
+        return (self.television.power, self.television.input) == (power, tv_input)
+
+
+@dataclass(frozen=True)
 class Step:
-    """One message, in words and in bytes, and whether its effect can be seen."""
+    """What happens, in words and as a message or an act, and whether its effect can be seen."""
 
     words: str
-    message: bytes | None
-    is_seen: Callable[[Station, Document], bool]
+    is_seen: Callable[[Scene, Document], bool]
+    message: bytes | None = None
+    action: Callable[[Scene], None] | None = None
 
 
 def _shows_units(document: Document) -> bool:
     return document.get("units") == [{"unit": "E1", "color": "2"}, {"unit": "L3", "color": "5"}]
 
 
-def _is_idle(station: Station, document: Document) -> bool:
-    browser = station.calls("qt-webkit-kiosk")
+def _is_idle(scene: Scene, document: Document) -> bool:
+    browser = scene.station.calls("qt-webkit-kiosk")
     return document.get("alert_area") == UNIT_ADDRESS and len(browser) == 1
 
 
-def _shows_alert(station: Station, document: Document) -> bool:
+def _choose_another_input(scene: Scene) -> None:
+    scene.television.switch_input(OTHER_INPUT)
+
+
+def _is_told_of_the_input(scene: Scene, _: Document) -> bool:
+    return scene.shows(IN_STANDBY, OTHER_INPUT)
+
+
+def _shows_alert(scene: Scene, document: Document) -> bool:
     return (
         document.get("alert_area") == "STRUCTURE FIRE\n1200 MAIN ST, CROSS OAK AVE"
         and document["alert_type"] == "hdtv_alert"
@@ -42,44 +66,51 @@ def _shows_alert(station: Station, document: Document) -> bool:
         and document["turnout_end"] == "120"
         and int(document["alert_expiration"]) == int(document["alert_time"]) + 120
         and _shows_units(document)
-        and gateway.GATEWAY in station.path(GATEWAY_FILE).read_text()
+        and gateway.GATEWAY in scene.station.path(GATEWAY_FILE).read_text()
+        and scene.shows(ON, UNIT_INPUT)
     )
 
 
-def _shows_map(_: Station, document: Document) -> bool:
+def _shows_map(_: Scene, document: Document) -> bool:
     return document.get("map_url") == _MAP and _shows_units(document)
 
 
-def _shows_update(_: Station, document: Document) -> bool:
+def _shows_update(_: Scene, document: Document) -> bool:
     return "SMOKE SHOWING" in document.get("alert_area", "") and document["map_url"] == ""
 
 
-def _shows_stopped_timer(_: Station, document: Document) -> bool:
+def _shows_stopped_timer(_: Scene, document: Document) -> bool:
     return document.get("alert_type") == "stop_turnout"
 
 
-def _shows_end(_: Station, document: Document) -> bool:
+def _shows_end(scene: Scene, document: Document) -> bool:
     return (
         document.get("alert_type") == "hdtv_alert"
         and document["alert_time"] == "0"
         and document["alert_area"] == ""
         and document["units"] == []
+        and scene.shows(IN_STANDBY, OTHER_INPUT)
     )
 
 
 INCIDENT = [
-    Step("the station is idle and shows its address", None, _is_idle),
+    Step("the station is idle and shows its address", _is_idle),
+    Step(
+        "the television's input is set to 3.0.0.0 while it sleeps",
+        _is_told_of_the_input,
+        action=_choose_another_input,
+    ),
     Step(
         "detail alert for E1 and L3, turnout 120 s",
-        gateway.detail_alert(_TEXT, _UNITS, turnout_end=120, turnout_zero=60),
         _shows_alert,
+        gateway.detail_alert(_TEXT, _UNITS, turnout_end=120, turnout_zero=60),
     ),
-    Step("map address", gateway.set_map_address(_MAP), _shows_map),
+    Step("map address", _shows_map, gateway.set_map_address(_MAP)),
     Step(
         "the same alert with more text",
-        gateway.detail_alert(_UPDATE, _UNITS, turnout_end=120, turnout_zero=60),
         _shows_update,
+        gateway.detail_alert(_UPDATE, _UNITS, turnout_end=120, turnout_zero=60),
     ),
-    Step("stop turnout", gateway.stop_turnout(), _shows_stopped_timer),
-    Step("end of the alert: flag on, empty text", gateway.detail_alert(""), _shows_end),
+    Step("stop turnout", _shows_stopped_timer, gateway.stop_turnout()),
+    Step("end of the alert: flag on, empty text", _shows_end, gateway.detail_alert("")),
 ]

@@ -8,8 +8,10 @@ from typing import TextIO
 
 from station.gateway import RecordListener, describe_record
 from station.station import DOCUMENT, Process, Station
+from station.television import Television
 
 _COLOURS = {
+    "TV": "35",
     "station": "1",
     "service": "2",
     "tool": "33",
@@ -29,11 +31,13 @@ class Timeline:
         station: Station,
         service: Process,
         records: RecordListener,
+        television: Television,
         out: TextIO | None = None,
     ) -> None:
         self._station = station
         self._service = service
         self._records = records
+        self._television = television
         self._out = out or sys.stdout
         self._colours = self._out.isatty()
         self._lock = threading.Lock()
@@ -41,6 +45,7 @@ class Timeline:
         self._shown_errors = 0
         self._shown_calls = 0
         self._shown_records = 0
+        self._shown_story = 0
         self._shown_document = ""
         self._stopping = threading.Event()
         self._thread = threading.Thread(target=self._watch, daemon=True)
@@ -75,6 +80,7 @@ class Timeline:
         self._show_document()
         self._show_calls()
         self._show_records()
+        self._show_television()
 
     def _show_service(self) -> None:
         lines = self._service.output.split("\n")[:-1]
@@ -97,6 +103,12 @@ class Timeline:
         for record in records[self._shown_records :]:
             self.say("gateway", "received: " + describe_record(record))
         self._shown_records = len(records)
+
+    def _show_television(self) -> None:
+        story = self._television.story
+        for line in story[self._shown_story :]:
+            self.say("TV", line)
+            self._shown_story += 1
 
     def _show_document(self) -> None:
         text = self._station.document_text()

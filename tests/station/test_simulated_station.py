@@ -184,6 +184,10 @@ def test_once_plays_the_incident_and_ends_with_status_0() -> None:
         "map http://10.87.33.20/map?incident=1042",
         "document  stop_turnout",
         'document  hdtv_alert, ""',
+        "TV        waking",
+        "TV        input 3.0.0.0 \N{RIGHTWARDS ARROW} 1.0.0.0",
+        "TV        input 1.0.0.0 \N{RIGHTWARDS ARROW} 3.0.0.0",
+        "TV        in standby\n",
         "the incident was observed",
     ):
         assert words in result.stdout

@@ -49,10 +49,12 @@ def test_idle_page_shows_the_units_own_address(station: Station, service: Proces
 
 def test_its_lines_appear_at_once_and_in_order(station: Station, service: Process) -> None:
     lines = service.output.splitlines()
-    assert lines[0] == "Unable to connect to proxy at 10.87.33.1:3128.  Disabling proxy support"
-    assert lines[1] == "Writing JSON: " + station.document_text()
-    assert lines[2] == "Starting qt-webkit-kiosk without proxy"
-    assert len(lines) == 3
+    assert lines == [
+        "failed to open vchiq instance",
+        "Unable to connect to proxy at 10.87.33.1:3128.  Disabling proxy support",
+        "Writing JSON: " + station.document_text(),
+        "Starting qt-webkit-kiosk without proxy",
+    ]
 
 
 def test_both_channels_are_bound_on_all_addresses(station: Station, service: Process) -> None:
@@ -135,7 +137,7 @@ def test_comm_gw_that_resets_does_not_end_it(station: Station) -> None:
 def test_reader_of_its_output_that_goes_away_does_not_end_it(station: Station) -> None:
     # head takes one line and ends; every later line meets a broken pipe.
     service = station.start("/bin/sh", "-c", "/run/station/bin/hdtv | head -n 1")
-    service.wait_for_output("Unable to connect to proxy")
+    service.wait_for_output("failed to open vchiq instance")
     station.wait_for_calls("qt-webkit-kiosk")
     for text in ("ONE", "TWO", "THREE"):
         gateway.deliver(station, gateway.display_alert(text))
@@ -153,7 +155,7 @@ def test_only_the_event_loop_and_two_sockets_stay_open(station: Station, service
 def test_unit_behind_an_answering_proxy_says_so(station: Station) -> None:
     with gateway.accepting_proxy(station):
         service = start(station)
-    assert service.output.startswith("Proxy listening on 10.87.33.1:3128\n")
+    assert "Proxy listening on 10.87.33.1:3128\n" in service.output
     assert "Starting qt-webkit-kiosk using proxy\n" in service.output
     assert station.calls("qt-webkit-kiosk")[0].argv == [
         "qt-webkit-kiosk",
@@ -168,7 +170,7 @@ def test_unit_behind_an_answering_proxy_says_so(station: Station) -> None:
 def test_proxy_whose_host_is_silent_is_given_up_after_two_retries(station: Station) -> None:
     with gateway.silent_proxy(station):
         service = start(station)
-    assert service.output.startswith("Unable to connect to proxy at 10.87.33.1:3128.  Disabling")
+    assert "Unable to connect to proxy at 10.87.33.1:3128.  Disabling" in service.output
 
 
 def test_address_outside_the_gateway_network_is_not_probed(make_station: StationMaker) -> None:

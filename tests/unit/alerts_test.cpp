@@ -2,6 +2,7 @@
 
 #include "service_test.h"
 
+#include "cec/cec.h"
 #include "hdtv/protocol.h"
 
 namespace {
@@ -58,8 +59,15 @@ class alerts : public service_test {
         nothing.flag = 0;
         nothing.text = "";
         handle_detail_alert(nothing.message());
+        // The television shows another source, so that every start and end of an alert is heard.
+        cec_init();
+        recording_port::receive({0x0F, 0x80, 0x10, 0x00, 0x20, 0x00});
         forget_document();
         fake::state.calls.clear();
+    }
+
+    static std::vector<std::string> heard() {
+        return fake::state.calls_of("cec ");
     }
 
     static void forget_document() {
@@ -95,9 +103,9 @@ TEST_F(alerts, display_alert_starts_once_and_a_second_one_only_rewrites_the_docu
 
 TEST_F(alerts, display_alert_prints_the_length_of_its_text) {
     handle_display_alert(display_alert(1, "FIRE"));
-    EXPECT_NE(output().find("4\nWriting JSON: "), std::string::npos);
+    EXPECT_NE(output().find("4\nstandby_after_alert 0\n"), std::string::npos);
     handle_display_alert(display_alert(1, ""));
-    EXPECT_NE(output().find("\n0\nWriting JSON: "), std::string::npos);
+    EXPECT_NE(output().find("\n0\nstandby_after_alert 0\n"), std::string::npos);
 }
 
 TEST_F(alerts, display_alert_with_another_flag_during_an_alert_changes_nothing) {
@@ -361,6 +369,61 @@ TEST_F(alerts, map_address_may_be_empty) {
     handle_set_map_url(map_address(""));
     EXPECT_EQ(member("map_url"), "");
     EXPECT_EQ(member("alert_area"), "FIRE");
+}
+
+// The television.
+
+TEST_F(alerts, television_is_switched_at_the_start_and_handed_back_at_every_end) {
+    const auto switched = [](const char *call) { return std::vector<std::string>{call}; };
+    for (int round = 0; round < 2; ++round) {
+        fake::state.calls.clear();
+        handle_display_alert(display_alert(1, "FIRE"));
+        EXPECT_EQ(heard(), switched("cec active source 1000"));
+        handle_display_alert(display_alert(1, "FIRE"));
+        handle_display_alert(display_alert(0, ""));
+        EXPECT_EQ(heard().size(), 1U); // no TV action for an update or an ignored message
+        fake::state.calls.clear();
+        handle_display_alert(display_alert(1, ""));
+        EXPECT_EQ(heard(), switched("cec active source 2000"));
+    }
+    fake::state.calls.clear();
+    handle_detail_alert(detail().message());
+    EXPECT_EQ(heard(), switched("cec active source 1000"));
+    handle_detail_alert(detail().message());
+    handle_set_map_url(map_address("http://map/"));
+    EXPECT_EQ(heard().size(), 1U);
+    detail end;
+    end.text = "";
+    fake::state.calls.clear();
+    handle_detail_alert(end.message());
+    EXPECT_EQ(heard(), switched("cec active source 2000"));
+}
+
+TEST_F(alerts, ending_message_while_idle_hands_the_television_back_too) {
+    handle_display_alert(display_alert(1, ""));
+    EXPECT_EQ(heard(), std::vector<std::string>{"cec active source 2000"});
+    detail end;
+    end.text = "";
+    handle_detail_alert(end.message());
+    EXPECT_EQ(heard().size(), 2U);
+}
+
+TEST_F(alerts, message_with_another_flag_while_idle_leaves_the_television_alone) {
+    handle_display_alert(display_alert(0, "NOTICE"));
+    detail notice;
+    notice.flag = 0;
+    handle_detail_alert(notice.message());
+    EXPECT_TRUE(heard().empty());
+}
+
+TEST_F(alerts, television_is_switched_before_the_document_is_written) {
+    handle_display_alert(display_alert(1, "FIRE"));
+    const std::vector<std::string> &made = fake::state.calls;
+    const auto switched = std::find(made.begin(), made.end(), "cec active source 1000");
+    const auto written = std::find_if(made.begin(), made.end(), [](const std::string &call) {
+        return call.starts_with("open /dev/shm/alerts.json");
+    });
+    EXPECT_LT(switched, written);
 }
 
 // The station page.

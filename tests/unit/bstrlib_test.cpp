@@ -222,6 +222,14 @@ TEST_F(bstrlib, growing_a_mostly_unused_buffer_takes_a_fresh_one) {
     EXPECT_EQ(b->mlen, 32);
 }
 
+TEST_F(bstrlib, growing_a_buffer_filled_to_just_seven_eighths_takes_a_fresh_one) {
+    const bstr_owner b(bfromcstr("12345678901234")); // 14 of 16: 7 * 16 == 8 * 14
+    ASSERT_EQ(b->mlen, 16);
+    EXPECT_EQ(bgrow(b.get(), 16), BSTR_OK);
+    EXPECT_TRUE(realloc_sizes.empty());
+    EXPECT_EQ(text_of(b), "12345678901234");
+}
+
 TEST_F(bstrlib, growing_a_full_buffer_resizes_it_in_place) {
     const bstr_owner b(bfromcstr("12345678901234"));
     ASSERT_EQ(bconchar(b.get(), '5'), BSTR_OK); // 15 of 32

@@ -11,7 +11,6 @@
 #include <linux/kd.h>
 #include <net/if.h>
 #include <sys/ioctl.h>
-#include <sys/mman.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -156,31 +155,6 @@ void start() {
 
 void stop() {
     is_active = false;
-}
-
-captured_output::captured_output() {
-    std::fflush(stdout);
-    saved_ = dup(STDOUT_FILENO);
-    file_ = memfd_create("output", 0);
-    dup2(file_, STDOUT_FILENO);
-}
-
-captured_output::~captured_output() {
-    std::fflush(stdout);
-    dup2(saved_, STDOUT_FILENO);
-    const bool was_active = is_active;
-    is_active = false;
-    ::close(saved_);
-    ::close(file_);
-    is_active = was_active;
-}
-
-std::string captured_output::text() {
-    std::fflush(stdout);
-    std::string content(static_cast<std::size_t>(lseek(file_, 0, SEEK_END)), 0);
-    const ssize_t count = pread(file_, content.data(), content.size(), 0);
-    content.resize(static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
-    return content;
 }
 
 } // namespace fake

@@ -65,19 +65,4 @@ struct child_ended {
     int status;
 };
 
-/// Standard output of what runs while one of these lives.
-class captured_output {
-  public:
-    captured_output();
-    ~captured_output();
-    captured_output(const captured_output &) = delete;
-    captured_output &operator=(const captured_output &) = delete;
-    /// Everything printed so far.
-    std::string text();
-
-  private:
-    int saved_;
-    int file_;
-};
-
 } // namespace fake

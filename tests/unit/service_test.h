@@ -1,6 +1,8 @@
 #pragma once
 
+#include "captured_output.h"
 #include "fake_system.h"
+#include "recording_port.h"
 
 #include "bstrlib/bstrlib.h"
 #include "hdtv/hdtv.h"
@@ -17,13 +19,18 @@ class service_test : public testing::Test {
   protected:
     void SetUp() override {
         reset_service();
-        fake::start();
         output_.emplace();
+        fake::start();
+        recording_port::reset();
+        recording_port::on_call = [](const std::string &call) {
+            fake::state.calls.push_back("cec " + call);
+        };
     }
 
     void TearDown() override {
-        output_.reset();
+        recording_port::on_call = nullptr;
         fake::stop();
+        output_.reset();
         reset_service();
     }
 
@@ -74,7 +81,7 @@ class service_test : public testing::Test {
         std::fill(std::begin(unit_str), std::end(unit_str), '\0');
     }
 
-    std::optional<fake::captured_output> output_;
+    std::optional<captured_output> output_;
 };
 
 inline gateway_message message_of(const std::string &bytes) {

@@ -1,0 +1,225 @@
+#include "cec/cec.h"
+
+#include "bstrlib/bstr_owner.h"
+#include "bstrlib/bstrlib.h"
+#include "cec/cec_port.h"
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <cstdint>
+#include <cstdio>
+#include <initializer_list>
+#include <tuple>
+#include <unistd.h>
+
+namespace {
+
+constexpr const char *osd_name = "ZELT";
+constexpr std::uint32_t vendor_id = 0x18C086; // of the board's chip vendor
+
+constexpr std::uint32_t tv = 0; // logical address
+constexpr std::int32_t no_reply = 0;
+
+// HDMI 1.4, CEC 17: message descriptions.
+namespace opcode {
+constexpr std::uint8_t image_view_on = 0x04;
+constexpr std::uint8_t standby = 0x36;
+constexpr std::uint8_t routing_change = 0x80;
+constexpr std::uint8_t active_source = 0x82;
+constexpr std::uint8_t request_active_source = 0x85;
+constexpr std::uint8_t give_device_power_status = 0x8F;
+constexpr std::uint8_t report_power_status = 0x90;
+constexpr std::uint8_t inactive_source = 0x9D;
+} // namespace opcode
+
+constexpr std::uint8_t power_status_standby = 1;
+constexpr std::uint32_t reason_received = 2;
+
+// The callback's thread and the event loop's share these; each is a single load or store.
+std::atomic<std::uint16_t> physical_address;
+std::atomic<bool> tv_standby;
+std::atomic<std::uint16_t> last_active_address;
+static_assert(std::atomic<bool>::is_always_lock_free);
+static_assert(std::atomic<std::uint16_t>::is_always_lock_free);
+
+bool standby_after_alert; // set at every alert start, never cleared
+
+void send_to_tv(std::initializer_list<std::uint8_t> payload) {
+    std::ignore = vc_cec_send_message(tv, payload.begin(),
+                                      static_cast<std::uint32_t>(payload.size()), no_reply);
+}
+
+void broadcast_active_source(std::uint16_t address) {
+    std::ignore = vc_cec_send_ActiveSource(address, no_reply);
+}
+
+// The message of a notification, header first.
+using cec_message = std::array<std::uint8_t, 16>;
+
+cec_message unpack(std::initializer_list<std::uint32_t> words) {
+    cec_message message{};
+    std::size_t i = 0;
+    for (const std::uint32_t word : words) {
+        for (unsigned shift = 0; shift < 32; shift += 8) {
+            message[i++] = static_cast<std::uint8_t>(word >> shift);
+        }
+    }
+    return message;
+}
+
+// Put together first and printed in one go, so that the two threads never mix within a line. Of a
+// length that claims more than a message holds, what is there is printed.
+void trace(bool is_received, const cec_message &message, std::size_t length) {
+    const bstr_owner line(
+        bformat("%s: %1X -> %1X:", is_received ? "RX" : "TX", message[0] >> 4, message[0] & 0x0F));
+    for (std::size_t i = 1; i < std::min(length, message.size()); ++i) {
+        bformata(line.get(), " %02X", message[i]);
+    }
+    std::printf("%s\n", bstr_text(line.get()));
+}
+
+void take_active_source(std::uint16_t address) {
+    last_active_address = address;
+    std::printf("active source now: %04X\n", address);
+}
+
+void take_power_status(std::uint8_t status) {
+    const bool is_standby = status == power_status_standby;
+    tv_standby = is_standby;
+    std::printf("TV is %sin standby mode.\n", is_standby ? "" : "NOT ");
+}
+
+// Whoever sent it: the power status counts from any device, not only from the television.
+void act_on(const cec_message &message) {
+    switch (message[1]) {
+    case opcode::routing_change:
+        take_active_source(static_cast<std::uint16_t>(message[4] * 256 + message[5]));
+        break;
+    case opcode::active_source:
+        // The first operand byte alone, on purpose; a routing change takes both.
+        take_active_source(message[2]);
+        break;
+    case opcode::request_active_source:
+        broadcast_active_source(physical_address);
+        break;
+    case opcode::report_power_status:
+        take_power_status(message[2]);
+        break;
+    default:
+        break;
+    }
+}
+
+void cec_callback(void * /*callback_data*/, std::uint32_t param0, std::uint32_t param1,
+                  std::uint32_t param2, std::uint32_t param3, std::uint32_t param4) {
+    const bool is_received = (param0 & 0xFFFF) == reason_received;
+    const std::size_t length = (param0 >> 16) & 0xFF;
+    const cec_message message = unpack({param1, param2, param3, param4});
+    trace(is_received, message, length);
+    if (is_received) {
+        act_on(message);
+    }
+}
+
+bool open_cec_service() {
+    cec_instance instance = nullptr;
+    if (vchi_initialise(&instance) != 0) {
+        std::puts("failed to open vchiq instance");
+        return false;
+    }
+    const std::int32_t connected = vchi_connect(nullptr, 0, instance);
+    if (connected != 0) {
+        std::puts("VCHI connection failed");
+        return false;
+    }
+    cec_connection *connection = nullptr;
+    vc_vchi_cec_init(instance, &connection, 1);
+    // The service gives no result, so what is tested here is the connection's once more.
+    if (connected != 0) {
+        std::puts("VCHI CEC connection failed");
+        return false;
+    }
+    return true;
+}
+
+void choose_notifications() {
+    vc_cec_register_callback(cec_callback, nullptr);
+    std::ignore = vc_cec_deregister_all();
+    for (const std::uint8_t forwarded :
+         {opcode::active_source, opcode::report_power_status, opcode::routing_change}) {
+        std::ignore = vc_cec_register_command(forwarded);
+    }
+}
+
+void announce_unit() {
+    std::uint32_t logical_address = 0;
+    std::ignore = vc_cec_get_logical_address(&logical_address);
+    std::printf("logical_address: 0x%x\n", logical_address);
+    std::ignore = vc_cec_set_vendor_id(vendor_id);
+    std::ignore = vc_cec_set_osd_name(osd_name);
+    std::uint16_t own = 0;
+    std::ignore = vc_cec_get_physical_address(&own);
+    physical_address = own;
+    std::printf("physical_address: 0x%x\n", own);
+    last_active_address = own;
+}
+
+void hand_back_to(std::uint16_t previous) {
+    const std::uint16_t own = physical_address;
+    if (previous == own) {
+        return;
+    }
+    if (previous == 0) {
+        // The television's own tuner or inputs. These operands, on purpose: a zero byte and the low
+        // byte of the own address.
+        send_to_tv({opcode::inactive_source, 0x00, static_cast<std::uint8_t>(own)});
+    } else {
+        broadcast_active_source(previous);
+    }
+}
+
+} // namespace
+
+int cec_init() {
+    tv_standby = false;
+    if (!open_cec_service()) {
+        return -1;
+    }
+    choose_notifications();
+    announce_unit();
+    send_to_tv({opcode::give_device_power_status});
+    broadcast_active_source(physical_address);
+    return 0;
+}
+
+void cec_alert_active() {
+    standby_after_alert = tv_standby;
+    std::printf("standby_after_alert %d\n", standby_after_alert ? 1 : 0);
+    // Only the callback ends this, when the television reports another power status. There is no
+    // limit: a television that never does so holds the event loop, and with it the watchdog.
+    while (tv_standby) {
+        std::puts("TV on standby, sending ImageViewOn");
+        send_to_tv({opcode::image_view_on});
+        sleep(1);
+        send_to_tv({opcode::give_device_power_status});
+        sleep(1);
+    }
+    // last_active_address still names the source to return to.
+    if (last_active_address != physical_address) {
+        broadcast_active_source(physical_address);
+        std::printf("Switching TV to %04X\n", physical_address.load());
+    }
+}
+
+void cec_alert_inactive() {
+    hand_back_to(last_active_address);
+    std::printf("standby_after_alert %d\n", standby_after_alert ? 1 : 0);
+    if (standby_after_alert) {
+        send_to_tv({opcode::standby});
+    }
+}
+
+void cec_poll_power_status() {
+    send_to_tv({opcode::give_device_power_status});
+}

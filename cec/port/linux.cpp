@@ -1,0 +1,410 @@
+// The CEC port on the kernel's CEC device (linux/cec.h; kernel documentation, "CEC - Consumer
+// Electronics Control"). The kernel claims the unit's logical address, and claims it again by itself
+// whenever a new physical address comes with a replugged cable; it also answers what the standard
+// makes mandatory. A thread turns received messages and transmit results into notifications.
+//
+// What goes wrong is told on standard error: no adapter, no link, no answer, refused.
+
+#include "cec/cec_port.h"
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <cerrno>
+#include <chrono>
+#include <condition_variable>
+#include <cstdio>
+#include <cstring>
+#include <fcntl.h>
+#include <linux/cec.h>
+#include <mutex>
+#include <poll.h>
+#include <string>
+#include <sys/ioctl.h>
+#include <thread>
+#include <tuple>
+#include <unistd.h>
+
+namespace {
+
+constexpr const char *device_path = "/dev/cec0";
+constexpr std::int32_t failure = -1;
+constexpr std::size_t longest_osd_name = 14;
+
+// Longer than any claim takes on the bus: three polls of some ten milliseconds each.
+constexpr std::chrono::seconds longest_claim(2);
+
+constexpr std::uint32_t reason_transmitted = 1;
+constexpr std::uint32_t reason_received = 2;
+
+constexpr std::uint8_t opcode_feature_abort = 0x00;
+constexpr std::uint8_t opcode_active_source = 0x82;
+constexpr std::uint8_t unrecognized_opcode = 0; // abort reason
+
+int device = -1;
+std::mutex device_mutex;               // held while another thread than the watcher uses the device
+std::condition_variable state_changed; // the adapter has said so
+
+std::uint32_t vendor_id = CEC_VENDOR_ID_NONE;
+std::string osd_name;
+
+// The address that the logic takes for its own. Where the adapter has got another one since, that
+// one is sent in its place.
+std::uint16_t reported_physical_address = CEC_PHYS_ADDR_INVALID;
+
+std::array<std::atomic<bool>, 256> is_forwarded;
+
+struct listener {
+    cec_notification_fn callback;
+    void *data;
+};
+listener registered;
+std::atomic<const listener *> current_listener;
+
+// Every call of the device goes through here. Returns 0 or the error.
+int call_device(unsigned long request, void *argument) {
+    return ioctl(device, request, argument) < 0 ? errno : 0;
+}
+
+void complain(const char *what) {
+    std::fprintf(stderr, "CEC: %s: %s\n", device_path, what);
+}
+
+void complain_about_open(int error) {
+    switch (error) {
+    case EACCES:
+    case EPERM:
+        complain("no permission");
+        break;
+    case EBUSY:
+        complain("in use by another program");
+        break;
+    default:
+        complain("no adapter");
+        break;
+    }
+}
+
+void close_device() {
+    const std::lock_guard lock(device_mutex);
+    close(device);
+    device = -1;
+}
+
+// The state of the adapter.
+
+cec_log_addrs logical_addresses() {
+    cec_log_addrs addresses{};
+    if (call_device(CEC_ADAP_G_LOG_ADDRS, &addresses) != 0) {
+        addresses = {};
+    }
+    return addresses;
+}
+
+std::uint16_t physical_address() {
+    std::uint16_t address = CEC_PHYS_ADDR_INVALID;
+    if (call_device(CEC_ADAP_G_PHYS_ADDR, &address) != 0) {
+        address = CEC_PHYS_ADDR_INVALID;
+    }
+    return address;
+}
+
+// 15, the unregistered one, while there is none.
+std::uint8_t logical_address() {
+    const cec_log_addrs addresses = logical_addresses();
+    return addresses.log_addr_mask != 0 ? addresses.log_addr[0]
+                                        : std::uint8_t{CEC_LOG_ADDR_UNREGISTERED};
+}
+
+// Waits while the kernel is claiming an address. Without a link there is nothing to wait for.
+void wait_for_claim(std::unique_lock<std::mutex> &lock) {
+    state_changed.wait_for(lock, longest_claim, [] {
+        const cec_log_addrs addresses = logical_addresses();
+        return addresses.num_log_addrs == 0 || addresses.log_addr_mask != 0 ||
+               physical_address() == CEC_PHYS_ADDR_INVALID;
+    });
+}
+
+cec_log_addrs playback_device() {
+    cec_log_addrs addresses{};
+    addresses.cec_version = CEC_OP_CEC_VERSION_1_4;
+    addresses.num_log_addrs = 1;
+    addresses.vendor_id = vendor_id;
+    addresses.flags = CEC_LOG_ADDRS_FL_ALLOW_UNREG_FALLBACK;
+    osd_name.copy(addresses.osd_name, longest_osd_name);
+    addresses.log_addr_type[0] = CEC_LOG_ADDR_TYPE_PLAYBACK;
+    addresses.primary_device_type[0] = CEC_OP_PRIM_DEVTYPE_PLAYBACK;
+    addresses.all_device_types[0] = CEC_OP_ALL_DEVTYPE_PLAYBACK;
+    return addresses;
+}
+
+// The kernel takes name and vendor id with a claim, and a claim only where there is none.
+std::int32_t claim_logical_address() {
+    std::unique_lock lock(device_mutex);
+    if (device < 0) {
+        return failure;
+    }
+    wait_for_claim(lock);
+    if (logical_addresses().num_log_addrs != 0) {
+        cec_log_addrs none{};
+        std::ignore = call_device(CEC_ADAP_S_LOG_ADDRS, &none);
+    }
+    cec_log_addrs wanted = playback_device();
+    const int error = call_device(CEC_ADAP_S_LOG_ADDRS, &wanted);
+    if (error != 0) {
+        complain(std::strerror(error));
+        return failure;
+    }
+    return 0;
+}
+
+// Messages out. The device does not block: the outcome arrives as a message of its own.
+
+int transmit(std::uint8_t initiator, std::uint32_t destination, const std::uint8_t *payload,
+             std::uint32_t length) {
+    cec_msg message{};
+    message.msg[0] = static_cast<std::uint8_t>(initiator << 4 | (destination & 0x0F));
+    std::copy_n(payload, length, message.msg + 1);
+    message.len = length + 1;
+    return call_device(CEC_TRANSMIT, &message);
+}
+
+std::int32_t send_message(std::uint32_t destination, const std::uint8_t *payload,
+                          std::uint32_t length) {
+    const std::lock_guard lock(device_mutex);
+    if (device < 0 || length >= CEC_MAX_MSG_SIZE) {
+        return failure;
+    }
+    const std::uint8_t initiator = logical_address();
+    int error = transmit(initiator, destination, payload, length);
+    if (error == ENONET && initiator != CEC_LOG_ADDR_UNREGISTERED) {
+        // The link has gone this moment. A television may still be woken without an address.
+        error = transmit(CEC_LOG_ADDR_UNREGISTERED, destination, payload, length);
+    }
+    if (error != 0) {
+        complain(error == ENONET ? "no link" : std::strerror(error));
+        return failure;
+    }
+    return 0;
+}
+
+// Messages in.
+
+void notify(std::uint32_t reason, std::uint8_t result, const cec_msg &message) {
+    std::uint32_t words[4] = {};
+    const std::uint32_t length = std::min<std::uint32_t>(message.len, CEC_MAX_MSG_SIZE);
+    for (std::uint32_t i = 0; i < length; ++i) {
+        words[i / 4] |= static_cast<std::uint32_t>(message.msg[i]) << (8 * (i % 4));
+    }
+    const listener *to = current_listener;
+    to->callback(to->data, reason | length << 16 | static_cast<std::uint32_t>(result) << 24,
+                 words[0], words[1], words[2], words[3]);
+}
+
+void take_transmit_result(const cec_msg &message) {
+    const bool is_sent = (message.tx_status & CEC_TX_STATUS_OK) != 0;
+    if (!is_sent) {
+        const bool is_refused = (message.tx_status & CEC_TX_STATUS_NACK) != 0;
+        complain(is_refused ? "no answer" : "not sent");
+    }
+    notify(reason_transmitted, is_sent ? std::uint8_t{0} : message.tx_status, message);
+}
+
+// A message to this unit that nobody takes is refused, as the standard asks of a follower; never
+// one to all, nor a refusal.
+void refuse(const cec_msg &message) {
+    const std::uint32_t initiator = message.msg[0] >> 4;
+    if (cec_msg_is_broadcast(&message) != 0 || initiator == CEC_LOG_ADDR_UNREGISTERED ||
+        message.msg[1] == opcode_feature_abort) {
+        return;
+    }
+    const std::uint8_t payload[] = {opcode_feature_abort, message.msg[1], unrecognized_opcode};
+    std::ignore = send_message(initiator, payload, sizeof payload);
+}
+
+void take_message(const cec_msg &message) {
+    if (cec_msg_recv_is_tx_result(&message) != 0) {
+        take_transmit_result(message);
+    } else if (message.len < 2) {
+        return; // a poll
+    } else if (is_forwarded[message.msg[1]]) {
+        notify(reason_received, 0, message);
+    } else {
+        refuse(message);
+    }
+}
+
+void take_state_change(const cec_event_state_change &state) {
+    if (state.phys_addr == CEC_PHYS_ADDR_INVALID) {
+        complain("no link");
+    }
+    // Behind the lock, so that nobody who waits can miss it.
+    const std::lock_guard lock(device_mutex);
+    state_changed.notify_all();
+}
+
+// These two take all there is. They return false when the device is gone.
+
+bool take_events() {
+    for (;;) {
+        cec_event event{};
+        const int error = call_device(CEC_DQEVENT, &event);
+        if (error != 0) {
+            return error != ENODEV;
+        }
+        if (event.event == CEC_EVENT_STATE_CHANGE) {
+            take_state_change(event.state_change);
+        } else if (event.event == CEC_EVENT_LOST_MSGS) {
+            complain("messages were lost");
+        }
+    }
+}
+
+bool take_messages() {
+    for (;;) {
+        cec_msg message{};
+        const int error = call_device(CEC_RECEIVE, &message);
+        if (error != 0) {
+            return error != ENODEV;
+        }
+        take_message(message);
+    }
+}
+
+void watch_device() {
+    current_listener.wait(nullptr);
+    for (bool is_there = true; is_there;) {
+        pollfd entry = {device, POLLIN | POLLPRI, 0};
+        if (poll(&entry, 1, -1) < 0) {
+            is_there = errno == EINTR;
+            continue;
+        }
+        is_there = (entry.revents & (POLLERR | POLLHUP | POLLNVAL)) == 0;
+        if (is_there && (entry.revents & POLLPRI) != 0) {
+            is_there = take_events();
+        }
+        if (is_there && (entry.revents & POLLIN) != 0) {
+            is_there = take_messages();
+        }
+    }
+    complain("the adapter is gone");
+    close_device();
+}
+
+bool is_usable() {
+    cec_caps capabilities{};
+    constexpr std::uint32_t needed = CEC_CAP_LOG_ADDRS | CEC_CAP_TRANSMIT;
+    if (call_device(CEC_ADAP_G_CAPS, &capabilities) != 0) {
+        complain("not a CEC device");
+        return false;
+    }
+    if ((capabilities.capabilities & needed) != needed) {
+        complain("the adapter cannot be a playback device");
+        return false;
+    }
+    // Not the exclusive initiator: a technician's tools are to work beside the service. Without
+    // pass-through the kernel answers what is mandatory and keeps the television's keys away.
+    std::uint32_t mode = CEC_MODE_INITIATOR | CEC_MODE_EXCL_FOLLOWER;
+    const int error = call_device(CEC_S_MODE, &mode);
+    if (error != 0) {
+        complain_about_open(error);
+        return false;
+    }
+    return true;
+}
+
+} // namespace
+
+extern "C" {
+
+std::int32_t vchi_initialise(cec_instance *instance) {
+    device = open(device_path, O_RDWR | O_NONBLOCK);
+    if (device < 0) {
+        complain_about_open(errno);
+        return failure;
+    }
+    std::ignore = fcntl(device, F_SETFD, FD_CLOEXEC);
+    *instance = &device;
+    return 0;
+}
+
+std::int32_t vchi_connect(cec_connection ** /*connections*/, std::uint32_t /*count*/,
+                          cec_instance /*instance*/) {
+    if (!is_usable()) {
+        close_device();
+        return failure;
+    }
+    return 0;
+}
+
+void vc_vchi_cec_init(cec_instance /*instance*/, cec_connection ** /*connections*/,
+                      std::uint32_t /*count*/) {
+    std::ignore = claim_logical_address();
+    std::thread(watch_device).detach();
+}
+
+void vc_cec_register_callback(cec_notification_fn callback, void *callback_data) {
+    registered = {callback, callback_data};
+    current_listener = &registered;
+    current_listener.notify_one();
+}
+
+std::int32_t vc_cec_deregister_all() {
+    for (std::atomic<bool> &forwarded : is_forwarded) {
+        forwarded = false;
+    }
+    return 0;
+}
+
+std::int32_t vc_cec_register_command(std::uint32_t opcode) {
+    if (opcode >= is_forwarded.size()) {
+        return failure;
+    }
+    is_forwarded[opcode] = true;
+    return 0;
+}
+
+std::int32_t vc_cec_get_logical_address(std::uint32_t *address) {
+    std::unique_lock lock(device_mutex);
+    if (device < 0) {
+        return failure;
+    }
+    wait_for_claim(lock);
+    *address = logical_address();
+    return 0;
+}
+
+std::int32_t vc_cec_set_vendor_id(std::uint32_t id) {
+    vendor_id = id;
+    return claim_logical_address();
+}
+
+std::int32_t vc_cec_set_osd_name(const char *name) {
+    osd_name = name;
+    return claim_logical_address();
+}
+
+std::int32_t vc_cec_get_physical_address(std::uint16_t *address) {
+    const std::lock_guard lock(device_mutex);
+    if (device < 0) {
+        return failure;
+    }
+    *address = reported_physical_address = physical_address();
+    return 0;
+}
+
+std::int32_t vc_cec_send_message(std::uint32_t destination, const std::uint8_t *payload,
+                                 std::uint32_t length, std::int32_t /*is_reply*/) {
+    return send_message(destination, payload, length);
+}
+
+std::int32_t vc_cec_send_ActiveSource(std::uint16_t address, std::int32_t /*is_reply*/) {
+    if (address == reported_physical_address) {
+        const std::lock_guard lock(device_mutex);
+        address = physical_address();
+    }
+    const std::uint8_t payload[] = {opcode_active_source, static_cast<std::uint8_t>(address >> 8),
+                                    static_cast<std::uint8_t>(address)};
+    return send_message(CEC_LOG_ADDR_BROADCAST, payload, sizeof payload);
+}
+}

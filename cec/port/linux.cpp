@@ -24,6 +24,7 @@
 #include <thread>
 #include <tuple>
 #include <unistd.h>
+#include <utility>
 
 namespace {
 
@@ -87,8 +88,7 @@ void complain_about_open(int error) {
 
 void close_device() {
     const std::lock_guard lock(device_mutex);
-    close(device);
-    device = -1;
+    close(std::exchange(device, -1));
 }
 
 // The state of the adapter.
@@ -318,6 +318,7 @@ bool is_usable() {
 extern "C" {
 
 std::int32_t vchi_initialise(cec_instance *instance) {
+    const std::lock_guard lock(device_mutex);
     device = open(device_path, O_RDWR | O_NONBLOCK);
     if (device < 0) {
         complain_about_open(errno);

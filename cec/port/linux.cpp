@@ -163,7 +163,8 @@ std::int32_t claim_logical_address() {
 int transmit(std::uint8_t initiator, std::uint32_t destination, const std::uint8_t *payload,
              std::uint32_t length) {
     cec_msg message{};
-    message.msg[0] = static_cast<std::uint8_t>(initiator << 4 | (destination & 0x0F));
+    message.msg[0] =
+        static_cast<std::uint8_t>(std::uint32_t{initiator} << 4 | (destination & 0x0F));
     std::copy_n(payload, length, message.msg + 1);
     message.len = length + 1;
     return call_device(CEC_TRANSMIT, &message);

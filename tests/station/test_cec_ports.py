@@ -1,0 +1,117 @@
+"""The service as it is configured for the board and for the kernel's CEC device."""
+
+import subprocess
+from pathlib import Path
+
+import pytest
+from conftest import StationMaker
+
+from station import gateway
+from station.gateway import deliver
+
+pytestmark = pytest.mark.configuration
+
+TOP = Path(__file__).resolve().parents[2]
+
+# What the board's libraries supply, library by library: the twelve operations of the port, and the
+# preparation that they need.
+OPERATIONS: dict[str, list[str]] = {
+    "bcm_host": [],
+    "vcos": ["int vcos_init(void)"],
+    "vchiq_arm": ["int vchi_initialise(void **)", "int vchi_connect(void *, unsigned, void *)"],
+    "vchostif": [
+        "void vc_vchi_cec_init(void *, void *, unsigned)",
+        "void vc_cec_register_callback(void *, void *)",
+        "int vc_cec_deregister_all(void)",
+        "int vc_cec_register_command(unsigned)",
+        "int vc_cec_get_logical_address(unsigned *)",
+        "int vc_cec_set_vendor_id(unsigned)",
+        "int vc_cec_set_osd_name(char *)",
+        "int vc_cec_get_physical_address(unsigned short *)",
+        "int vc_cec_send_message(unsigned, unsigned char *, unsigned, int)",
+        "int vc_cec_send_ActiveSource(unsigned short, int)",
+    ],
+}
+
+
+def name_of(prototype: str) -> str:
+    return prototype.partition("(")[0].split()[-1]
+
+
+def stand_in_libraries(directory: Path) -> dict[str, Path]:
+    """Shared libraries of the board's names whose operations print their own name."""
+    libraries = {}
+    for library, prototypes in OPERATIONS.items():
+        source = directory / f"{library}.c"
+        lines = ["#include <stdio.h>"]
+        for text in prototypes:
+            result = "" if text.startswith("void ") else "return 0; "
+            lines.append(f'{text} {{ puts("board: {name_of(text)}"); {result}}}')
+        source.write_text("\n".join(lines) + "\n")
+        target = directory / f"lib{library}.so"
+        command = ["gcc", "-std=gnu2x", "-shared", "-fPIC", "-w", f"-Wl,-soname,{target.name}"]
+        subprocess.run([*command, "-o", target, source], check=True)
+        libraries[target.name] = target
+    return libraries
+
+
+def build(directory: Path, port: str) -> Path:
+    places = ["-S", str(TOP), "-B", str(directory)]
+    configure = ["cmake", *places, "-G", "Ninja", f"-DCEC_PORT={port}"]
+    options = ["-DHDTV_WERROR=ON", "-DHDTV_TESTS=OFF", "-DHDTV_STATION=OFF"]
+    libraries = f"-DCMAKE_LIBRARY_PATH={directory.parent}"
+    subprocess.run([*configure, *options, libraries], check=True, capture_output=True)
+    subprocess.run(["cmake", "--build", directory], check=True, capture_output=True)
+    return directory / "hdtv" / "hdtv"
+
+
+def undefined_symbols(program: Path) -> set[str]:
+    listing = subprocess.run(
+        ["nm", "--dynamic", "--undefined-only", program], check=True, capture_output=True, text=True
+    ).stdout
+    return {line.split()[-1].partition("@")[0] for line in listing.splitlines()}
+
+
+def test_board_executable_needs_exactly_the_ports_operations(
+    tmp_path: Path, make_station: StationMaker
+) -> None:
+    libraries = stand_in_libraries(tmp_path)
+    program = build(tmp_path / "build", "videocore")
+
+    supplied = {name_of(text) for prototypes in OPERATIONS.values() for text in prototypes}
+    assert len(supplied) == 13
+    of_the_board = {x for x in undefined_symbols(program) if x.startswith(("vc", "bcm"))}
+    assert of_the_board == supplied
+
+    dynamic = subprocess.run(["readelf", "-d", program], capture_output=True, text=True).stdout
+    for library in libraries:
+        assert f"Shared library: [{library}]" in dynamic
+
+    station = make_station(programs={"hdtv": program, **libraries})
+    service = station.start_service(environment={"LD_LIBRARY_PATH": "/run/station/bin"})
+    station.wait_for_calls("qt-webkit-kiosk")
+    called = [line[7:] for line in service.output.splitlines() if line.startswith("board: ")]
+    assert called[:4] == ["vcos_init", "vchi_initialise", "vchi_connect", "vc_vchi_cec_init"]
+    assert called[-2:] == ["vc_cec_send_message", "vc_cec_send_ActiveSource"]
+    deliver(station, gateway.display_alert("FIRE"))
+    assert station.document()["alert_area"] == "FIRE"
+
+
+def test_executable_for_the_kernels_device_goes_on_without_one(
+    tmp_path: Path, make_station: StationMaker
+) -> None:
+    station = make_station(programs={"hdtv": build(tmp_path / "build", "linux")})
+    service = station.start_service()
+    station.wait_for_calls("qt-webkit-kiosk")
+    assert service.errors == "CEC: /dev/cec0: no adapter\n"
+    assert service.output.startswith("failed to open vchiq instance\n")
+    deliver(station, gateway.display_alert("FIRE"))
+    assert station.document()["alert_area"] == "FIRE"
+
+
+def test_unknown_port_is_refused(tmp_path: Path) -> None:
+    result = subprocess.run(
+        ["cmake", "-S", TOP, "-B", tmp_path, "-DCEC_PORT=other"], capture_output=True, text=True
+    )
+    assert result.returncode != 0
+    assert "CEC_PORT is bus, videocore or linux, not 'other'" in result.stderr

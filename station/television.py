@@ -57,6 +57,7 @@ class Television:
         power: int = ON,
         tv_input: int = 0x0000,
         wake_delay: float = 0.0,
+        sleep_delay: float = 0.0,
         hello: str = f"hello {UNIT:X} {UNIT_ADDRESS:04X}",
     ) -> None:
         self.lines: list[str] = []  # all that the unit has said
@@ -67,6 +68,7 @@ class Television:
         self.power = power
         self.input = tv_input
         self.wake_delay = wake_delay
+        self.sleep_delay = sleep_delay
         self.is_deaf = False  # hears nothing
         self.answer_delay = 0.0
         self.standby_reports = 0  # so many times more it reports standby, whatever its power
@@ -198,9 +200,9 @@ class Television:
         elif word == "osd":
             self.osd_names[UNIT] = rest
         elif word == "send":
-            self.frames.append(rest)
             self.say(f"tx {rest}")
             self._hear(bytes.fromhex(rest.replace(":", "")))
+            self.frames.append(rest)  # last, so that who sees it sees its effect too
 
     def _time_to_next_appointment(self) -> float | None:
         with self._lock:
@@ -233,7 +235,7 @@ class Television:
         elif opcode in (IMAGE_VIEW_ON, TEXT_VIEW_ON):
             self._wake()
         elif opcode == STANDBY:
-            self._set_power(IN_STANDBY)
+            self._fall_asleep()
         elif self.power in (ON, WAKING):
             self._follow_source(opcode, operands)
 
@@ -256,6 +258,11 @@ class Television:
         if self.power == IN_STANDBY:
             self._set_power(WAKING)
             self._after(self.wake_delay, lambda: self._set_power(ON))
+
+    def _fall_asleep(self) -> None:
+        if self.power in (ON, WAKING):
+            self._set_power(FALLING_ASLEEP)
+            self._after(self.sleep_delay, lambda: self._set_power(IN_STANDBY))
 
     def _set_power(self, power: int) -> None:
         if power != self.power:

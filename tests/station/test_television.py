@@ -133,6 +133,26 @@ def test_waking_goes_on_until_the_television_reports_another_status(station: Sta
         assert service.output.count("TV on standby, sending ImageViewOn\n") == 2
 
 
+def test_slow_television_is_asked_until_its_answer_arrives(station: Station) -> None:
+    with Television(station, power=IN_STANDBY, wake_delay=0.2, sleep_delay=0.2) as television:
+        service = started(station, television)
+        switched_to(service, television, 0x2000)
+        television.answer_delay = 1.2  # later than the pause after the question
+        send(station, display_alert("FIRE"))
+        television.wait_for_frames([*WAKING, *WAKING, OWN_SOURCE], since=2)
+        shows(station, "FIRE")
+        deliver(station, END)
+        wait_for(lambda: television.power == IN_STANDBY, "the television's end")
+        assert television.story[1:] == [
+            "waking",
+            "on",
+            "input 2.0.0.0 \N{RIGHTWARDS ARROW} 1.0.0.0",
+            "input 1.0.0.0 \N{RIGHTWARDS ARROW} 2.0.0.0",
+            "going off",
+            "in standby",
+        ]
+
+
 def test_deaf_television_holds_the_service_until_it_hears(station: Station) -> None:
     with Television(station, power=IN_STANDBY) as television:
         service = started(station, television)

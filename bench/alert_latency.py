@@ -4,12 +4,13 @@ import argparse
 import statistics
 from pathlib import Path
 
+from station.gateway import COMMAND_PORT, listen_queue
 from station.station import ALERT_LOG, DOCUMENT, UNIT_ADDRESS, Process, Station, build_directory
 from station.waiting import wait_for
 
 BARE = "bare program"
 SERVICE = "service"
-BARE_PORT, BARE_DOCUMENT, BARE_LOG = "4001", "/dev/shm/bare.json", "/tmp/bare.log"
+BARE_PORT, BARE_DOCUMENT, BARE_LOG = 4001, "/dev/shm/bare.json", "/tmp/bare.log"
 WARM_UP = 200
 
 
@@ -21,7 +22,10 @@ def main() -> None:
     with Station(programs={"bare-writer": bench / "bench-bare-writer"}) as station:
         service = station.start_service()
         station.wait_for_calls("qt-webkit-kiosk")
-        bare = station.start("/run/station/bin/bare-writer", BARE_PORT, BARE_DOCUMENT, BARE_LOG)
+        bare = station.start(
+            "/run/station/bin/bare-writer", str(BARE_PORT), BARE_DOCUMENT, BARE_LOG
+        )
+        wait_for(lambda: listen_queue(station, BARE_PORT) == 0, "the bare program")
         times = measure(station, bench / "bench-alert-client", arguments.alerts + WARM_UP)
         report(times, {SERVICE: service, BARE: bare})
 
@@ -29,12 +33,12 @@ def main() -> None:
 def measure(station: Station, client: Path, count: int) -> dict[str, list[float]]:
     """Microseconds for each alert. The two receivers take turns, alert by alert."""
     targets = {
-        SERVICE: ("4000", DOCUMENT, ALERT_LOG),
+        SERVICE: (COMMAND_PORT, DOCUMENT, ALERT_LOG),
         BARE: (BARE_PORT, BARE_DOCUMENT, BARE_LOG),
     }
     command = [str(client), UNIT_ADDRESS, str(count)]
     for port, document, log in targets.values():
-        command += [port, str(station.path(document)), str(station.path(log))]
+        command += [str(port), str(station.path(document)), str(station.path(log))]
     run = station.start_in_gateway_network(*command)
     wait_for(lambda: not run.is_running(), "the alerts", deadline=600)
     assert run.wait() == 0, run.errors

@@ -12,6 +12,7 @@
 #include <cstring>
 #include <functional>
 #include <span>
+#include <string_view>
 
 namespace {
 
@@ -27,6 +28,10 @@ bool is_writable(const_bstring b) {
 
 bytes bytes_of(const_bstring b) {
     return {b->data, static_cast<std::size_t>(b->slen)};
+}
+
+std::string_view view_of(const_bstring b) {
+    return {reinterpret_cast<const char *>(b->data), static_cast<std::size_t>(b->slen)};
 }
 
 bool is_same_caseless(unsigned char a, unsigned char b) {
@@ -144,18 +149,8 @@ int count_matches(const_bstring b, const_bstring find, int pos) {
 
 using same_byte = bool (*)(unsigned char, unsigned char);
 
-int search(const_bstring b1, int pos, const_bstring b2, same_byte same) {
-    if (!is_readable(b1) || !is_readable(b2) || pos < 0 || pos > b1->slen) {
-        return BSTR_ERR;
-    }
-    const bytes text = bytes_of(b1);
-    const bytes wanted = bytes_of(b2);
-    const auto found =
-        std::search(text.begin() + pos, text.end(), wanted.begin(), wanted.end(), same);
-    if (found == text.end() && !wanted.empty()) {
-        return BSTR_ERR;
-    }
-    return static_cast<int>(found - text.begin());
+bool can_search(const_bstring b1, int pos, const_bstring b2) {
+    return is_readable(b1) && is_readable(b2) && pos >= 0 && pos <= b1->slen;
 }
 
 int compare(const_bstring b, const char *s, same_byte same) {
@@ -395,11 +390,23 @@ int bformata(bstring b, const char *fmt, ...) {
 }
 
 int binstr(const_bstring b1, int pos, const_bstring b2) {
-    return search(b1, pos, b2, is_same);
+    if (!can_search(b1, pos, b2)) {
+        return BSTR_ERR;
+    }
+    const auto found = view_of(b1).find(view_of(b2), static_cast<std::size_t>(pos));
+    return found == std::string_view::npos ? BSTR_ERR : static_cast<int>(found);
 }
 
 int binstrcaseless(const_bstring b1, int pos, const_bstring b2) {
-    return search(b1, pos, b2, is_same_caseless);
+    if (!can_search(b1, pos, b2)) {
+        return BSTR_ERR;
+    }
+    const bytes text = bytes_of(b1);
+    const bytes wanted = bytes_of(b2);
+    const auto found =
+        std::search(text.begin() + pos, text.end(), wanted.begin(), wanted.end(), is_same_caseless);
+    const bool is_found = found != text.end() || wanted.empty();
+    return is_found ? static_cast<int>(found - text.begin()) : BSTR_ERR;
 }
 
 int bstrchrp(const_bstring b, int c, int pos) {

@@ -19,11 +19,11 @@ void connect_fn(int fd, short /*event*/, void * /*arg*/) {
     if (cfd < 0) {
         return;
     }
-    set_close_on_exec(cfd);
     const auto msg_sz =
         static_cast<int>(read(cfd, buf.receive_area(), protocol::tcp_message_limit));
     if (msg_sz < 0) {
-        // The connection stays open, known and kept.
+        // The connection stays open, known and kept; at least no child inherits it.
+        set_close_on_exec(cfd);
         return;
     }
     std::ignore = shutdown(cfd, SHUT_RDWR);

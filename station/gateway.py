@@ -129,17 +129,18 @@ def deliver(
     send(station, b"\0", source, destination)
 
 
+def listen_queue(station: Station, port: int = COMMAND_PORT) -> int | None:
+    """How many connections wait to be accepted in the unit; None while nothing listens there."""
+    for line in station.path("/proc/1/net/tcp").read_text().splitlines()[1:]:
+        fields = line.split()
+        if fields[1].endswith(f":{port:04X}") and fields[3] == "0A":
+            return int(fields[4].partition(":")[2], 16)
+    return None
+
+
 def wait_until_taken(station: Station) -> None:
     """Until no connection waits in the unit's listen queue, which holds one and drops the next."""
-
-    def waiting() -> int:
-        for line in station.path("/proc/1/net/tcp").read_text().splitlines()[1:]:
-            fields = line.split()
-            if fields[1].endswith(f":{COMMAND_PORT:04X}") and fields[3] == "0A":
-                return int(fields[4].partition(":")[2], 16)
-        return 0
-
-    wait_for(lambda: waiting() == 0, "an empty listen queue")
+    wait_for(lambda: listen_queue(station) == 0, "an empty listen queue")
 
 
 def wait_until_closed(connection: socket.socket) -> None:

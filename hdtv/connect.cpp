@@ -12,10 +12,9 @@
 #include <unistd.h>
 
 void connect_fn(int fd, short /*event*/, void * /*arg*/) {
-    sockaddr_in sa{};
-    socklen_t len = sizeof sa;
+    message_sender peer;
     gateway_message buf;
-    const int cfd = accept(fd, reinterpret_cast<sockaddr *>(&sa), &len);
+    const int cfd = accept(fd, reinterpret_cast<sockaddr *>(&peer.address), &peer.size);
     if (cfd < 0) {
         return;
     }
@@ -29,6 +28,6 @@ void connect_fn(int fd, short /*event*/, void * /*arg*/) {
     std::ignore = shutdown(cfd, SHUT_RDWR);
     close(cfd);
     buf.set_size(msg_sz);
-    learn_gateway(sa.sin_addr);
-    dispatch_message(buf, channel::tcp);
+    learn_gateway(peer.address.sin_addr);
+    dispatch_message(buf, channel::tcp, peer);
 }

@@ -5,9 +5,11 @@
 #include "hdtv/alerts.h"
 #include "hdtv/child_process.h"
 #include "hdtv/config_store.h"
+#include "hdtv/gateway_records.h"
 #include "hdtv/hdtv.h"
 #include "hdtv/kiosk.h"
 #include "hdtv/protocol.h"
+#include "hdtv/watchdog.h"
 
 bool got_set_date_packet;
 bool got_hdtv_settings_packet;
@@ -83,10 +85,13 @@ void set_rotation(const gateway_message &message) {
     }
 }
 
-} // namespace
-
-void dispatch_message(gateway_message &message, channel from) {
+void act_on(gateway_message &message, channel from, const message_sender &sender) {
     switch (static_cast<message_type>(message.byte(0))) {
+    case message_type::rollcall_request:
+        if (from == channel::udp) {
+            answer_rollcall(sender);
+        }
+        break;
     case message_type::display_alert:
         take_display_alert(message);
         break;
@@ -121,4 +126,11 @@ void dispatch_message(gateway_message &message, channel from) {
     default:
         break;
     }
+}
+
+} // namespace
+
+void dispatch_message(gateway_message &message, channel from, const message_sender &sender) {
+    act_on(message, from, sender);
+    refill_watchdog_budget();
 }

@@ -34,3 +34,7 @@ extern bool use_oru_proxy; ///< the browser is to use the station's proxy
 
 // network_identity.cpp
 extern bool has_ip_address; ///< eth0 has had an address; never cleared
+
+// watchdog.cpp
+extern int wdt_fd;      ///< the hardware watchdog; negative if it could not be opened
+extern int wdt_seconds; ///< kicks that are left, one a second

@@ -5,6 +5,14 @@
 #include <algorithm>
 #include <array>
 #include <cstdint>
+#include <netinet/in.h>
+#include <sys/socket.h>
+
+/// Who sent a message, and the length of that address as the system gave it.
+struct message_sender {
+    sockaddr_in address{};
+    socklen_t size = sizeof(sockaddr_in);
+};
 
 /// A received message: its 4096 bytes, zero beyond what was received, and a terminator behind them
 /// that no receive can overwrite. Every position that lies outside reads as zero or as the empty

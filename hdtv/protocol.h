@@ -15,6 +15,7 @@ constexpr int message_capacity = 4096;
 constexpr int tcp_message_limit = 4095; ///< so that a TCP message is always followed by a zero byte
 
 enum class message_type : std::uint8_t {
+    rollcall_request = 1, ///< UDP only
     display_alert = 3,
     reboot = 32,
     hdtv_alert = 38,
@@ -80,5 +81,12 @@ constexpr std::uint8_t fixed_byte_value = 12;
 constexpr int version_byte = 8;
 constexpr int size = 9;
 } // namespace rollcall_reply
+
+namespace request {
+constexpr std::uint8_t set_date = 39;
+constexpr std::uint8_t hdtv_settings = 47;
+constexpr int hardware_address = 1;
+constexpr int size = 7;
+} // namespace request
 
 } // namespace protocol

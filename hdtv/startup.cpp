@@ -4,6 +4,7 @@
 #include "bstrlib/bstrlib.h"
 #include "cec/cec.h"
 #include "hdtv/alert_document.h"
+#include "hdtv/clock.h"
 #include "hdtv/config_store.h"
 #include "hdtv/connect.h"
 #include "hdtv/descriptor.h"
@@ -14,6 +15,8 @@
 #include "hdtv/network_identity.h"
 #include "hdtv/protocol.h"
 #include "hdtv/proxy.h"
+#include "hdtv/rollcall.h"
+#include "hdtv/watchdog.h"
 
 #include <algorithm>
 #include <arpa/inet.h>
@@ -34,6 +37,7 @@
 namespace {
 
 event connect_event;
+event rollcall_event;
 
 int handle_option(const char *option) {
     if (std::strcmp(option, "-v") == 0) {
@@ -125,9 +129,16 @@ void send_gratuitous_rollcall_reply(sockaddr_in sa) {
     close(fd);
 }
 
-void register_events(int command_socket) {
-    event_set(&connect_event, command_socket, EV_READ | EV_PERSIST, connect_fn, nullptr);
-    event_add(&connect_event, nullptr);
+void register_reader(event &reader, int fd, event_callback_fn callback) {
+    event_set(&reader, fd, EV_READ | EV_PERSIST, callback, nullptr);
+    event_add(&reader, nullptr);
+}
+
+void register_events(int command_socket, int rollcall_socket) {
+    start_power_timer();
+    register_reader(connect_event, command_socket, connect_fn);
+    register_reader(rollcall_event, rollcall_socket, rollcall_fn);
+    start_clock_timer();
 }
 
 void read_rotation() {
@@ -154,16 +165,17 @@ int run_service(int argc, char **argv) {
     if (!set_console_to_text_mode()) {
         return 1;
     }
+    configure_watchdog();
     event_init();
     std::ignore = cec_init();
     const sockaddr_in sa = any_address(protocol::command_port);
     const int command_socket = open_command_socket(sa);
-    std::ignore = open_bound_socket(SOCK_DGRAM, sa);
+    const int rollcall_socket = open_bound_socket(SOCK_DGRAM, sa);
     std::fill(std::begin(unit_str), std::end(unit_str), '\0');
     read_log_alerts();
     publish_first_status();
     send_gratuitous_rollcall_reply(sa);
-    register_events(command_socket);
+    register_events(command_socket, rollcall_socket);
     read_rotation();
     set_url_w_rotation(url);
     event_dispatch();

@@ -120,6 +120,17 @@ def send(
         wait_until_closed(connection)
 
 
+def send_datagram(station: Station, message: bytes, source: str = GATEWAY) -> None:
+    """One message over the UDP channel; the unit takes it some time later."""
+    with station.on_gateway(), socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as sender:
+        sender.bind((source, 0))
+        sender.sendto(message, (UNIT_ADDRESS, COMMAND_PORT))
+
+
+def roll_call() -> bytes:
+    return bytes([1])
+
+
 def deliver(
     station: Station, message: bytes, source: str = GATEWAY, destination: str = UNIT_ADDRESS
 ) -> None:
@@ -154,6 +165,9 @@ def describe_record(record: bytes) -> str:
     """A record that a unit has sent, in words."""
     if len(record) == 9 and record[0] == 2:
         return f"roll-call reply from {record[1:7].hex(':')}, version {record[8]}"
+    if len(record) == 7 and record[0] in (39, 47):
+        wanted = "date" if record[0] == 39 else "settings"
+        return f"{wanted} request from {record[1:7].hex(':')}"
     return f"unknown record {record.hex(' ')}"
 
 

@@ -61,7 +61,9 @@ class Television:
         hello: str = f"hello {UNIT:X} {UNIT_ADDRESS:04X}",
     ) -> None:
         self.lines: list[str] = []  # all that the unit has said
-        self.frames: list[str] = []  # the messages among it
+        self.all_frames: list[str] = []  # the messages among it
+        self.frames: list[str] = []  # those but the questions for the power status, which also
+        # come every five seconds
         self.story: list[str] = []  # what a viewer sees
         self.osd_names: dict[int, str] = {}
         self.vendors: dict[int, str] = {}
@@ -147,7 +149,8 @@ class Television:
         self._wake_up.send(b".")
 
     def wait_for_frames(self, expected: list[str], since: int = 0) -> None:
-        """Until the unit has sent just these messages, from the one numbered since."""
+        """Until the unit has sent just these messages, from the one numbered since. Questions for
+        the power status do not count."""
         wait_for(lambda: len(self.frames) >= since + len(expected), f"{expected} on the bus")
         assert self.frames[since:] == expected
 
@@ -202,7 +205,10 @@ class Television:
         elif word == "send":
             self.say(f"tx {rest}")
             self._hear(bytes.fromhex(rest.replace(":", "")))
-            self.frames.append(rest)  # last, so that who sees it sees its effect too
+            # Last, so that who sees it sees its effect too.
+            self.all_frames.append(rest)
+            if not rest.endswith(f":{GIVE_POWER_STATUS:02X}"):
+                self.frames.append(rest)
 
     def _time_to_next_appointment(self) -> float | None:
         with self._lock:

@@ -144,9 +144,12 @@ def test_reader_of_its_output_that_goes_away_does_not_end_it(station: Station) -
         assert station.document()["alert_area"] == text
 
 
-def test_only_the_event_loop_and_two_sockets_stay_open(station: Station, service: Process) -> None:
+def test_only_watchdog_event_loop_and_two_sockets_stay_open(
+    station: Station, service: Process
+) -> None:
     kinds = [os.readlink(f"/proc/{service.pid}/fd/{fd}") for fd in open_descriptors(service)[3:]]
-    assert len(kinds) == 5
+    assert len(kinds) == 6
+    assert kinds.count("/dev/watchdog") == 1
     assert sum(kind.startswith("socket:") for kind in kinds) == 2
     assert sum(kind == "anon_inode:[eventpoll]" for kind in kinds) == 1
     assert sum(kind.startswith("pipe:") for kind in kinds) == 2  # the event loop's own

@@ -10,8 +10,8 @@ from station.gateway import OTHER_GATEWAY, connect, deliver, display_alert, send
 from station.station import GATEWAY_FILE, Process, Station
 from station.waiting import wait_for
 
-# Three standard ones, two sockets, three of the event loop.
-IDLE_DESCRIPTORS = 8
+# Three standard ones, the watchdog, two sockets, three of the event loop.
+IDLE_DESCRIPTORS = 9
 LINGER_0 = b"\1\0\0\0\0\0\0\0"
 
 

@@ -14,9 +14,9 @@ from station.waiting import wait_for
 
 pytestmark = pytest.mark.television
 
-START_FRAMES = ["40:8F", "4F:82:10:00"]
-WAKING = ["40:04", "40:8F"]
 OWN_SOURCE = "4F:82:10:00"
+START_FRAMES = [OWN_SOURCE]
+WAKING = ["40:04"]
 END = display_alert("")
 
 
@@ -50,7 +50,7 @@ def switched_to(service: Process, television: Television, address: int) -> None:
 def test_unit_announces_itself_and_takes_the_input(station: Station) -> None:
     with Television(station, tv_input=0x2000) as television:
         service = started(station, television)
-        assert television.lines == [
+        assert television.lines[:8] == [
             *["deregister", "register 82", "register 90", "register 80"],
             *["vendor 18C086", "osd ZELT", "send 40:8F", "send 4F:82:10:00"],
         ]
@@ -80,14 +80,14 @@ def test_bus_that_says_anything_but_hello_is_refused(station: Station, hello: st
         assert service.output.startswith("VCHI connection failed\n")
         deliver(station, display_alert("FIRE"))
         assert station.document()["alert_area"] == "FIRE"
-        assert television.lines == []
+        assert television.lines[:8] == []
 
 
 def test_addresses_are_those_of_the_hello_line(station: Station) -> None:
     with Television(station, hello="hello B 2A00") as television:
         service = start(station)
         assert service.output.startswith("logical_address: 0xb\nphysical_address: 0x2a00\n")
-        television.wait_for_frames(["B0:8F", "BF:82:2A:00"])
+        television.wait_for_frames(["BF:82:2A:00"])
 
 
 # Around an alert.
@@ -98,12 +98,12 @@ def test_television_on_another_input_is_switched_and_handed_back(station: Statio
         service = started(station, television)
         switched_to(service, television, 0x2000)
         deliver(station, display_alert("FIRE"))
-        television.wait_for_frames([OWN_SOURCE], since=2)
+        television.wait_for_frames([OWN_SOURCE], since=1)
         assert television.input == 0x1000
         assert "standby_after_alert 0\n" in service.output
         assert "Switching TV to 1000\n" in service.output
         deliver(station, END)
-        television.wait_for_frames([OWN_SOURCE, "4F:82:20:00"], since=2)
+        television.wait_for_frames([OWN_SOURCE, "4F:82:20:00"], since=1)
         assert television.input == 0x2000
         assert television.power == ON
 
@@ -113,12 +113,12 @@ def test_television_in_standby_is_woken_and_put_back(station: Station) -> None:
         service = started(station, television)
         switched_to(service, television, 0x2000)
         send(station, detail_alert("FIRE"))
-        television.wait_for_frames([*WAKING, OWN_SOURCE], since=2)
+        television.wait_for_frames([*WAKING, OWN_SOURCE], since=1)
         shows(station, "FIRE")
         assert "standby_after_alert 1\nTV on standby, sending ImageViewOn\n" in service.output
         assert (television.power, television.input) == (ON, 0x1000)
         deliver(station, detail_alert(""))
-        television.wait_for_frames([*WAKING, OWN_SOURCE, "4F:82:20:00", "40:36"], since=2)
+        television.wait_for_frames([*WAKING, OWN_SOURCE, "4F:82:20:00", "40:36"], since=1)
         assert (television.power, television.input) == (IN_STANDBY, 0x2000)
 
 
@@ -129,7 +129,9 @@ def test_waking_goes_on_until_the_television_reports_another_status(station: Sta
         send(station, display_alert("FIRE"))
         shows(station, "FIRE")
         # It reported standby once more, so it was asked to wake twice; it shows the unit already.
-        assert television.frames[2:] == WAKING * 2
+        assert television.frames[1:] == WAKING * 2
+        first = television.all_frames.index("40:04")
+        assert television.all_frames[first : first + 4] == ["40:04", "40:8F"] * 2
         assert service.output.count("TV on standby, sending ImageViewOn\n") == 2
 
 
@@ -139,7 +141,7 @@ def test_slow_television_is_asked_until_its_answer_arrives(station: Station) -> 
         switched_to(service, television, 0x2000)
         television.answer_delay = 1.2  # later than the pause after the question
         send(station, display_alert("FIRE"))
-        television.wait_for_frames([*WAKING, *WAKING, OWN_SOURCE], since=2)
+        television.wait_for_frames([*WAKING, *WAKING, OWN_SOURCE], since=1)
         shows(station, "FIRE")
         deliver(station, END)
         wait_for(lambda: television.power == IN_STANDBY, "the television's end")
@@ -158,7 +160,7 @@ def test_deaf_television_holds_the_service_until_it_hears(station: Station) -> N
         service = started(station, television)
         television.is_deaf = True
         send(station, display_alert("FIRE"))
-        television.wait_for_frames(WAKING, since=2)
+        television.wait_for_frames(WAKING, since=1)
         with gateway.connect(station) as connection:
             connection.sendall(b"\0")
             assert station.document()["alert_area"] == "10.87.33.50"
@@ -166,7 +168,7 @@ def test_deaf_television_holds_the_service_until_it_hears(station: Station) -> N
             shows(station, "FIRE")
             gateway.wait_until_closed(connection)
         assert service.is_running()
-        assert television.frames[2:] == WAKING * (len(television.frames[2:]) // 2)
+        assert set(television.frames[1:]) == set(WAKING)
 
 
 def test_standby_is_sent_at_every_ending_message(station: Station) -> None:
@@ -186,7 +188,7 @@ def test_televisions_own_tuner_gets_inactive_source(station: Station) -> None:
         switched_to(service, television, 0x0000)
         deliver(station, display_alert("FIRE"))
         deliver(station, END)
-        television.wait_for_frames([OWN_SOURCE, "40:9D:00:00"], since=2)
+        television.wait_for_frames([OWN_SOURCE, "40:9D:00:00"], since=1)
         assert television.input == 0x0000
 
 
@@ -226,7 +228,7 @@ def test_active_source_of_another_device_is_stored_by_its_first_byte(station: St
         service = started(station, television)
         hears(service, television, "rx 8F:82:20:00", "active source now: 0020\n")
         deliver(station, END)
-        television.wait_for_frames(["4F:82:00:20"], since=2)
+        television.wait_for_frames(["4F:82:00:20"], since=1)
 
 
 def test_power_status_of_another_device_counts(station: Station) -> None:
@@ -242,7 +244,7 @@ def test_request_active_source_is_answered_if_it_is_delivered(station: Station) 
     with Television(station) as television:
         started(station, television)
         television.say("rx 0F:85")
-        television.wait_for_frames([OWN_SOURCE], since=2)
+        television.wait_for_frames([OWN_SOURCE], since=1)
 
 
 def test_other_notifications_are_traced(station: Station) -> None:
@@ -273,7 +275,8 @@ def test_lines_that_are_none_of_the_bus_are_skipped_with_a_message_each(station:
         hears(service, television, "rx 04:90:02", "RX: 0 -> 4: 90 02\nTV is NOT in")
         wait_for(lambda: service.errors.count("\n") == len(bad), "the messages")
         assert service.errors.count("CEC bus: skipped the line") == len(bad)
-        assert service.output == before + "RX: 0 -> 4: 90 02\nTV is NOT in standby mode.\n"
+        heard = [x for x in service.output[len(before) :].splitlines() if x.startswith("RX")]
+        assert set(heard) <= {"RX: 0 -> 4: 90 02", "RX: 0 -> 4: 90 00"}  # the latter when polled
 
 
 def test_lines_in_pieces_and_several_at_once_are_understood(station: Station) -> None:
@@ -337,7 +340,7 @@ def test_messages_from_both_threads_never_mix(station: Station) -> None:
         talker.join()
         deliver(station, b"\0")
         service.wait_for_output("RX: 0 -> F: 85\n", 300)
-        known = {OWN_SOURCE, "4F:82:20:00", "40:8F"}
+        known = {OWN_SOURCE, "4F:82:20:00"}
         assert set(television.frames) == known
         for line in service.output.splitlines():
             if "RX:" in line or "TX:" in line:

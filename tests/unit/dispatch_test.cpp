@@ -20,11 +20,11 @@ class dispatch : public service_test {
 
     static void tcp(const std::string &bytes) {
         gateway_message message = message_of(bytes);
-        dispatch_message(message, channel::tcp);
+        dispatch_message(message, channel::tcp, {});
     }
     static void udp(const std::string &bytes) {
         gateway_message message = message_of(bytes);
-        dispatch_message(message, channel::udp);
+        dispatch_message(message, channel::udp, {});
     }
     static void end_alert() {
         tcp(std::string("\x03\x01\0\0\0\0", 6));
@@ -92,7 +92,7 @@ TEST_F(dispatch, hdtv_alert_is_cut_before_its_trailer) {
     gateway_message message = message_of("\x26"
                                          "text\x01\x2c"
                                          "abc");
-    dispatch_message(message, channel::tcp);
+    dispatch_message(message, channel::tcp, {});
     EXPECT_STREQ(message.text(1), "text");
 }
 
@@ -107,7 +107,7 @@ TEST_F(dispatch, hdtv_alert_shorter_than_five_bytes_touches_nothing) {
     for (int size = 1; size < 5; ++size) {
         gateway_message message =
             message_of(std::string("\x26\x05\x06\x07").substr(0, static_cast<std::size_t>(size)));
-        dispatch_message(message, channel::tcp);
+        dispatch_message(message, channel::tcp, {});
         EXPECT_EQ(turnout_timer, 120);
         EXPECT_EQ(message.byte(0), 0x26);
     }

@@ -9,6 +9,7 @@
 #include <cstring>
 #include <fcntl.h>
 #include <linux/kd.h>
+#include <linux/watchdog.h>
 #include <net/if.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
@@ -238,13 +239,18 @@ ssize_t __wrap_write(int fd, const void *data, std::size_t size) {
 int __real_stat(const char *path, struct stat *status);
 int __wrap_stat(const char *path, struct stat *status) {
     PASS_WHEN_STOPPED(stat, path, status)
-    record(std::string("stat ") + path);
+    const std::string call = std::string("stat ") + path;
+    record(call);
+    if (fails(call)) {
+        return failure(EACCES);
+    }
     const auto found = state.files.find(path);
     if (found == state.files.end()) {
         return failure(ENOENT);
     }
     *status = {};
     status->st_size = static_cast<off_t>(found->second.size());
+    status->st_mtime = state.modified[path];
     return 0;
 }
 
@@ -271,6 +277,9 @@ int __wrap_ioctl(int fd, unsigned long request, ...) {
     switch (request) {
     case KDSETMODE:
         record("KDSETMODE " + std::to_string(reinterpret_cast<long>(argument)));
+        return 0;
+    case WDIOC_SETTIMEOUT:
+        record("WDIOC_SETTIMEOUT " + std::to_string(*static_cast<int *>(argument)));
         return 0;
     case SIOCGIFCONF:
         record("SIOCGIFCONF " + std::to_string(static_cast<ifconf *>(argument)->ifc_len));
@@ -318,7 +327,10 @@ int __wrap_connect(int fd, const sockaddr *address, socklen_t size) {
     PASS_WHEN_STOPPED(connect, fd, address, size)
     const std::string call = "connect " + address_text(address);
     record(call);
-    return fails(call) || fd < 0 ? failure(ECONNREFUSED) : 0;
+    const std::string number = "connect#" + std::to_string(state.calls_of("connect").size());
+    const bool is_numbered =
+        std::find(state.failing.begin(), state.failing.end(), number) != state.failing.end();
+    return fails(call) || is_numbered || fd < 0 ? failure(ECONNREFUSED) : 0;
 }
 
 int __real_accept(int fd, sockaddr *address, socklen_t *size);
@@ -335,6 +347,26 @@ int __wrap_accept(int fd, sockaddr *address, socklen_t *size) {
     sa.sin_addr.s_addr = inet_addr(peer.peer.c_str());
     std::memcpy(address, &sa, sizeof sa);
     return new_descriptor({"", 0, false, &peer});
+}
+
+ssize_t __real_recvfrom(int fd, void *buffer, std::size_t size, int flags, sockaddr *address,
+                        socklen_t *length);
+ssize_t __wrap_recvfrom(int fd, void *buffer, std::size_t size, int flags, sockaddr *address,
+                        socklen_t *length) {
+    PASS_WHEN_STOPPED(recvfrom, fd, buffer, size, flags, address, length)
+    const auto received = state.calls_of("recvfrom").size();
+    record("recvfrom " + std::to_string(fd) + " " + std::to_string(size) + " " +
+           std::to_string(flags) + " " + std::to_string(*length));
+    if (fails("recvfrom") || received >= state.datagrams.size()) {
+        return failure(EAGAIN);
+    }
+    const datagram &arrived = state.datagrams[received];
+    sockaddr_in sa{};
+    sa.sin_family = AF_INET;
+    sa.sin_port = htons(40000);
+    sa.sin_addr.s_addr = inet_addr(arrived.sender.c_str());
+    std::memcpy(address, &sa, sizeof sa);
+    return static_cast<ssize_t>(arrived.data.copy(static_cast<char *>(buffer), size));
 }
 
 int __real_shutdown(int fd, int how);
@@ -435,8 +467,11 @@ void __wrap_event_set(event *e, int fd, short flags, void (*callback)(int, short
 int __real_event_add(event *e, const timeval *timeout);
 int __wrap_event_add(event *e, const timeval *timeout) {
     PASS_WHEN_STOPPED(event_add, e, timeout)
-    record("event_add");
-    state.events.back().has_timeout = timeout != nullptr;
+    record(timeout == nullptr ? "event_add"
+                              : "event_add " + std::to_string(timeout->tv_sec) + " s");
+    if (!state.events.empty()) {
+        state.events.back().has_timeout = timeout != nullptr;
+    }
     return 0;
 }
 

@@ -25,6 +25,11 @@ struct connection {
     int read_error = 0;
 };
 
+struct datagram {
+    std::string sender; ///< dotted
+    std::string data;
+};
+
 struct registered_event {
     int fd;
     short flags;
@@ -38,14 +43,17 @@ struct registered_event {
 struct system_state {
     std::vector<std::string> calls; ///< in order, "name argument ..."
     std::map<std::string, std::string> files;
+    std::map<std::string, std::time_t> modified; ///< when a file was; never: at the start of time
     std::map<std::string, int> opened_with_mode; ///< path to the mode that open was given
     std::vector<interface_record> interfaces;
     std::vector<connection> connections; ///< accepted in order
+    std::vector<datagram> datagrams;     ///< received in order
     std::vector<std::string> sent;       ///< what was written to sockets, one entry a write
     std::vector<registered_event> events;
-    std::vector<std::string> failing; ///< calls that fail: "connect", "fork", "open /dev/tty0", ...
-    pid_t next_pid = 100;             ///< what fork returns next; 0 makes the test the child
-    int next_descriptor = 1000;       ///< what the next open, socket or accept returns
+    /// Calls that fail: "connect", "fork", "open /dev/tty0", ... "connect#2" is the second connect.
+    std::vector<std::string> failing;
+    pid_t next_pid = 100;       ///< what fork returns next; 0 makes the test the child
+    int next_descriptor = 1000; ///< what the next open, socket or accept returns
     std::time_t now = 1'700'000'000;
 
     /// The recorded calls whose text begins with prefix.

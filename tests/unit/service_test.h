@@ -76,6 +76,8 @@ class service_test : public testing::Test {
         rotation = kiosk_pid = udhcpc_pid = 0;
         use_oru_proxy = has_ip_address = false;
         got_set_date_packet = got_hdtv_settings_packet = false;
+        wdt_fd = 0;
+        wdt_seconds = 900;
         turnout_timer = 120;
         log_alerts = true;
         std::fill(std::begin(unit_str), std::end(unit_str), '\0');

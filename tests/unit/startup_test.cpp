@@ -2,7 +2,9 @@
 
 #include "service_test.h"
 
+#include "hdtv/clock.h"
 #include "hdtv/connect.h"
+#include "hdtv/rollcall.h"
 
 #include <cstring>
 #include <fcntl.h>
@@ -15,7 +17,7 @@ class startup : public service_test {
   protected:
     void SetUp() override {
         service_test::SetUp();
-        state.files["/dev/tty0"] = "";
+        state.files["/dev/tty0"] = state.files["/dev/watchdog"] = "";
         have_address("10.87.33.50");
         state.failing = {"connect 10.87.33.1:3128"}; // no proxy
     }
@@ -47,15 +49,16 @@ TEST_F(startup, runs_strictly_in_order) {
         "signal 13 ignored",
         "open /dev/tty0 " + std::to_string(O_RDONLY),
         "KDSETMODE 0",
+        "open /dev/watchdog",
         "event_init",
         "cec vchi_initialise",
         "cec send 0: 8F",
         "cec active source 1000",
         "socket tcp",
-        "bind 1001 0.0.0.0:4000",
-        "listen 1001 0",
-        "socket udp",
         "bind 1002 0.0.0.0:4000",
+        "listen 1002 0",
+        "socket udp",
+        "bind 1003 0.0.0.0:4000",
         read_config,
         "SIOCGIFCONF",
         "connect 10.87.33.1:3128",
@@ -63,8 +66,14 @@ TEST_F(startup, runs_strictly_in_order) {
         read_config,
         "connect 10.87.33.20:5000",
         "write",
-        "event_set 1001 18",
+        "event_set -1 0",
+        "event_add 5 s",
+        "event_set 1002 18",
         "event_add",
+        "event_set 1003 18",
+        "event_add",
+        "event_set -1 0",
+        "event_add 1 s",
         read_config,
         "fork",
         "event_dispatch",
@@ -79,20 +88,28 @@ TEST_F(startup, runs_strictly_in_order) {
     EXPECT_EQ(position, state.calls.end()) << "nothing comes after the event loop";
 }
 
-TEST_F(startup, registers_the_command_socket_for_reading_without_a_timeout) {
+TEST_F(startup, registers_its_events_in_order) {
     run();
-    ASSERT_EQ(state.events.size(), 1U);
-    EXPECT_EQ(state.events[0].fd, 1001);
-    EXPECT_EQ(state.events[0].flags, 18);
-    EXPECT_EQ(state.events[0].callback, &connect_fn);
-    EXPECT_EQ(state.events[0].argument, nullptr);
-    EXPECT_FALSE(state.events[0].has_timeout);
+    ASSERT_EQ(state.events.size(), 4U);
+    const auto expect_event = [](const fake::registered_event &event, int fd, short flags,
+                                 void (*callback)(int, short, void *)) {
+        EXPECT_EQ(event.fd, fd);
+        EXPECT_EQ(event.flags, flags);
+        EXPECT_EQ(event.callback, callback);
+        EXPECT_EQ(event.argument, nullptr);
+        EXPECT_EQ(event.has_timeout, fd == -1);
+    };
+    expect_event(state.events[0], -1, 0, power_fn);
+    expect_event(state.events[1], 1002, 18, connect_fn);
+    expect_event(state.events[2], 1003, 18, rollcall_fn);
+    expect_event(state.events[3], -1, 0, clock_fn);
 }
 
-TEST_F(startup, keeps_both_sockets_out_of_its_children) {
+TEST_F(startup, keeps_watchdog_and_sockets_out_of_its_children) {
     run();
     EXPECT_EQ(state.calls_of("close-on-exec"),
-              (std::vector<std::string>{"close-on-exec 1001", "close-on-exec 1002"}));
+              (std::vector<std::string>{"close-on-exec 1001", "close-on-exec 1002",
+                                        "close-on-exec 1003"}));
 }
 
 TEST_F(startup, version_option_prints_it_and_ends) {
@@ -137,8 +154,16 @@ TEST_F(startup, goes_on_without_a_television) {
 TEST_F(startup, ignores_failing_sockets_and_registers_what_it_got) {
     state.failing.insert(state.failing.end(), {"socket tcp", "socket udp", "bind", "listen"});
     EXPECT_EQ(run(), 0);
-    ASSERT_EQ(state.events.size(), 1U);
-    EXPECT_EQ(state.events[0].fd, -1);
+    ASSERT_EQ(state.events.size(), 4U);
+    EXPECT_EQ(state.events[1].fd, -1);
+    EXPECT_EQ(state.events[2].fd, -1);
+    EXPECT_TRUE(has_call("event_dispatch"));
+}
+
+TEST_F(startup, goes_on_without_a_watchdog) {
+    state.files.erase("/dev/watchdog");
+    EXPECT_EQ(run(), 0);
+    EXPECT_TRUE(output().starts_with("Can't open /dev/watchdog\n"));
     EXPECT_TRUE(has_call("event_dispatch"));
 }
 
@@ -236,7 +261,7 @@ TEST_F(startup, comm_gw_that_refuses_is_skipped_and_the_event_still_registered) 
         std::find(state.calls.begin(), state.calls.end(), "connect 10.87.33.21:5000");
     ASSERT_NE(connect, state.calls.end());
     EXPECT_TRUE((connect + 1)->starts_with("close ")) << *(connect + 1);
-    EXPECT_EQ(state.events.size(), 1U);
+    EXPECT_EQ(state.events.size(), 4U);
 }
 
 TEST_F(startup, comm_gw_that_is_no_address_leaves_0_0_0_0_in_place) {

@@ -1,0 +1,10 @@
+#pragma once
+
+#include <event.h>
+
+/// Arms a one-shot timer for so many seconds from now. The event library would count from the
+/// moment at which its loop woke up, which a callback that blocks leaves far behind.
+void arm_timer(event &timer, int seconds);
+
+/// Prepares a timer with its callback and arms it for the first time.
+void start_timer(event &timer, event_callback_fn callback, int seconds);

@@ -1,0 +1,88 @@
+"""The UDP channel and the roll call."""
+
+import pytest
+from conftest import open_descriptors
+
+from station import gateway
+from station.gateway import OTHER_GATEWAY, deliver, send_datagram
+from station.station import GATEWAY_FILE, Process, Station
+from station.waiting import wait_for
+
+pytestmark = pytest.mark.usefixtures("service")
+
+MAC = bytes.fromhex("02000a572132")
+REPLY = b"\x02" + MAC + b"\x0c\x2f"
+DATE_REQUEST = b"\x27" + MAC
+SETTINGS_REQUEST = b"\x2f" + MAC
+
+
+def test_roll_call_is_answered_with_three_records_until_date_and_settings_have_come(
+    station: Station,
+) -> None:
+    with gateway.record_listener(station) as listener:
+        send_datagram(station, gateway.roll_call())
+        assert listener.wait_for_records(3) == [REPLY, DATE_REQUEST, SETTINGS_REQUEST]
+        deliver(station, gateway.set_date("now"))
+        send_datagram(station, gateway.roll_call())
+        assert listener.wait_for_records(5)[3:] == [REPLY, SETTINGS_REQUEST]
+        deliver(station, gateway.hdtv_settings(0))
+        send_datagram(station, gateway.roll_call())
+        send_datagram(station, gateway.roll_call())
+        assert listener.wait_for_records(7)[5:] == [REPLY, REPLY]
+
+
+def test_answer_goes_to_the_senders_address_and_not_to_the_gateway(station: Station) -> None:
+    deliver(station, b"\0", source=gateway.GATEWAY)  # which makes it the known gateway
+    with (
+        gateway.record_listener(station, gateway.GATEWAY) as known,
+        gateway.record_listener(station, OTHER_GATEWAY) as other,
+    ):
+        send_datagram(station, gateway.roll_call(), source=OTHER_GATEWAY)
+        other.wait_for_records(3)
+        assert known.records() == []
+
+
+def test_sender_of_a_datagram_is_not_learnt(station: Station, service: Process) -> None:
+    with gateway.record_listener(station) as listener:
+        send_datagram(station, gateway.roll_call())
+        listener.wait_for_records(3)
+    assert not station.path(GATEWAY_FILE).exists()
+    assert "Setting Gateway Address" not in service.output
+
+
+def test_closed_port_ends_the_roll_call_and_leaves_one_socket_each_time(
+    station: Station, service: Process
+) -> None:
+    deliver(station, b"\0")
+    before = len(open_descriptors(service))
+    for count in (1, 2, 3):
+        send_datagram(station, gateway.roll_call())
+        wait_for(lambda: len(open_descriptors(service)) == before + count, "the socket left open")
+    with gateway.record_listener(station) as listener:
+        send_datagram(station, gateway.roll_call())
+        assert listener.wait_for_records(3)[0] == REPLY
+    # What was left open reaches no child: that is checked after every test.
+    deliver(station, gateway.set_page_address("http://example/"))
+    station.wait_for_calls("qt-webkit-kiosk", 2)
+
+
+def test_commands_work_by_udp_but_for_two(station: Station) -> None:
+    send_datagram(station, gateway.display_alert("FIRE", turnout=90))
+    wait_for(lambda: bool(station.document()["alert_area"] == "FIRE"), "the alert")
+    send_datagram(station, gateway.stop_turnout())
+    send_datagram(station, gateway.set_map_address("http://map/"))
+    send_datagram(station, gateway.display_alert("MORE"))
+    wait_for(lambda: bool(station.document()["alert_area"] == "MORE"), "the update")
+    log = station.path("/tmp/alerts.log").read_text()
+    assert "stop_turnout" not in log
+    assert "http:" not in log
+
+
+def test_text_of_a_full_datagram_ends_with_it(station: Station) -> None:
+    for size in (4095, 4096, 9000):
+        send_datagram(station, gateway.set_page_address(b"x" * (size - 1)))
+        expected = "x" * min(size - 1, 4095)
+        wait_for(
+            lambda: any(call.argv[-1] == expected for call in station.calls("qt-webkit-kiosk")),
+            f"a page address of {len(expected)} bytes",
+        )

@@ -1,0 +1,81 @@
+"""The clock tick, the watchdog and the power tick, on the real clock."""
+
+import os
+
+import pytest
+from conftest import StationMaker, start
+from test_commands import is_zombie
+from test_network_identity import start_dhcp_server
+
+from station import gateway
+from station.gateway import deliver
+from station.station import Process, Station
+from station.television import ON, Television
+from station.waiting import wait_for
+
+
+def kicks(station: Station) -> bytes:
+    """What the service has written to the watchdog since the last look."""
+    fd = os.open(station.path("/dev/watchdog"), os.O_RDONLY | os.O_NONBLOCK)
+    try:
+        return os.read(fd, 65536)
+    except BlockingIOError:
+        return b""
+    finally:
+        os.close(fd)
+
+
+def test_watchdog_is_kicked_at_start_up_and_then_every_second(
+    station: Station, service: Process
+) -> None:
+    seen = bytearray()
+
+    def has_kicked_three_times() -> bool:
+        seen.extend(kicks(station))
+        return len(seen) >= 3
+
+    wait_for(has_kicked_three_times, "three kicks")
+    assert set(seen) == {ord(" ")}
+
+
+def test_without_a_watchdog_it_says_so_and_goes_on(station: Station) -> None:
+    station.path("/dev/watchdog").unlink()
+    service = start(station)
+    assert service.output.startswith("Can't open /dev/watchdog\n")
+    deliver(station, gateway.display_alert("FIRE"))
+    assert station.document()["alert_area"] == "FIRE"
+
+
+def test_browser_whose_process_is_gone_is_started_again(station: Station) -> None:
+    station.behave("qt-webkit-kiosk", "exit 1")
+    start(station)
+    (first,) = station.calls("qt-webkit-kiosk")
+    wait_for(lambda: is_zombie(station, first.pid), "the browser's end")
+    station.behave("qt-webkit-kiosk", "stay")
+    deliver(station, gateway.set_date("now"))  # whose wait takes the zombie
+    second = station.wait_for_calls("qt-webkit-kiosk", 2)[1]
+    assert second.argv == first.argv
+
+
+def test_late_address_is_shown_and_the_browser_uses_the_proxy(make_station: StationMaker) -> None:
+    station = make_station(address=None)
+    service = start(station)
+    assert station.document()["alert_area"] == "No Network Connection"
+    with gateway.accepting_proxy(station):
+        start_dhcp_server(station)
+        shown = lambda: bool(station.document()["alert_area"] == "10.87.33.77")  # noqa: E731
+        wait_for(shown, "the address on the page")
+    first, second = station.wait_for_calls("qt-webkit-kiosk", 2)
+    assert first.argv[1] == "-u"
+    assert second.argv[1:3] == ["-c", "/usr/etc/xdg/QtWebkitKiosk/proxy.ini"]
+    assert "Proxy listening on 10.87.33.1:3128\n" in service.output
+    assert service.output.count("Writing JSON") == 2
+
+
+@pytest.mark.slow
+@pytest.mark.television
+def test_power_status_is_asked_for_every_five_seconds(station: Station) -> None:
+    with Television(station) as television:
+        start(station)
+        wait_for(lambda: television.all_frames.count("40:8F") >= 3, "two polls after the first")
+        assert television.power == ON

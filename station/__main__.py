@@ -88,7 +88,7 @@ def run_station(name: str, once: bool, pause: float) -> int:
         with Timeline(station, service, records, television) as timeline:
             timeline.say("station", "unit 10.87.33.50, gateway 10.87.33.20, no proxy")
             timeline.say("TV", "in standby, input 2.0.0.0")
-            if not play_incident(Scene(station, television), service, timeline, pause):
+            if not play_incident(Scene(station, television, records), service, timeline, pause):
                 return 1
             timeline.say("station", f"the incident was observed, all {len(INCIDENT)} steps of it")
             if once:
@@ -110,7 +110,10 @@ def play_step(scene: Scene, service: Process, timeline: Timeline, step: Step) ->
     try:
         if step.message:
             timeline.say("gateway", "sends: " + step.words)
-            gateway.send(scene.station, step.message)
+            if step.is_datagram:
+                gateway.send_datagram(scene.station, step.message)
+            else:
+                gateway.send(scene.station, step.message)
         if step.action:
             step.action(scene)
         wait_for(

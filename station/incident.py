@@ -5,7 +5,7 @@ from dataclasses import dataclass
 from typing import Any
 
 from station import gateway
-from station.gateway import Unit
+from station.gateway import RecordListener, Unit
 from station.station import GATEWAY_FILE, UNIT_ADDRESS, Station
 from station.television import IN_STANDBY, ON, Television
 from station.television import UNIT_ADDRESS as UNIT_INPUT
@@ -17,6 +17,7 @@ OTHER_INPUT = 0x3000
 _UNITS = {0: Unit("E1", 2), 1: Unit("L3", 5)}
 _TEXT = "STRUCTURE FIRE\n1200 MAIN ST, CROSS OAK AVE"
 _UPDATE = _TEXT + "\nSMOKE SHOWING, 2ND FLOOR"
+_DATE = "2026-03-05 07:04:09"
 _MAP = "http://10.87.33.20/map?incident=1042"
 
 
@@ -26,6 +27,7 @@ class Scene:
 
     station: Station
     television: Television
+    records: RecordListener
 
     def shows(self, power: int, tv_input: int) -> bool:
         return (self.television.power, self.television.input) == (power, tv_input)
@@ -39,6 +41,7 @@ class Step:
     is_seen: Callable[[Scene, Document], bool]
     message: bytes | None = None
     action: Callable[[Scene], None] | None = None
+    is_datagram: bool = False
 
 
 def _shows_units(document: Document) -> bool:
@@ -56,6 +59,24 @@ def _choose_another_input(scene: Scene) -> None:
 
 def _is_told_of_the_input(scene: Scene, _: Document) -> bool:
     return scene.shows(IN_STANDBY, OTHER_INPUT)
+
+
+def _has_received(*codes: int) -> Callable[[Scene, Document], bool]:
+    """Whether these records are the last that the gateway has received."""
+
+    def is_seen(scene: Scene, _: Document) -> bool:
+        return [record[0] for record in scene.records.records()][-len(codes) :] == list(codes)
+
+    return is_seen
+
+
+def _has_set_the_date(scene: Scene, _: Document) -> bool:
+    calls = scene.station.calls("date")
+    return [call.argv for call in calls] == [["date", "-s", _DATE]]
+
+
+def _is_turned(scene: Scene, _: Document) -> bool:
+    return scene.station.calls("qt-webkit-kiosk")[-1].argv[-1].endswith("?rotation=90")
 
 
 def _shows_alert(scene: Scene, document: Document) -> bool:
@@ -95,6 +116,10 @@ def _shows_end(scene: Scene, document: Document) -> bool:
 
 INCIDENT = [
     Step("the station is idle and shows its address", _is_idle),
+    Step("roll call", _has_received(2, 2, 39, 47), gateway.roll_call(), is_datagram=True),
+    Step(f"the date, {_DATE}", _has_set_the_date, gateway.set_date(_DATE)),
+    Step("settings: a quarter turn", _is_turned, gateway.hdtv_settings(1)),
+    Step("roll call", _has_received(39, 47, 2), gateway.roll_call(), is_datagram=True),
     Step(
         "the television's input is set to 3.0.0.0 while it sleeps",
         _is_told_of_the_input,

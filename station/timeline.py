@@ -17,10 +17,12 @@ _COLOURS = {
     "tool": "33",
     "gateway": "36",
     "document": "32",
+    "watchdog": "2",
     "problem": "31",
 }
 _WIDTH = 110
 _PERIOD = 0.01
+_KICKS_A_LINE = 10
 
 
 class Timeline:
@@ -46,6 +48,7 @@ class Timeline:
         self._shown_calls = 0
         self._shown_records = 0
         self._shown_story = 0
+        self._kicks = 0
         self._shown_document = ""
         self._stopping = threading.Event()
         self._thread = threading.Thread(target=self._watch, daemon=True)
@@ -81,6 +84,7 @@ class Timeline:
         self._show_calls()
         self._show_records()
         self._show_television()
+        self._show_kicks()
 
     def _show_service(self) -> None:
         lines = self._service.output.split("\n")[:-1]
@@ -109,6 +113,12 @@ class Timeline:
         for line in story[self._shown_story :]:
             self.say("TV", line)
             self._shown_story += 1
+
+    def _show_kicks(self) -> None:
+        before = self._kicks
+        self._kicks += len(self._station.read_kicks())
+        if self._kicks // _KICKS_A_LINE > before // _KICKS_A_LINE:
+            self.say("watchdog", f"kicked {self._kicks} times so far")
 
     def _show_document(self) -> None:
         text = self._station.document_text()

@@ -1,7 +1,5 @@
 """The clock tick, the watchdog and the power tick, on the real clock."""
 
-import os
-
 import pytest
 from conftest import StationMaker, start
 from test_commands import is_zombie
@@ -14,24 +12,13 @@ from station.television import ON, Television
 from station.waiting import wait_for
 
 
-def kicks(station: Station) -> bytes:
-    """What the service has written to the watchdog since the last look."""
-    fd = os.open(station.path("/dev/watchdog"), os.O_RDONLY | os.O_NONBLOCK)
-    try:
-        return os.read(fd, 65536)
-    except BlockingIOError:
-        return b""
-    finally:
-        os.close(fd)
-
-
 def test_watchdog_is_kicked_at_start_up_and_then_every_second(
     station: Station, service: Process
 ) -> None:
     seen = bytearray()
 
     def has_kicked_three_times() -> bool:
-        seen.extend(kicks(station))
+        seen.extend(station.read_kicks())
         return len(seen) >= 3
 
     wait_for(has_kicked_three_times, "three kicks")

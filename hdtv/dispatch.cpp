@@ -5,6 +5,7 @@
 #include "hdtv/alerts.h"
 #include "hdtv/child_process.h"
 #include "hdtv/config_store.h"
+#include "hdtv/control.h"
 #include "hdtv/gateway_records.h"
 #include "hdtv/hdtv.h"
 #include "hdtv/kiosk.h"
@@ -122,6 +123,9 @@ void act_on(gateway_message &message, channel from, const message_sender &sender
         if (from == channel::tcp) {
             handle_set_map_url(message);
         }
+        break;
+    case message_type::json_control:
+        handle_json_control(message);
         break;
     default:
         break;

@@ -18,17 +18,6 @@ namespace {
 constexpr const char *gateway_file = "/dev/shm/current_gateway";
 constexpr mode_t file_mode = 0777;
 
-} // namespace
-
-void learn_gateway(in_addr peer) {
-    if (use_oru_proxy || current_gateway != nullptr) {
-        return;
-    }
-    current_gateway = bfromcstr(inet_ntoa(peer));
-    std::printf("Setting Gateway Address: %s\n", bstr_text(current_gateway));
-    write_gateway_file();
-}
-
 void write_gateway_file() {
     unsigned char mac[7] = {};
     get_mac_address(mac);
@@ -40,4 +29,19 @@ void write_gateway_file() {
         write_once(fd, {bstr_text(json.get()), static_cast<std::size_t>(json->slen)});
     }
     close(fd);
+}
+
+} // namespace
+
+void learn_gateway(in_addr peer) {
+    if (!use_oru_proxy && current_gateway == nullptr) {
+        set_gateway(inet_ntoa(peer));
+    }
+}
+
+void set_gateway(const char *address) {
+    bdestroy(current_gateway);
+    current_gateway = bfromcstr(address);
+    std::printf("Setting Gateway Address: %s\n", bstr_text(current_gateway));
+    write_gateway_file();
 }

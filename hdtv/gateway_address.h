@@ -8,5 +8,6 @@
 /// once an address is known, or while the unit is behind the station's proxy.
 void learn_gateway(in_addr peer);
 
-/// Writes current_gateway and the unit's hardware address to "/dev/shm/current_gateway".
-void write_gateway_file();
+/// Takes this text as the gateway's address, whatever was known before, publishes it with the unit's
+/// hardware address in "/dev/shm/current_gateway" and says so.
+void set_gateway(const char *address);

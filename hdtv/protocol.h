@@ -25,6 +25,7 @@ enum class message_type : std::uint8_t {
     hdtv_settings = 49,
     detail_alert = 51,
     set_map_address = 52, ///< TCP only
+    json_control = 123,   ///< the character "{"
 };
 
 /// The alert flag of display and detail alerts that means "on"; every other value means "off".
@@ -69,6 +70,10 @@ constexpr int text = 539;
 namespace set_map_address {
 constexpr int text = 1;
 } // namespace set_map_address
+
+namespace json_control {
+constexpr int text = 0; ///< the type byte is its first character
+} // namespace json_control
 
 /// A record is its code, the hardware address of eth0, and for the roll-call reply two fixed bytes.
 constexpr int hardware_address_size = 6;

@@ -11,6 +11,7 @@
 #include "hdtv/dhcp_client.h"
 #include "hdtv/gateway_records.h"
 #include "hdtv/hdtv.h"
+#include "hdtv/health.h"
 #include "hdtv/kiosk.h"
 #include "hdtv/network_identity.h"
 #include "hdtv/protocol.h"
@@ -139,6 +140,7 @@ void register_events(int command_socket, int rollcall_socket) {
     register_reader(connect_event, command_socket, connect_fn);
     register_reader(rollcall_event, rollcall_socket, rollcall_fn);
     start_clock_timer();
+    start_fb_time_timer();
 }
 
 void read_rotation() {

@@ -122,10 +122,11 @@ class Process:
                 os.kill(self.pid, signal.SIGKILL)
             self._process.wait(DEADLINE)
 
-    def wait_for_output(self, text: str, count: int = 1) -> None:
+    def wait_for_output(self, text: str, count: int = 1, deadline: float = DEADLINE) -> None:
         wait_for(
             lambda: self.output.count(text) >= count or not self.is_running(),
             f"{text!r} in the output:\n{self.output}",
+            deadline,
         )
         assert self.output.count(text) >= count, self.output + self.errors
 

@@ -1,7 +1,7 @@
 """The UDP channel and the roll call."""
 
 import pytest
-from conftest import open_descriptors
+from conftest import IDLE_DESCRIPTORS, wait_for_descriptors
 
 from station import gateway
 from station.gateway import OTHER_GATEWAY, deliver, send_datagram
@@ -53,11 +53,9 @@ def test_sender_of_a_datagram_is_not_learnt(station: Station, service: Process) 
 def test_closed_port_ends_the_roll_call_and_leaves_one_socket_each_time(
     station: Station, service: Process
 ) -> None:
-    deliver(station, b"\0")
-    before = len(open_descriptors(service))
     for count in (1, 2, 3):
         send_datagram(station, gateway.roll_call())
-        wait_for(lambda: len(open_descriptors(service)) == before + count, "the socket left open")
+        wait_for_descriptors(service, IDLE_DESCRIPTORS + count)
     with gateway.record_listener(station) as listener:
         send_datagram(station, gateway.roll_call())
         assert listener.wait_for_records(3)[0] == REPLY

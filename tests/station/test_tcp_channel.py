@@ -3,22 +3,13 @@
 import contextlib
 import socket
 
-from conftest import busy_service, open_descriptors, start
+from conftest import IDLE_DESCRIPTORS, busy_service, start, wait_for_descriptors
 
 from station import gateway
 from station.gateway import OTHER_GATEWAY, connect, deliver, display_alert, send
 from station.station import GATEWAY_FILE, Process, Station
-from station.waiting import wait_for
 
-# Three standard ones, the watchdog, two sockets, three of the event loop.
-IDLE_DESCRIPTORS = 9
 LINGER_0 = b"\1\0\0\0\0\0\0\0"
-
-
-def wait_for_descriptors(service: Process, count: int) -> int:
-    """A peer sees the end of its connection just before the service has closed it."""
-    wait_for(lambda: len(open_descriptors(service)) == count, f"{count} descriptors")
-    return count
 
 
 def test_first_connection_names_the_gateway_and_a_second_changes_nothing(

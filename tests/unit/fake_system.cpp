@@ -14,6 +14,7 @@
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <tuple>
 #include <unistd.h>
 
 namespace fake {
@@ -32,6 +33,8 @@ struct open_file {
     const connection *accepted = nullptr;
 };
 std::map<int, open_file> open_files;
+
+int child_report = -1; // in a child: where its exec is told to the parent
 
 void record(const std::string &call) {
     state.calls.push_back(call);
@@ -169,6 +172,8 @@ void stop() {
 
 extern "C" {
 using namespace fake;
+
+pid_t fork_for_real();
 
 int __real_open(const char *path, int flags, ...);
 int __wrap_open(const char *path, int flags, ...) {
@@ -376,12 +381,18 @@ int __wrap_shutdown(int fd, int how) {
     return 0;
 }
 
+pid_t __real_waitpid(pid_t pid, int *status, int options);
+[[noreturn]] void __real__exit(int status);
+
 pid_t __real_fork();
 pid_t __wrap_fork() {
     PASS_WHEN_STOPPED(fork)
     record("fork");
     if (fails("fork")) {
         return failure(EAGAIN);
+    }
+    if (state.keeps_children) {
+        return fork_for_real();
     }
     return state.next_pid == 0 ? 0 : state.next_pid++;
 }
@@ -394,6 +405,10 @@ int __wrap_execv(const char *path, char *const *argv) {
         call += std::string(" ") + *argv;
     }
     record(call);
+    if (child_report >= 0) {
+        std::ignore = __real_write(child_report, call.data(), call.size());
+        __real__exit(0);
+    }
     return failure(ENOENT);
 }
 
@@ -416,11 +431,46 @@ pid_t __wrap_wait(int *status) {
     return failure(ECHILD);
 }
 
-pid_t __real_waitpid(pid_t pid, int *status, int options);
 pid_t __wrap_waitpid(pid_t pid, int *status, int options) {
     PASS_WHEN_STOPPED(waitpid, pid, status, options)
     record("waitpid " + std::to_string(pid) + " " + std::to_string(options));
     return fails("waitpid") ? failure(ECHILD) : pid;
+}
+
+unsigned __real_sleep(unsigned seconds);
+unsigned __wrap_sleep(unsigned seconds) {
+    PASS_WHEN_STOPPED(sleep, seconds)
+    record("sleep " + std::to_string(seconds));
+    return 0;
+}
+
+int __real_unlink(const char *path);
+int __wrap_unlink(const char *path) {
+    PASS_WHEN_STOPPED(unlink, path)
+    record(std::string("unlink ") + path);
+    return state.files.erase(path) == 1 ? 0 : failure(ENOENT);
+}
+
+std::FILE *__real_popen(const char *command, const char *mode);
+std::FILE *__wrap_popen(const char *command, const char *mode) {
+    PASS_WHEN_STOPPED(popen, command, mode)
+    record(std::string("popen ") + command + " " + mode);
+    const auto found = state.printed.find(command);
+    if (found == state.printed.end()) {
+        errno = EMFILE;
+        return nullptr;
+    }
+    std::FILE *file = std::tmpfile();
+    std::fwrite(found->second.data(), 1, found->second.size(), file);
+    std::rewind(file);
+    return file;
+}
+
+int __real_pclose(std::FILE *pipe);
+int __wrap_pclose(std::FILE *pipe) {
+    PASS_WHEN_STOPPED(pclose, pipe)
+    record("pclose");
+    return std::fclose(pipe);
 }
 
 int __real_prctl(int option, ...);
@@ -481,4 +531,24 @@ int __wrap_event_dispatch() {
     record("event_dispatch");
     return 1;
 }
+}
+
+// The child goes on to its exec and tells it; the parent goes on when that has been told.
+pid_t fork_for_real() {
+    int ends[2] = {};
+    std::ignore = pipe(ends);
+    const pid_t pid = __real_fork();
+    if (pid == 0) {
+        child_report = ends[1];
+        return 0;
+    }
+    __real_close(ends[1]);
+    std::string told(65536, 0);
+    const ssize_t size = __real_read(ends[0], told.data(), told.size());
+    __real_close(ends[0]);
+    __real_waitpid(pid, nullptr, 0);
+    if (size > 0) {
+        record(told.substr(0, static_cast<std::size_t>(size)));
+    }
+    return state.next_pid++;
 }

@@ -52,8 +52,11 @@ struct system_state {
     std::vector<registered_event> events;
     /// Calls that fail: "connect", "fork", "open /dev/tty0", ... "connect#2" is the second connect.
     std::vector<std::string> failing;
-    pid_t next_pid = 100;       ///< what fork returns next; 0 makes the test the child
-    int next_descriptor = 1000; ///< what the next open, socket or accept returns
+    pid_t next_pid = 100; ///< what fork returns next; 0 makes the test the child
+    /// Every child runs as far as its exec, whose call is recorded, before the parent goes on.
+    bool keeps_children = false;
+    std::map<std::string, std::string> printed; ///< by a command of popen; none: it cannot start
+    int next_descriptor = 1000;                 ///< what the next open, socket or accept returns
     std::time_t now = 1'700'000'000;
 
     /// The recorded calls whose text begins with prefix.

@@ -4,6 +4,7 @@
 
 #include "hdtv/clock.h"
 #include "hdtv/connect.h"
+#include "hdtv/health.h"
 #include "hdtv/rollcall.h"
 
 #include <cstring>
@@ -74,6 +75,8 @@ TEST_F(startup, runs_strictly_in_order) {
         "event_add",
         "event_set -1 0",
         "event_add 1 s",
+        "event_set -1 0",
+        "event_add 30 s",
         read_config,
         "fork",
         "event_dispatch",
@@ -90,7 +93,7 @@ TEST_F(startup, runs_strictly_in_order) {
 
 TEST_F(startup, registers_its_events_in_order) {
     run();
-    ASSERT_EQ(state.events.size(), 4U);
+    ASSERT_EQ(state.events.size(), 5U);
     const auto expect_event = [](const fake::registered_event &event, int fd, short flags,
                                  void (*callback)(int, short, void *)) {
         EXPECT_EQ(event.fd, fd);
@@ -103,6 +106,7 @@ TEST_F(startup, registers_its_events_in_order) {
     expect_event(state.events[1], 1002, 18, connect_fn);
     expect_event(state.events[2], 1003, 18, rollcall_fn);
     expect_event(state.events[3], -1, 0, clock_fn);
+    expect_event(state.events[4], -1, 0, fb_time_fn);
 }
 
 TEST_F(startup, keeps_watchdog_and_sockets_out_of_its_children) {
@@ -154,7 +158,7 @@ TEST_F(startup, goes_on_without_a_television) {
 TEST_F(startup, ignores_failing_sockets_and_registers_what_it_got) {
     state.failing.insert(state.failing.end(), {"socket tcp", "socket udp", "bind", "listen"});
     EXPECT_EQ(run(), 0);
-    ASSERT_EQ(state.events.size(), 4U);
+    ASSERT_EQ(state.events.size(), 5U);
     EXPECT_EQ(state.events[1].fd, -1);
     EXPECT_EQ(state.events[2].fd, -1);
     EXPECT_TRUE(has_call("event_dispatch"));
@@ -261,7 +265,7 @@ TEST_F(startup, comm_gw_that_refuses_is_skipped_and_the_event_still_registered) 
         std::find(state.calls.begin(), state.calls.end(), "connect 10.87.33.21:5000");
     ASSERT_NE(connect, state.calls.end());
     EXPECT_TRUE((connect + 1)->starts_with("close ")) << *(connect + 1);
-    EXPECT_EQ(state.events.size(), 4U);
+    EXPECT_EQ(state.events.size(), 5U);
 }
 
 TEST_F(startup, comm_gw_that_is_no_address_leaves_0_0_0_0_in_place) {

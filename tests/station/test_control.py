@@ -1,0 +1,88 @@
+"""JSON control messages: audio clips and the gateway's address."""
+
+import contextlib
+import http.server
+import threading
+from collections.abc import Iterator
+from pathlib import Path
+
+import pytest
+
+from station.gateway import GATEWAY, deliver, send_datagram
+from station.station import GATEWAY_FILE, Process, Station
+from station.waiting import wait_for
+
+pytestmark = pytest.mark.usefixtures("service")
+
+
+@contextlib.contextmanager
+def web_server(station: Station, directory: Path) -> Iterator[None]:
+    """A web server on the gateway's side that serves this directory."""
+
+    class Handler(http.server.SimpleHTTPRequestHandler):
+        def __init__(self, *arguments: object) -> None:
+            super().__init__(*arguments, directory=str(directory))  # type: ignore[arg-type]
+
+        def log_message(self, *_: object) -> None:
+            pass
+
+    with station.on_gateway():
+        server = http.server.HTTPServer((GATEWAY, 80), Handler)
+    with server:
+        threading.Thread(target=server.serve_forever, daemon=True).start()
+        yield
+        server.shutdown()
+
+
+def test_clip_is_fetched_by_the_real_downloader_and_handed_to_the_player(
+    station: Station, tmp_path: Path
+) -> None:
+    clip = bytes(range(256)) * 100
+    (tmp_path / "clip.wav").write_bytes(clip)
+    with web_server(station, tmp_path):
+        deliver(station, b'{"play_audio":"http://10.87.33.20/clip.wav","volume":"75"}')
+        (player,) = station.wait_for_calls("aplay")
+        wait_for(lambda: station.path("/tmp/play.wav").read_bytes() == clip, "the whole clip")
+    assert player.argv == ["aplay", "/tmp/play.wav"]
+    (download,) = station.calls("wget")
+    assert download.argv == [
+        *["wget", "-O", "/tmp/play.wav", "-T", "1", "http://10.87.33.20/clip.wav"]
+    ]
+    mixers = sorted(call.argv for call in station.wait_for_calls("amixer", 2))
+    assert mixers == [["amixer", "cset", "numid=3", "0"], ["amixer", "set", "PCM", "75%"]]
+
+
+def test_raw_clip_is_played_as_the_message_says_by_udp(station: Station) -> None:
+    station.behave("wget", "exit 1")  # the player is started all the same
+    message = (
+        b'{"play_audio":"http://10.87.33.20/c.raw","channels":"2","rate":"8000",'
+        b'"sample_format":"U8","device":"headphones"}'
+    )
+    send_datagram(station, message)
+    (player,) = station.wait_for_calls("aplay")
+    assert player.argv == [*["aplay", "-c", "2", "-r", "8000", "-f", "U8", "/tmp/play.raw"]]
+    mixers = sorted(call.argv for call in station.wait_for_calls("amixer", 2))
+    assert mixers == [["amixer", "cset", "numid=3", "1"], ["amixer", "set", "PCM", "90%"]]
+
+
+def test_old_clip_is_removed_before_the_next_download(station: Station) -> None:
+    station.path("/tmp/play.wav").write_text("old")
+    station.behave("wget", "stay")
+    station.behave("amixer", "exit 0")
+    send_datagram(station, b'{"play_audio":"c.wav"}')
+    station.wait_for_calls("wget")
+    assert not station.path("/tmp/play.wav").exists()
+
+
+def test_first_connection_may_name_another_gateway_than_itself(
+    station: Station, service: Process
+) -> None:
+    deliver(station, b'{"comm_gw":"10.87.33.7"}')
+    lines = [line for line in service.output.splitlines() if line.startswith("Setting Gateway")]
+    assert lines == [
+        "Setting Gateway Address: 10.87.33.20",
+        "Setting Gateway Address: 10.87.33.7",
+    ]
+    assert station.path(GATEWAY_FILE).read_text() == (
+        '{"gateway_addr": "10.87.33.7", "mac_addr": "02000A572132"}'
+    )

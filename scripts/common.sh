@@ -7,7 +7,7 @@ python=/usr/bin/python3
 
 # What it takes to build the service and to run the simulated station.
 station_packages=(
-    cmake dnsmasq-base g++ iproute2 libevent-dev libgtest-dev net-tools ninja-build pkg-config
+    alsa-utils cmake dnsmasq-base g++ iproute2 libevent-dev libgtest-dev net-tools ninja-build pkg-config
     procps psmisc python3 udhcpc util-linux wget
 )
 
@@ -35,4 +35,14 @@ build() {
     shift
     (cd "$top" && cmake --preset "$preset" >/dev/null &&
         cmake --build --preset "$preset" ${1:+--target "$@"})
+}
+
+# run_bench NAME [ARGUMENT...]  Builds what the measurements need and runs bench/NAME.py.
+run_bench() {
+    local name=$1
+    shift
+    install_packages "${station_packages[@]}"
+    build release hdtv station-standin station-launch bench-bare-writer bench-alert-client >&2
+    export PYTHONPATH=$top PYTHONDONTWRITEBYTECODE=1
+    exec "$python" "$top/bench/$name.py" "$@"
 }

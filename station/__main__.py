@@ -4,6 +4,7 @@ import argparse
 import os
 import signal
 import sys
+import tempfile
 import threading
 from pathlib import Path
 
@@ -81,8 +82,13 @@ def run_station(name: str, once: bool, pause: float) -> int:
     with (
         Station(name=name) as station,
         gateway.record_listener(station) as records,
+        tempfile.TemporaryDirectory() as clips,
+        gateway.web_server(station, Path(clips)),
         Television(station, power=IN_STANDBY, tv_input=0x2000, wake_delay=1.2) as television,
     ):
+        gateway.make_clip(Path(clips) / "clip.wav")
+        # The mixer ends after the download, so that it is the download that the service waits for.
+        station.behave("amixer", "sleep 1")
         station.write_config(f'{{"comm_gw":"{gateway.GATEWAY}"}}')
         service = station.start_service()
         with Timeline(station, service, records, television) as timeline:

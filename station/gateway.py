@@ -1,10 +1,13 @@
 """The alerting gateway's side: its messages, its connections, and the records sent to it."""
 
 import contextlib
+import http.server
 import socket
 import threading
+import wave
 from collections.abc import Iterator, Mapping
 from dataclasses import dataclass
+from pathlib import Path
 
 from station.station import GATEWAY_ADDRESSES, UNIT_ADDRESS, Station
 from station.waiting import DEADLINE, wait_for
@@ -88,6 +91,10 @@ def set_page_address(address: str | bytes) -> bytes:
 
 def hdtv_settings(quarter_turns: int) -> bytes:
     return bytes([49, quarter_turns])
+
+
+def play_clip(address: str) -> bytes:
+    return f'{{"play_audio":"{address}"}}'.encode()
 
 
 def set_map_address(address: str | bytes) -> bytes:
@@ -249,3 +256,35 @@ def silent_proxy(station: Station) -> Iterator[None]:
         filler = socket.create_connection((PROXY, PROXY_PORT), DEADLINE)
     with listening, filler:
         yield
+
+
+@contextlib.contextmanager
+def web_server(station: Station, directory: Path) -> Iterator[None]:
+    """A web server on the gateway's side that serves this directory."""
+
+    class Handler(http.server.SimpleHTTPRequestHandler):
+        def __init__(self, *arguments: object) -> None:
+            super().__init__(*arguments, directory=str(directory))  # type: ignore[arg-type]
+
+        def log_message(self, *_: object) -> None:
+            pass
+
+    with station.on_gateway():
+        server = http.server.HTTPServer((GATEWAY, 80), Handler)
+    with server:
+        threading.Thread(target=server.serve_forever, daemon=True).start()
+        yield
+        server.shutdown()
+
+
+def make_clip(path: Path) -> bytes:
+    """A second of sound; returns its samples."""
+    samples = b"".join(
+        (n * 997 % 65536 - 32768).to_bytes(2, "little", signed=True) for n in range(8000)
+    )
+    with wave.open(str(path), "wb") as clip:
+        clip.setnchannels(1)
+        clip.setsampwidth(2)
+        clip.setframerate(8000)
+        clip.writeframes(samples)
+    return samples

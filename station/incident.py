@@ -6,13 +6,15 @@ from typing import Any
 
 from station import gateway
 from station.gateway import RecordListener, Unit
-from station.station import GATEWAY_FILE, UNIT_ADDRESS, Station
+from station.station import GATEWAY_FILE, LOUDSPEAKER, UNIT_ADDRESS, Station
 from station.television import IN_STANDBY, ON, Television
 from station.television import UNIT_ADDRESS as UNIT_INPUT
 
 Document = dict[str, Any]
 
 OTHER_INPUT = 0x3000
+CLIP = "http://10.87.33.20/clip.wav"
+CLIP_SIZE = 16000  # bytes of sound
 
 _UNITS = {0: Unit("E1", 2), 1: Unit("L3", 5)}
 _TEXT = "STRUCTURE FIRE\n1200 MAIN ST, CROSS OAK AVE"
@@ -114,12 +116,18 @@ def _shows_end(scene: Scene, document: Document) -> bool:
     )
 
 
+def _plays_the_clip(scene: Scene, _: Document) -> bool:
+    loudspeaker = scene.station.path(LOUDSPEAKER)
+    return loudspeaker.exists() and len(loudspeaker.read_bytes()) > CLIP_SIZE
+
+
 INCIDENT = [
     Step("the station is idle and shows its address", _is_idle),
     Step("roll call", _has_received(2, 2, 39, 47), gateway.roll_call(), is_datagram=True),
     Step(f"the date, {_DATE}", _has_set_the_date, gateway.set_date(_DATE)),
     Step("settings: a quarter turn", _is_turned, gateway.hdtv_settings(1)),
     Step("roll call", _has_received(39, 47, 2), gateway.roll_call(), is_datagram=True),
+    Step("a clip to play", _plays_the_clip, gateway.play_clip(CLIP)),
     Step(
         "the television's input is set to 3.0.0.0 while it sleeps",
         _is_told_of_the_input,

@@ -22,6 +22,7 @@ CONFIG = "/var/www/config.json"
 DOCUMENT = "/dev/shm/alerts.json"
 ALERT_LOG = "/tmp/alerts.log"
 GATEWAY_FILE = "/dev/shm/current_gateway"
+LOUDSPEAKER = "/tmp/loudspeaker.wav"  # what the player has played
 
 REAL = "/run/station/real"
 
@@ -36,7 +37,6 @@ STAND_INS: dict[str, str] = {
     "/bin/mount": "",
     "/bin/umount": "",
     "/usr/bin/amixer": "",
-    "/usr/bin/aplay": "",
     "/usr/bin/tvservice": "",
     "/usr/bin/lsusb": "",
     "/etc/init.d/S40network": "",
@@ -44,6 +44,7 @@ STAND_INS: dict[str, str] = {
     "/sbin/udhcpc": f"exec {REAL}/usr/sbin/udhcpc",
     "/usr/bin/killall": f"exec {REAL}/usr/bin/killall",
     "/usr/bin/wget": f"exec {REAL}/usr/bin/wget",
+    "/usr/bin/aplay": f"exec {REAL}/usr/bin/aplay",
 }
 
 
@@ -158,6 +159,7 @@ class Station:
             "behaviour": {
                 path.rpartition("/")[2]: behaviour + "\n" for path, behaviour in STAND_INS.items()
             },
+            "loudspeaker": LOUDSPEAKER,
             "programs": {
                 "stand-in": str(build / "station" / "station-standin"),
                 "launch": str(build / "station" / "station-launch"),

@@ -19,6 +19,7 @@ _COLOURS = {
     "document": "32",
     "watchdog": "2",
     "problem": "31",
+    "stderr": "2",
 }
 _WIDTH = 110
 _PERIOD = 0.01
@@ -93,7 +94,8 @@ class Timeline:
         self._shown_output = len(lines)
         errors = self._service.errors.split("\n")[:-1]
         for line in errors[self._shown_errors :]:
-            self.say("problem", line)
+            if line.strip():
+                self.say("stderr", line)  # the programs' that it starts, too
         self._shown_errors = len(errors)
 
     def _show_calls(self) -> None:

@@ -127,6 +127,12 @@ def build_root(settings: dict[str, Any], outside: list[str]) -> None:
     for directory in ("tmp", "run", "var/www", "dev/shm"):
         linux.mount("unit", f"{ROOT}/{directory}", "tmpfs", data="mode=1777")
     build_station_directory(settings, outside)
+    Path(f"{ROOT}/etc/asound.conf").write_text(
+        "pcm.!default {\n"
+        f'    type file\n    file "{settings["loudspeaker"]}"\n    format "wav"\n'
+        '    slave.pcm "null"\n'
+        "}\n"
+    )
     # A private copy: the DHCP client writes it.
     Path(f"{ROOT}/etc/resolv.conf").unlink(missing_ok=True)
     Path(f"{ROOT}/etc/resolv.conf").write_text("")

@@ -1,49 +1,39 @@
 """JSON control messages: audio clips and the gateway's address."""
 
-import contextlib
-import http.server
-import threading
-from collections.abc import Iterator
 from pathlib import Path
 
 import pytest
 
-from station.gateway import GATEWAY, deliver, send_datagram
-from station.station import GATEWAY_FILE, Process, Station
+from station.gateway import deliver, make_clip, send_datagram, web_server
+from station.station import GATEWAY_FILE, LOUDSPEAKER, Process, Station
 from station.waiting import wait_for
 
 pytestmark = pytest.mark.usefixtures("service")
 
 
-@contextlib.contextmanager
-def web_server(station: Station, directory: Path) -> Iterator[None]:
-    """A web server on the gateway's side that serves this directory."""
-
-    class Handler(http.server.SimpleHTTPRequestHandler):
-        def __init__(self, *arguments: object) -> None:
-            super().__init__(*arguments, directory=str(directory))  # type: ignore[arg-type]
-
-        def log_message(self, *_: object) -> None:
-            pass
-
-    with station.on_gateway():
-        server = http.server.HTTPServer((GATEWAY, 80), Handler)
-    with server:
-        threading.Thread(target=server.serve_forever, daemon=True).start()
-        yield
-        server.shutdown()
-
-
-def test_clip_is_fetched_by_the_real_downloader_and_handed_to_the_player(
+def test_clip_is_fetched_by_the_real_downloader_and_played_by_the_real_player(
     station: Station, tmp_path: Path
 ) -> None:
-    clip = bytes(range(256)) * 100
-    (tmp_path / "clip.wav").write_bytes(clip)
+    samples = make_clip(tmp_path / "clip.wav")
+    # The player waits for the whole clip, which the service does not see to.
+    real = "/run/station/real/usr/bin"
+    station.behave("wget", f"exec {real}/wget")
+    station.behave("aplay", "await /tmp/fetched", f"exec {real}/aplay")
     with web_server(station, tmp_path):
         deliver(station, b'{"play_audio":"http://10.87.33.20/clip.wav","volume":"75"}')
-        (player,) = station.wait_for_calls("aplay")
-        wait_for(lambda: station.path("/tmp/play.wav").read_bytes() == clip, "the whole clip")
+        clip = (tmp_path / "clip.wav").read_bytes()
+        fetched = station.path("/tmp/play.wav")
+        wait_for(lambda: fetched.exists() and fetched.read_bytes() == clip, "the whole clip")
+    station.path("/tmp/fetched").touch()
+    (player,) = station.wait_for_calls("aplay")
     assert player.argv == ["aplay", "/tmp/play.wav"]
+    loudspeaker = station.path(LOUDSPEAKER)
+    header = 44
+    wait_for(
+        lambda: loudspeaker.exists() and len(loudspeaker.read_bytes()) >= header + len(samples),
+        "the clip on the loudspeaker",
+    )
+    assert loudspeaker.read_bytes()[header : header + len(samples)] == samples
     (download,) = station.calls("wget")
     assert download.argv == [
         *["wget", "-O", "/tmp/play.wav", "-T", "1", "http://10.87.33.20/clip.wav"]

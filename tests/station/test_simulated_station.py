@@ -1,14 +1,12 @@
 """The simulated station itself: what it promises to those who test in it."""
 
 import fcntl
-import http.server
 import os
 import pty
 import signal
 import subprocess
 import sys
 import termios
-import threading
 import time
 from pathlib import Path
 
@@ -154,20 +152,9 @@ def test_real_downloader_fetches_from_a_real_server_on_the_gateway(
 ) -> None:
     (tmp_path / "clip.wav").write_bytes(b"RIFF clip")
 
-    class Handler(http.server.SimpleHTTPRequestHandler):
-        def __init__(self, *arguments: object) -> None:
-            super().__init__(*arguments, directory=str(tmp_path))  # type: ignore[arg-type]
-
-        def log_message(self, *_: object) -> None:
-            pass
-
-    with station.on_gateway():
-        server = http.server.HTTPServer(("10.87.33.20", 80), Handler)
-    with server:
-        threading.Thread(target=server.serve_forever, daemon=True).start()
+    with gateway.web_server(station, tmp_path):
         command = "wget -q -O /tmp/play.wav -T 1 http://10.87.33.20/clip.wav"
         assert station.start("/usr/bin/wget", *command.split()[1:]).wait() == 0
-        server.shutdown()
     assert station.path("/tmp/play.wav").read_bytes() == b"RIFF clip"
     assert len(station.calls("wget")) == 1
 
@@ -182,6 +169,7 @@ def test_once_plays_the_incident_and_ends_with_status_0() -> None:
         "gateway   sends: roll call",
         "gateway   received: settings request from 02:00:0a:57:21:32",
         "tool      /usr/bin/date -s 2026-03-05 07:04:09",
+        "tool      /usr/bin/aplay /tmp/play.wav",
         "gateway   sends: detail alert for E1 and L3",
         'E1:2 L3:5, "STRUCTURE FIRE\\n1200 MAIN ST, CROSS OAK AVE"',
         "map http://10.87.33.20/map?incident=1042",

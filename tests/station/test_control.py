@@ -55,6 +55,16 @@ def test_raw_clip_is_played_as_the_message_says_by_udp(station: Station) -> None
     assert mixers == [["amixer", "cset", "numid=3", "1"], ["amixer", "set", "PCM", "90%"]]
 
 
+def test_player_starts_as_soon_as_any_child_has_ended(station: Station) -> None:
+    station.behave("wget", "stay")
+    station.behave("amixer", "exit 0")
+    station.behave("aplay", "exit 0")
+    send_datagram(station, b'{"play_audio":"c.wav"}')
+    (download,) = station.wait_for_calls("wget")
+    station.wait_for_calls("aplay")
+    assert station.path(f"/proc/{download.pid}").exists()
+
+
 def test_old_clip_is_removed_before_the_next_download(station: Station) -> None:
     station.path("/tmp/play.wav").write_text("old")
     station.behave("wget", "stay")

@@ -31,8 +31,13 @@ def test_random_messages_end_with_the_service_alive_and_answering(
     print(f"seed {seed}")
     source = random.Random(seed)
     with station.on_gateway():
-        for _ in range(MESSAGES):
-            gateway.send(station, random_message(source))
+        for number in range(MESSAGES):
+            if source.random() < 0.25:
+                gateway.send_datagram(station, random_message(source))
+            else:
+                gateway.send(station, random_message(source))
+            if number % 20 == 0:
+                gateway.deliver(station, b"\0")  # so that no datagram is dropped
     assert service.is_running(), service.errors
     gateway.deliver(station, gateway.detail_alert(""))
     gateway.deliver(station, gateway.display_alert("ALIVE"))

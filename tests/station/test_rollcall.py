@@ -1,5 +1,7 @@
 """The UDP channel and the roll call."""
 
+import socket
+
 import pytest
 from conftest import IDLE_DESCRIPTORS, wait_for_descriptors
 
@@ -62,6 +64,21 @@ def test_closed_port_ends_the_roll_call_and_leaves_one_socket_each_time(
     # What was left open reaches no child: that is checked after every test.
     deliver(station, gateway.set_page_address("http://example/"))
     station.wait_for_calls("qt-webkit-kiosk", 2)
+
+
+def test_gateway_that_resets_each_record_does_not_end_the_service(
+    station: Station, service: Process
+) -> None:
+    with station.on_gateway(), socket.create_server((gateway.GATEWAY, 5000)) as listening:
+        send_datagram(station, gateway.roll_call())
+        for _ in range(3):
+            connection, _ = listening.accept()
+            linger_0 = b"\1\0\0\0\0\0\0\0"
+            connection.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, linger_0)
+            connection.close()
+    deliver(station, gateway.display_alert("FIRE"))
+    assert station.document()["alert_area"] == "FIRE"
+    assert service.is_running()
 
 
 def test_commands_work_by_udp_but_for_two(station: Station) -> None:

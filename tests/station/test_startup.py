@@ -149,7 +149,7 @@ def test_only_watchdog_event_loop_and_two_sockets_stay_open(
 ) -> None:
     kinds = [os.readlink(f"/proc/{service.pid}/fd/{fd}") for fd in open_descriptors(service)[3:]]
     assert len(kinds) == 6
-    assert kinds.count("/dev/watchdog") == 1
+    assert sum(kind.endswith("/dev/watchdog") for kind in kinds) == 1
     assert sum(kind.startswith("socket:") for kind in kinds) == 2
     assert sum(kind == "anon_inode:[eventpoll]" for kind in kinds) == 1
     assert sum(kind.startswith("pipe:") for kind in kinds) == 2  # the event loop's own

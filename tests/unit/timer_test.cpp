@@ -23,8 +23,8 @@ void block_fn(int /*fd*/, short /*what*/, void * /*arg*/) {
     armed_at = steady::now();
 }
 
-// The event library caches the time at which its loop woke up. Counted from there, a second would
-// be over before a callback that blocks for longer arms its timer.
+// The event library caches the time at which its loop woke up. Where it counts from there, a second
+// is over before a callback that blocks for longer arms its timer.
 TEST(timer, armed_after_a_callback_that_blocked_has_its_full_period) {
     event_init();
     event blocking;

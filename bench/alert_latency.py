@@ -4,7 +4,7 @@ import argparse
 import statistics
 from pathlib import Path
 
-from station.gateway import COMMAND_PORT, listen_queue
+from station.gateway import COMMAND_PORT
 from station.station import ALERT_LOG, DOCUMENT, UNIT_ADDRESS, Process, Station, build_directory
 from station.waiting import wait_for
 
@@ -25,7 +25,7 @@ def main() -> None:
         bare = station.start(
             "/run/station/bin/bare-writer", str(BARE_PORT), BARE_DOCUMENT, BARE_LOG
         )
-        wait_for(lambda: listen_queue(station, BARE_PORT) == 0, "the bare program")
+        wait_for(lambda: station.listen_queue(BARE_PORT) == 0, "the bare program")
         times = measure(station, bench / "bench-alert-client", arguments.alerts + WARM_UP)
         report(times, {SERVICE: service, BARE: bare})
 

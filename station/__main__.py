@@ -1,25 +1,34 @@
 """The command behind ./scripts/station."""
 
 import argparse
+import contextlib
 import os
+import shutil
 import signal
 import sys
 import tempfile
 import threading
+from collections.abc import Callable
 from pathlib import Path
 
 from station import gateway
+from station.forward import Forward
 from station.incident import INCIDENT, Scene, Step
-from station.station import Process, Station, StationError, enter_command
+from station.pictures import Pictures
+from station.screen import Screen
+from station.station import WEB_PORT, Process, Station, StationError, enter_command
 from station.television import IN_STANDBY, Television
 from station.timeline import Timeline
 from station.waiting import wait_for
 
+OWN_PORT = 8080
 
 _DESCRIPTION = """\
 Runs the station display service in a simulated station and shows what happens there, as it
 happens: what the service prints, every tool it starts, what the gateway sends, and each new alert
-document. A short incident is played; then the station keeps running until Ctrl-C.
+document. A short incident is played; then the station keeps running until Ctrl-C. Its kiosk browser
+is a real one, which draws into nothing unless it gets a window; while the station runs, this
+machine's own browsers find the same page at http://127.0.0.1:8080/station_web/.
 
 From a second terminal, inside the running station:
   ./scripts/station exec cat /dev/shm/alerts.json
@@ -37,6 +46,17 @@ def parse_arguments() -> argparse.Namespace:
         "--once",
         action="store_true",
         help="end after the incident, with status 0 when all of it was observed",
+    )
+    parser.add_argument(
+        "--window",
+        action="store_true",
+        help="show the kiosk browser in a window on this machine's display",
+    )
+    parser.add_argument(
+        "--pictures",
+        type=Path,
+        metavar="DIR",
+        help="write a PNG of the television's screen at each step of the incident",
     )
     parser.add_argument(
         "--name",
@@ -59,6 +79,8 @@ def parse_arguments() -> argparse.Namespace:
     arguments = parser.parse_args()
     if arguments.command == "exec" and not arguments.program:
         run.error("which PROGRAM?")
+    if arguments.window and not os.environ.get("DISPLAY"):
+        parser.error("--window needs a display, and DISPLAY names none")
     return arguments
 
 
@@ -69,7 +91,8 @@ def main() -> int:
     # Ends by the same road whether by Ctrl-C or by a plain kill.
     signal.signal(signal.SIGTERM, lambda *_: sys.exit(1))
     try:
-        return run_station(arguments.name, arguments.once, arguments.pause)
+        with contextlib.ExitStack() as stack:
+            return run_station(arguments, stack)
     except StationError as error:
         print(error, file=sys.stderr)
         return 1
@@ -78,35 +101,75 @@ def main() -> int:
         return 130
 
 
-def run_station(name: str, once: bool, pause: float) -> int:
-    with (
-        Station(name=name) as station,
-        gateway.record_listener(station) as records,
-        tempfile.TemporaryDirectory() as clips,
-        gateway.web_server(station, Path(clips)),
-        Television(station, power=IN_STANDBY, tv_input=0x2000, wake_delay=1.2) as television,
-    ):
-        gateway.make_clip(Path(clips) / "clip.wav")
-        # The mixer ends after the download, so that it is the download that the service waits for.
-        station.behave("amixer", "sleep 1")
-        station.write_config(f'{{"comm_gw":"{gateway.GATEWAY}"}}')
-        service = station.start_service()
-        with Timeline(station, service, records, television) as timeline:
-            timeline.say("station", "unit 10.87.33.50, gateway 10.87.33.20, no proxy")
-            timeline.say("TV", "in standby, input 2.0.0.0")
-            if not play_incident(Scene(station, television, records), service, timeline, pause):
-                return 1
-            timeline.say("station", f"the incident was observed, all {len(INCIDENT)} steps of it")
-            if once:
-                return 0
-            timeline.say("station", "the station keeps running; Ctrl-C ends it")
-            return wait_for_end(service, timeline)
+def run_station(arguments: argparse.Namespace, stack: contextlib.ExitStack) -> int:
+    station = stack.enter_context(Station(name=arguments.name, has_display=arguments.window))
+    records = stack.enter_context(gateway.record_listener(station))
+    serve_clip_and_map(station, stack)
+    television = stack.enter_context(
+        Television(station, power=IN_STANDBY, tv_input=0x2000, wake_delay=1.2)
+    )
+    # The mixer ends after the download, so that it is the download that the service waits for.
+    station.behave("amixer", "sleep 1")
+    station.write_config(f'{{"comm_gw":"{gateway.GATEWAY}"}}')
+    station.start_web_server()
+    station.use_real_browser()
+    service = station.start_service()
+    timeline = stack.enter_context(Timeline(station, service, records, television))
+    timeline.say("station", "unit 10.87.33.50, gateway 10.87.33.20, no proxy")
+    forward_page(station, timeline, stack)
+    timeline.say("TV", "in standby, input 2.0.0.0")
+    take_picture = prepare_pictures(arguments.pictures, station, television, stack)
+    scene = Scene(station, television, records)
+    if not play_incident(scene, service, timeline, arguments.pause, take_picture):
+        return 1
+    timeline.say("station", f"the incident was observed, all {len(INCIDENT)} steps of it")
+    if arguments.once:
+        return 0
+    timeline.say("station", "the station keeps running; Ctrl-C ends it")
+    return wait_for_end(service, timeline)
 
 
-def play_incident(scene: Scene, service: Process, timeline: Timeline, pause: float) -> bool:
+def serve_clip_and_map(station: Station, stack: contextlib.ExitStack) -> None:
+    directory = Path(stack.enter_context(tempfile.TemporaryDirectory()))
+    gateway.make_clip(directory / "clip.wav")
+    shutil.copy(Path(__file__).with_name("map.svg"), directory)
+    stack.enter_context(gateway.web_server(station, directory))
+
+
+def forward_page(station: Station, timeline: Timeline, stack: contextlib.ExitStack) -> None:
+    try:
+        stack.enter_context(Forward(station, WEB_PORT, OWN_PORT))
+    except OSError as error:
+        timeline.say(
+            "station", f"its page cannot be had on this machine's port {OWN_PORT}: {error}"
+        )
+    else:
+        timeline.say(
+            "station", f"its page, for this machine: http://127.0.0.1:{OWN_PORT}/station_web/"
+        )
+
+
+def prepare_pictures(
+    directory: Path | None, station: Station, television: Television, stack: contextlib.ExitStack
+) -> Callable[[str], object]:
+    """What is to be called with the words of each step."""
+    if directory is None:
+        return lambda words: None
+    screen = stack.enter_context(Screen(station))
+    return Pictures(directory, screen, television).take
+
+
+def play_incident(
+    scene: Scene,
+    service: Process,
+    timeline: Timeline,
+    pause: float,
+    take_picture: Callable[[str], object],
+) -> bool:
     for step in INCIDENT:
         if not play_step(scene, service, timeline, step):
             return False
+        take_picture(step.words)
         # For the eye only: the step has been observed.
         threading.Event().wait(pause)
     return True

@@ -102,13 +102,14 @@ def set_map_address(address: str | bytes) -> bytes:
 
 
 def connect(
-    station: Station, source: str = GATEWAY, destination: str = UNIT_ADDRESS
+    station: Station,
+    source: str = GATEWAY,
+    destination: str = UNIT_ADDRESS,
+    port: int = COMMAND_PORT,
 ) -> socket.socket:
-    """A connection to the command channel from one of the gateway side's addresses."""
+    """A connection, to the command channel if no other, from one of the gateway side's addresses."""
     with station.on_gateway():
-        return socket.create_connection(
-            (destination, COMMAND_PORT), DEADLINE, source_address=(source, 0)
-        )
+        return socket.create_connection((destination, port), DEADLINE, source_address=(source, 0))
 
 
 def send(
@@ -147,18 +148,9 @@ def deliver(
     send(station, b"\0", source, destination)
 
 
-def listen_queue(station: Station, port: int = COMMAND_PORT) -> int | None:
-    """How many connections wait to be accepted in the unit; None while nothing listens there."""
-    for line in station.path("/proc/1/net/tcp").read_text().splitlines()[1:]:
-        fields = line.split()
-        if fields[1].endswith(f":{port:04X}") and fields[3] == "0A":
-            return int(fields[4].partition(":")[2], 16)
-    return None
-
-
 def wait_until_taken(station: Station) -> None:
     """Until no connection waits in the unit's listen queue, which holds one and drops the next."""
-    wait_for(lambda: listen_queue(station) == 0, "an empty listen queue")
+    wait_for(lambda: station.listen_queue(COMMAND_PORT) == 0, "an empty listen queue")
 
 
 def wait_until_closed(connection: socket.socket) -> None:
@@ -259,21 +251,22 @@ def silent_proxy(station: Station) -> Iterator[None]:
 
 
 @contextlib.contextmanager
-def web_server(station: Station, directory: Path) -> Iterator[None]:
-    """A web server on the gateway's side that serves this directory."""
+def web_server(station: Station, directory: Path) -> Iterator[list[str]]:
+    """A web server on the gateway's side that serves this directory; the paths asked of it."""
+    paths: list[str] = []
 
     class Handler(http.server.SimpleHTTPRequestHandler):
         def __init__(self, *arguments: object) -> None:
             super().__init__(*arguments, directory=str(directory))  # type: ignore[arg-type]
 
         def log_message(self, *_: object) -> None:
-            pass
+            paths.append(self.path)
 
     with station.on_gateway():
-        server = http.server.HTTPServer((GATEWAY, 80), Handler)
+        server = http.server.ThreadingHTTPServer((GATEWAY, 80), Handler)
     with server:
         threading.Thread(target=server.serve_forever, daemon=True).start()
-        yield
+        yield paths
         server.shutdown()
 
 

@@ -12,6 +12,7 @@ from station.television import UNIT_ADDRESS as UNIT_INPUT
 
 Document = dict[str, Any]
 
+PAGE = "http://127.0.0.1/station_web/"
 OTHER_INPUT = 0x3000
 CLIP = "http://10.87.33.20/clip.wav"
 CLIP_SIZE = 16000  # bytes of sound
@@ -20,7 +21,8 @@ _UNITS = {0: Unit("E1", 2), 1: Unit("L3", 5)}
 _TEXT = "STRUCTURE FIRE\n1200 MAIN ST, CROSS OAK AVE"
 _UPDATE = _TEXT + "\nSMOKE SHOWING, 2ND FLOOR"
 _DATE = "2026-03-05 07:04:09"
-_MAP = "http://10.87.33.20/map?incident=1042"
+_MAP = "http://10.87.33.20/map.svg?incident=1042"
+_NOTICE = "BRUSH FIRE\nALL CREWS TO THE YARD"
 
 
 @dataclass(frozen=True)
@@ -77,13 +79,16 @@ def _has_set_the_date(scene: Scene, _: Document) -> bool:
     return [call.argv for call in calls] == [["date", "-s", _DATE]]
 
 
-def _is_turned(scene: Scene, _: Document) -> bool:
-    return scene.station.calls("qt-webkit-kiosk")[-1].argv[-1].endswith("?rotation=90")
+def _shows_page(address: str) -> Callable[[Scene, Document], bool]:
+    def is_seen(scene: Scene, _: Document) -> bool:
+        return scene.station.calls("qt-webkit-kiosk")[-1].argv[-1] == address
+
+    return is_seen
 
 
 def _shows_alert(scene: Scene, document: Document) -> bool:
     return (
-        document.get("alert_area") == "STRUCTURE FIRE\n1200 MAIN ST, CROSS OAK AVE"
+        document.get("alert_area") == _TEXT
         and document["alert_type"] == "hdtv_alert"
         and document["show_turnout_timer"] == "1"
         and document["turnout_end"] == "120"
@@ -116,6 +121,10 @@ def _shows_end(scene: Scene, document: Document) -> bool:
     )
 
 
+def _shows_notice(scene: Scene, document: Document) -> bool:
+    return document.get("alert_area") == _NOTICE and scene.shows(ON, UNIT_INPUT)
+
+
 def _plays_the_clip(scene: Scene, _: Document) -> bool:
     loudspeaker = scene.station.path(LOUDSPEAKER)
     return loudspeaker.exists() and len(loudspeaker.read_bytes()) > CLIP_SIZE
@@ -125,8 +134,9 @@ INCIDENT = [
     Step("the station is idle and shows its address", _is_idle),
     Step("roll call", _has_received(2, 2, 39, 47), gateway.roll_call(), is_datagram=True),
     Step(f"the date, {_DATE}", _has_set_the_date, gateway.set_date(_DATE)),
-    Step("settings: a quarter turn", _is_turned, gateway.hdtv_settings(1)),
+    Step("settings: a quarter turn", _shows_page(f"{PAGE}?rotation=90"), gateway.hdtv_settings(1)),
     Step("roll call", _has_received(39, 47, 2), gateway.roll_call(), is_datagram=True),
+    Step("settings: upright again", _shows_page(PAGE), gateway.hdtv_settings(0)),
     Step("a clip to play", _plays_the_clip, gateway.play_clip(CLIP)),
     Step(
         "the television's input is set to 3.0.0.0 while it sleeps",
@@ -146,4 +156,15 @@ INCIDENT = [
     ),
     Step("stop turnout", _shows_stopped_timer, gateway.stop_turnout()),
     Step("end of the alert: flag on, empty text", _shows_end, gateway.detail_alert("")),
+    Step(
+        "somebody switches the television on and watches input 3.0.0.0",
+        lambda scene, _: scene.shows(ON, OTHER_INPUT),
+        action=lambda scene: scene.television.switch_on(),
+    ),
+    Step("display alert, turnout 90 s", _shows_notice, gateway.display_alert(_NOTICE, turnout=90)),
+    Step(
+        "end of the alert: the television goes back to its input",
+        lambda scene, _: scene.shows(ON, OTHER_INPUT),
+        gateway.display_alert(""),
+    ),
 ]

@@ -21,10 +21,16 @@ HARDWARE_ADDRESS = "02:00:0a:57:21:32"
 CONFIG = "/var/www/config.json"
 DOCUMENT = "/dev/shm/alerts.json"
 ALERT_LOG = "/tmp/alerts.log"
+LIVENESS_FILE = "/dev/shm/web_watchdog"
+STATION_WEB = "/var/www/station_web"
+WEB_PORT = 80
 GATEWAY_FILE = "/dev/shm/current_gateway"
 LOUDSPEAKER = "/tmp/loudspeaker.wav"  # what the player has played
 
 REAL = "/run/station/real"
+BIN = "/run/station/bin"
+
+_X_SOCKETS = "/tmp/.X11-unix"
 
 # Every tool that the service starts, or that would harm this machine, with what its stand-in does.
 # An empty behaviour ends at once with status 0.
@@ -52,9 +58,12 @@ class StationError(Exception):
     """The station could not be made; the text says why."""
 
 
+def top_directory() -> Path:
+    return Path(__file__).resolve().parent.parent
+
+
 def build_directory() -> Path:
-    top = Path(__file__).resolve().parent.parent
-    return Path(os.environ.get("HDTV_BUILD") or top / "build" / "release").resolve()
+    return Path(os.environ.get("HDTV_BUILD") or top_directory() / "build" / "release").resolve()
 
 
 def enter_command(pid: int, *command: str) -> list[str]:
@@ -147,8 +156,10 @@ class Station:
         hardware_address: str = HARDWARE_ADDRESS,
         programs: Mapping[str, Path] | None = None,
         name: str = "",
+        has_display: bool = False,
     ) -> None:
         self.processes: list[Process] = []
+        self._has_display = has_display
         build = build_directory()
         settings = {
             "address": address,
@@ -164,7 +175,12 @@ class Station:
                 "stand-in": str(build / "station" / "station-standin"),
                 "launch": str(build / "station" / "station-launch"),
                 "hdtv": str(build / "hdtv" / "hdtv"),
+                "kiosk": str(Path(__file__).with_name("kiosk.py")),
                 **{name: str(path) for name, path in (programs or {}).items()},
+            },
+            "lent": {
+                STATION_WEB: str(top_directory() / "station_web"),
+                **({_X_SOCKETS: _X_SOCKETS} if has_display else {}),
             },
         }
         self.gateway_pid, self.unit_pid = self._start_world(name, settings)
@@ -271,8 +287,9 @@ class Station:
 
     def start(self, *command: str, environment: Mapping[str, str] | None = None) -> Process:
         """A program in the unit, confined like the service."""
-        launched = enter_command(self.unit_pid, "/run/station/bin/launch", *command)
-        return self._keep(launched, environment or {})
+        launched = enter_command(self.unit_pid, f"{BIN}/launch", *command)
+        display = {} if self._has_display else {"DISPLAY": ""}
+        return self._keep(launched, {**display, **(environment or {})})
 
     def start_on_gateway(self, *command: str) -> Process:
         return self._keep(enter_command(self.gateway_pid, *command), {})
@@ -296,9 +313,27 @@ class Station:
     def start_service(
         self, *arguments: str, environment: Mapping[str, str] | None = None
     ) -> Process:
-        return self.start("/run/station/bin/hdtv", *arguments, environment=environment)
+        return self.start(f"{BIN}/hdtv", *arguments, environment=environment)
+
+    def start_web_server(self) -> Process:
+        """The unit's own, with the station page; it is ready when this returns."""
+        server = self.start("/usr/sbin/lighttpd", "-D", "-f", f"{STATION_WEB}/lighttpd.conf")
+        wait_for(lambda: self.listen_queue(WEB_PORT) is not None, "the unit's web server")
+        return server
+
+    def use_real_browser(self) -> None:
+        """From its next start on the kiosk browser is one that shows the page."""
+        self.behave("qt-webkit-kiosk", f"exec {BIN}/kiosk")
 
     # Networks.
+
+    def listen_queue(self, port: int) -> int | None:
+        """How many connections wait to be accepted in the unit; None while nothing listens there."""
+        for line in self.path("/proc/1/net/tcp").read_text().splitlines()[1:]:
+            fields = line.split()
+            if fields[1].endswith(f":{port:04X}") and fields[3] == "0A":
+                return int(fields[4].partition(":")[2], 16)
+        return None
 
     @contextlib.contextmanager
     def on_gateway(self) -> Iterator[None]:
@@ -324,6 +359,10 @@ class Station:
             yield
         finally:
             self._enter_network(outer)
+
+    def enter_unit_network(self) -> None:
+        """For good, and for the calling thread alone: what it connects from now on is the unit's."""
+        linux.setns(self._unit_network, linux.CLONE_NEWNET)
 
     def _enter_network(self, fd: int) -> None:
         linux.setns(fd, linux.CLONE_NEWNET)

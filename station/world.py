@@ -174,6 +174,9 @@ def build_station_directory(settings: dict[str, Any], outside: list[str]) -> Non
     for name, program in settings["programs"].items():
         Path(f"{station}/bin/{name}").touch()
         lend(program, f"{station}/bin/{name}")
+    for place, source in settings["lent"].items():
+        os.makedirs(ROOT + place)
+        lend(source, ROOT + place)
     for name, behaviour in settings["behaviour"].items():
         Path(f"{station}/behaviour/{name}").write_text(behaviour)
     Path(f"{station}/journal").touch(mode=0o666)

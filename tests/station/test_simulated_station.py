@@ -172,7 +172,7 @@ def test_once_plays_the_incident_and_ends_with_status_0() -> None:
         "tool      /usr/bin/aplay /tmp/play.wav",
         "gateway   sends: detail alert for E1 and L3",
         'E1:2 L3:5, "STRUCTURE FIRE\\n1200 MAIN ST, CROSS OAK AVE"',
-        "map http://10.87.33.20/map?incident=1042",
+        "map http://10.87.33.20/map.svg?incident=1042",
         "document  stop_turnout",
         'document  hdtv_alert, ""',
         "TV        waking",

@@ -1,0 +1,202 @@
+/* The station page: polls the alert document, draws what it says, and says that it is alive. */
+var station_page = (function () {
+    'use strict';
+
+    var POLL = 500, POLL_LIMIT = 5000; /* all times in milliseconds */
+    var DRAW = 250;
+    var UNREADABLE = 10000;
+    var ALIVE = 30000;
+    var MEMORY = 'station_page';
+
+    var state = {
+        response: '', /* the last one that could be read and was not "stop_turnout" */
+        stopped: 0,   /* start of the alert whose turnout timer has been stopped */
+        address: ''   /* what an idle station shows */
+    };
+    var shown = null; /* the document of that response */
+    var is_new = true;
+    var answered = null, readable = null, reported = null; /* when that was last so */
+    var readable_date = null;
+    var started;
+
+    /* Not the time of day, which the gateway may set at any moment. */
+    function now() {
+        return window.performance && performance.now ? performance.now() : Date.now();
+    }
+
+    function is_within(time, limit) {
+        var age = now() - time;
+        return time !== null && age >= 0 && age < limit;
+    }
+
+    /* What a restarted browser needs if the document says no more than "stop_turnout". */
+    function remember() {
+        try {
+            window.localStorage.setItem(MEMORY, JSON.stringify(state));
+        } catch (error) {
+            /* Then a restart forgets; nothing else depends on it. */
+        }
+    }
+
+    function recall() {
+        try {
+            state = JSON.parse(window.localStorage.getItem(MEMORY)) || state;
+        } catch (error) {
+            /* Nothing to recall. */
+        }
+        shown = alert_document.read(String(state.response));
+    }
+
+    function is_address(text) {
+        return text === 'No Network Connection' || /^[0-9]+(\.[0-9]+){3}$/.test(text);
+    }
+
+    /* "stop_turnout" tells nothing of the alert, so what is shown stays. */
+    function stop_turnout() {
+        if (shown === null) {
+            recall();
+        }
+        if (shown !== null && alert_document.is_alert(shown)) {
+            state.stopped = shown.start;
+        }
+    }
+
+    function take(response, document) {
+        if (document.type === 'stop_turnout') {
+            stop_turnout();
+        } else {
+            shown = document;
+            state.response = response;
+            if (!alert_document.is_alert(document)) {
+                state.stopped = 0;
+                state.address = is_address(document.text) ? document.text : state.address;
+            }
+        }
+        is_new = true;
+        remember();
+    }
+
+    var last_response = null;
+
+    function take_response(response) {
+        var document;
+        answered = now();
+        if (response !== last_response) {
+            document = alert_document.read(response);
+            if (document === null) {
+                return;
+            }
+            last_response = response;
+            take(response, document);
+        }
+        readable = now();
+        readable_date = new Date();
+    }
+
+    /* Each poll begins when the one before has ended, one way or another. */
+    function poll() {
+        var request = new XMLHttpRequest(), has_ended = false, limit;
+        function end() {
+            if (!has_ended) {
+                has_ended = true;
+                window.clearTimeout(limit);
+                window.setTimeout(poll, POLL);
+            }
+        }
+        request.onreadystatechange = function () {
+            if (request.readyState === 4 && !has_ended) {
+                if (request.status === 200) {
+                    take_response(request.responseText);
+                }
+                end();
+            }
+        };
+        limit = window.setTimeout(function () {
+            end();
+            request.abort();
+        }, POLL_LIMIT);
+        request.open('GET', 'alerts.json?' + Date.now());
+        request.overrideMimeType('text/plain; charset=x-user-defined');
+        request.send();
+    }
+
+    /* The unit resets itself when this file grows old, so it is asked for from the drawing loop and
+       only while the polls are answered. The header is what no other page can send. */
+    function report_alive() {
+        var request;
+        if (is_within(reported, ALIVE) || !is_within(answered, UNREADABLE)) {
+            return;
+        }
+        reported = now();
+        request = new XMLHttpRequest();
+        request.open('POST', 'alive.cgi');
+        request.setRequestHeader('X-Station-Page', 'alive');
+        request.send();
+    }
+
+    function draw_document() {
+        if (shown !== null && alert_document.is_alert(shown)) {
+            view.draw_alert(shown);
+        } else {
+            view.draw_idle(shown !== null && shown.text || state.address);
+        }
+    }
+
+    function timer_reading(date) {
+        if (shown === null || !alert_document.is_alert(shown) || shown.start === state.stopped) {
+            return null;
+        }
+        return turnout.read(shown, Math.floor(date.getTime() / 1000));
+    }
+
+    function mark_text() {
+        if (is_within(readable, UNREADABLE) || is_within(started, UNREADABLE)) {
+            return '';
+        }
+        return readable_date ? 'no news since ' + view.clock_text(readable_date) : 'no news';
+    }
+
+    function draw() {
+        var date = new Date();
+        if (is_new) {
+            is_new = false;
+            draw_document();
+        }
+        view.draw_timer(timer_reading(date));
+        view.draw_clock(date);
+        view.drift(date.getTime() / 1000);
+        view.draw_mark(mark_text());
+        station_page.drawn = last_response;
+        report_alive();
+    }
+
+    /* Only a browser that really draws gets here again. */
+    function draw_forever() {
+        var request_frame = window.requestAnimationFrame || window.webkitRequestAnimationFrame ||
+            function (action) { action(); };
+        draw();
+        window.setTimeout(function () {
+            request_frame(draw_forever);
+        }, DRAW);
+    }
+
+    function place() {
+        layout.place_page(view.page());
+        is_new = true;
+    }
+
+    function start() {
+        started = now();
+        window.onresize = place;
+        place();
+        poll();
+        draw_forever();
+    }
+
+    return {
+        start: start,
+        drawn: null /* the last document that the screen follows, as it was read */
+    };
+}());
+
+station_page.start();

@@ -91,7 +91,7 @@ def main() -> int:
     # Ends by the same road whether by Ctrl-C or by a plain kill.
     signal.signal(signal.SIGTERM, lambda *_: sys.exit(1))
     try:
-        with contextlib.ExitStack() as stack:
+        with contextlib.closing(contextlib.ExitStack()) as stack:
             return run_station(arguments, stack)
     except StationError as error:
         print(error, file=sys.stderr)

@@ -29,8 +29,6 @@ FLAGS = [
     "--disable-extensions",
     "--noerrdialogs",
     "--hide-scrollbars",
-    "--kiosk",
-    f"--window-size={SIZE[0]},{SIZE[1]}",
 ]
 
 
@@ -44,11 +42,11 @@ def proxy_flags(settings: str | None) -> list[str]:
     return [f"--proxy-server={host}:{port}"]
 
 
-def screen_flags(display: str | None) -> list[str]:
-    """Both fill the screen; the one that draws into nothing has no screen but what it is told."""
+def page_arguments(address: str, display: str | None) -> list[str]:
+    """A plain window of the screen's size; or the whole of a screen that exists by its word only."""
     if display:
-        return ["--window-position=0,0"]
-    return ["--headless", f"--screen-info={{{SIZE[0]}x{SIZE[1]}}}"]
+        return [f"--window-size={SIZE[0]},{SIZE[1]}", f"--app={address}"]
+    return ["--headless", "--kiosk", f"--screen-info={{{SIZE[0]}x{SIZE[1]}}}", address]
 
 
 def main() -> None:
@@ -62,11 +60,10 @@ def main() -> None:
     command = [
         BROWSER,
         *FLAGS,
-        *screen_flags(os.environ.get("DISPLAY")),
         *proxy_flags(arguments.settings),
         f"--remote-debugging-port={DEBUGGING_PORT}",
         f"--user-data-dir={tempfile.mkdtemp(prefix='browser-')}",
-        arguments.address,
+        *page_arguments(arguments.address, os.environ.get("DISPLAY")),
     ]
     os.execv(command[0], command)
 

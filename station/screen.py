@@ -38,6 +38,7 @@ class Screen:
         if self._driver is None or browsers != self._browsers:
             self._driver = wait_for(self._attach, "the browser")
             self._browsers = browsers
+        assert self._driver is not None
         return self._driver
 
     def _attach(self) -> WebDriver | None:
@@ -84,7 +85,7 @@ class Screen:
         options.binary_location = kiosk.BROWSER
         # Larger than the picture: this browser keeps a part of its window for itself.
         screen = f"--screen-info={{{2 * width}x{2 * height}}}"
-        for flag in [*kiosk.FLAGS, "--headless", screen]:
+        for flag in [*kiosk.FLAGS, "--headless", "--kiosk", screen]:
             options.add_argument(flag)
         driver = self._connect(options)
         try:

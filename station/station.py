@@ -321,9 +321,9 @@ class Station:
         wait_for(lambda: self.listen_queue(WEB_PORT) is not None, "the unit's web server")
         return server
 
-    def use_real_browser(self) -> None:
+    def use_real_browser(self, program: str = "kiosk") -> None:
         """From its next start on the kiosk browser is one that shows the page."""
-        self.behave("qt-webkit-kiosk", f"exec {BIN}/kiosk")
+        self.behave("qt-webkit-kiosk", f"exec {BIN}/{program}")
 
     # Networks.
 

@@ -7,9 +7,9 @@ python=/usr/bin/python3
 
 # What it takes to build the service and to run the simulated station.
 station_packages=(
-    alsa-utils chromium chromium-driver cmake dnsmasq-base fonts-liberation g++ iproute2 libevent-dev
-    libgtest-dev lighttpd net-tools ninja-build pkg-config
-    procps psmisc python3 python3-selenium udhcpc util-linux wget
+    alsa-utils chromium chromium-driver cmake dnsmasq-base fonts-liberation g++ iproute2 libcli11-dev
+    libevent-dev libgtest-dev lighttpd net-tools ninja-build pkg-config procps psmisc python3
+    python3-selenium udhcpc util-linux wget
 )
 
 # install_packages PACKAGE...  Installs what is missing, and does nothing when nothing is.

@@ -75,7 +75,11 @@ def enter_command(pid: int, *command: str) -> list[str]:
 class Process:
     """A program that runs in the station, its output gathered as it comes."""
 
-    def __init__(self, command: Sequence[str], environment: Mapping[str, str]) -> None:
+    def __init__(
+        self, command: Sequence[str], environment: Mapping[str, str], is_waited_for: bool = True
+    ) -> None:
+        """The command becomes the program, or waits for it when it has to enter a PID namespace."""
+        self._is_waited_for = is_waited_for
         self._output = os.memfd_create("output")
         self._errors = os.memfd_create("errors")
         self._process = subprocess.Popen(
@@ -106,7 +110,9 @@ class Process:
 
     @property
     def pid(self) -> int:
-        """The program's own process id on this machine; the process started here only waits."""
+        """The program's own process id on this machine."""
+        if not self._is_waited_for:
+            return self._process.pid
         children = f"/proc/{self._process.pid}/task/{self._process.pid}/children"
         return int(wait_for(lambda: Path(children).read_text().split(), "the program's start")[0])
 
@@ -297,10 +303,12 @@ class Station:
     def start_in_gateway_network(self, *command: str) -> Process:
         """A program of this machine, with its files, on the gateway's network only."""
         target = f"--target={self.gateway_pid}"
-        return self._keep(["nsenter", target, "--net", "--", *command], {})
+        return self._keep(["nsenter", target, "--net", "--", *command], {}, is_waited_for=False)
 
-    def _keep(self, command: list[str], environment: Mapping[str, str]) -> Process:
-        process = Process(command, {**os.environ, **environment})
+    def _keep(
+        self, command: list[str], environment: Mapping[str, str], is_waited_for: bool = True
+    ) -> Process:
+        process = Process(command, {**os.environ, **environment}, is_waited_for)
         self.processes.append(process)
         return process
 

@@ -1,0 +1,437 @@
+// A gateway for the command line: sends messages to units, calls the roll, answers units, and
+// explains messages.
+
+#include "hdtv/protocol.h"
+#include "tools/gatewayctl/channel.h"
+#include "tools/gatewayctl/date.h"
+#include "tools/gatewayctl/describe.h"
+#include "tools/gatewayctl/failure.h"
+#include "tools/gatewayctl/roll_call.h"
+#include "tools/gatewayctl/serve.h"
+#include "tools/gatewayctl/text.h"
+
+#include <CLI/CLI.hpp>
+#include <charconv>
+#include <cstdio>
+#include <fstream>
+#include <functional>
+#include <iostream>
+#include <iterator>
+#include <map>
+#include <string>
+#include <vector>
+
+namespace {
+
+constexpr int usage_status = 2;
+
+constexpr const char *about =
+    "Sends messages to a station display unit, calls the roll of all units, answers them like a\n"
+    "gateway, and explains messages.";
+
+constexpr const char *examples =
+    "Examples:\n"
+    "  gatewayctl roll-call --broadcast 10.87.33.255\n"
+    "  gatewayctl --to 10.87.33.50 detail-alert --text 'STRUCTURE FIRE' --unit E1:2 --turnout 120\n"
+    "  gatewayctl --to 10.87.33.50 map http://10.87.33.20/map.png\n"
+    "  gatewayctl --to 10.87.33.50 end-alert\n"
+    "  gatewayctl --dry-run display-alert --text DRILL\n"
+    "  gatewayctl decode 31 01\n"
+    "\n"
+    "Exit status: 0 done; 1 it did not work, or decode found a fault; 2 it cannot be asked for.";
+
+struct common_settings {
+    std::string to;
+    bool over_udp = false;
+    bool is_dry_run = false;
+    double timeout = 0; // seconds
+
+    transport channel() const {
+        return over_udp ? transport::udp : transport::tcp;
+    }
+};
+
+common_settings common;
+
+// What the chosen command does; the result is the exit status.
+std::function<int()> chosen;
+
+std::chrono::milliseconds to_milliseconds(double seconds) {
+    return std::chrono::milliseconds(static_cast<long>(seconds * 1000));
+}
+
+// "2s", "500ms", "5min" or a number of seconds.
+double parse_duration(const std::string &text) {
+    const std::map<std::string, double> units{{"", 1}, {"ms", 0.001}, {"s", 1}, {"min", 60}};
+    double number = 0;
+    const auto [unit, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+    const auto found = units.find(std::string(unit, text.data() + text.size()));
+    constexpr double a_day = 86400;
+    if (error != std::errc() || found == units.end() || !(number > 0) ||
+        number * found->second > a_day) {
+        throw usage_failure("\"" + text + "\" is not a time like 2s, 500ms or 5min");
+    }
+    return number * found->second;
+}
+
+void add_duration(CLI::App &command, const std::string &name, double &seconds,
+                  const char *initially, const std::string &help) {
+    seconds = parse_duration(initially);
+    command
+        .add_option_function<std::string>(
+            name, [&seconds](const std::string &text) { seconds = parse_duration(text); }, help)
+        ->type_name("TIME")
+        ->default_str(initially);
+}
+
+// Commands that send one message.
+
+int send_message(const message_bytes &message) {
+    if (message.empty()) {
+        throw usage_failure("an empty message says nothing");
+    }
+    if (message.size() > static_cast<std::size_t>(message_limit(common.channel()))) {
+        throw usage_failure("the message has " + bytes_text(message.size()) +
+                            "; it may have at most " +
+                            std::to_string(message_limit(common.channel())));
+    }
+    if (common.is_dry_run) {
+        std::cout << to_text(describe_message(message, common.channel()), message);
+        return 0;
+    }
+    if (common.to.empty()) {
+        throw usage_failure("--to says where the unit is: --to HOST[:PORT]");
+    }
+    const sockaddr_in unit = resolve(common.to);
+    if (common.over_udp) {
+        send_over_udp(unit, message);
+        std::printf("%s sent to %s; nothing tells whether they arrived\n",
+                    bytes_text(message.size()).c_str(), to_text(unit).c_str());
+    } else {
+        send_over_tcp(unit, message, to_milliseconds(common.timeout));
+        std::printf("%s taken by %s\n", bytes_text(message.size()).c_str(), to_text(unit).c_str());
+    }
+    return 0;
+}
+
+void require_tcp(const char *command) {
+    if (common.over_udp) {
+        throw usage_failure(std::string(command) + " counts over TCP only: leave --udp out");
+    }
+}
+
+CLI::App &add_command(CLI::App &app, const std::string &name, const std::string &help,
+                      std::function<int()> action) {
+    CLI::App *command = app.add_subcommand(name, help);
+    command->fallthrough();
+    command->final_callback([action = std::move(action)] { chosen = action; });
+    return *command;
+}
+
+void add_display_alert(CLI::App &app) {
+    static display_alert_settings settings;
+    CLI::App &command =
+        add_command(app, "display-alert", "Start, update or end an alert that is a text", [] {
+            settings.text = unescape(settings.text);
+            return send_message(make_display_alert(settings, common.channel()));
+        });
+    command
+        .add_option("--text", settings.text,
+                    "The text, \\n for a new line; an empty one ends the alert")
+        ->required();
+    command.add_option("--flag", settings.flag, "The alert flag: 1 is on")->capture_default_str();
+    command.add_option("--turnout", settings.turnout,
+                       "Turnout time in seconds; without it the unit's stays as it is");
+}
+
+void add_detail_alert(CLI::App &app) {
+    static detail_alert_settings settings;
+    static std::vector<std::string> units;
+    CLI::App &command = add_command(
+        app, "detail-alert", "Start, update or end an alert with units and turnout values", [] {
+            settings.text = unescape(settings.text);
+            for (const std::string &unit : units) {
+                settings.units.push_back(parse_unit(unit));
+            }
+            return send_message(make_detail_alert(settings, common.channel()));
+        });
+    command
+        .add_option("--text", settings.text,
+                    "The text, \\n for a new line; an empty one ends the alert")
+        ->required();
+    command
+        .add_option("--unit", units,
+                    "A unit and its colour, 1 to 16, as in E1:2; once for each, up to 16 times")
+        ->allow_extra_args(false)
+        ->type_name("NAME[:COLOUR]");
+    command.add_option("--flag", settings.flag, "The alert flag: 1 is on")->capture_default_str();
+    command
+        .add_option("--turnout", settings.turnout_end,
+                    "Turnout time in seconds: when the timer ends")
+        ->capture_default_str();
+    command
+        .add_option("--zero", settings.turnout_zero,
+                    "Seconds after the start at which the timer is at zero; 0: at its end")
+        ->capture_default_str();
+    command.add_flag(
+        "--reverse", [](std::int64_t) { settings.turnout_reverse = 1; }, "The timer counts up");
+}
+
+void add_end_alert(CLI::App &app) {
+    add_command(app, "end-alert", "End the active alert",
+                [] { return send_message(make_detail_alert({}, common.channel())); });
+}
+
+void add_turnout_timer(CLI::App &app) {
+    static int seconds = 0;
+    CLI::App &command =
+        add_command(app, "turnout-timer", "Set the turnout timer, which the next alert text shows",
+                    [] { return send_message(make_hdtv_alert(seconds)); });
+    command.add_option("SECONDS", seconds, "Counted from the alert's start")->required();
+}
+
+void add_stop_turnout(CLI::App &app) {
+    add_command(app, "stop-turnout", "Stop the turnout timer; the alert stays", [] {
+        require_tcp("stop-turnout");
+        return send_message(make_stop_turnout());
+    });
+}
+
+void add_map(CLI::App &app) {
+    static std::string address;
+    CLI::App &command = add_command(app, "map", "Show a map beside the active alert", [] {
+        require_tcp("map");
+        return send_message(make_set_map_address(address, common.channel()));
+    });
+    command.add_option("ADDRESS", address, "Of a picture or a page, http or https")->required();
+}
+
+void add_set_date(CLI::App &app) {
+    static std::string date;
+    CLI::App &command = add_command(app, "set-date", "Set the unit's clock", [] {
+        return send_message(make_set_date(date.empty() ? date_now() : date, common.channel()));
+    });
+    command.add_option("DATE", date, "As date -s takes it; without it this machine's time");
+}
+
+void add_page(CLI::App &app) {
+    static std::string address;
+    static bool is_blank = false;
+    CLI::App &command = add_command(app, "page", "Show another page until the next alert", [] {
+        if (address.empty() == !is_blank) {
+            throw usage_failure("page takes an address, or --blank");
+        }
+        return send_message(make_set_page_address(address, common.channel()));
+    });
+    command.add_option("ADDRESS", address, "Of the page");
+    command.add_flag("--blank", is_blank, "Show nothing: the browser is stopped");
+}
+
+void add_rotation(CLI::App &app) {
+    static int degrees = 0;
+    CLI::App &command = add_command(app, "rotation", "Turn the page, for good",
+                                    [] { return send_message(make_hdtv_settings(degrees)); });
+    command.add_option("DEGREES", degrees, "Clockwise: 0, 90, 180 or 270")->required();
+}
+
+bool is_confirmed(const std::string &question) {
+    std::string answer;
+    std::cout << question << " [y/N] " << std::flush;
+    std::getline(std::cin, answer);
+    return answer == "y" || answer == "Y" || answer == "yes";
+}
+
+void add_reboot(CLI::App &app) {
+    static bool is_sure = false;
+    CLI::App &command = add_command(app, "reboot", "Restart the unit's board; asks first", [] {
+        if (!is_sure && !common.is_dry_run && !common.to.empty() &&
+            !is_confirmed("Restart " + common.to + "?")) {
+            std::cerr << "gatewayctl: nothing was sent\n";
+            return 1;
+        }
+        return send_message(make_reboot());
+    });
+    command.add_flag("--yes", is_sure, "Do not ask");
+}
+
+void add_play_audio(CLI::App &app) {
+    static clip_settings settings;
+    CLI::App &command = add_command(app, "play-audio", "Play a clip", [] {
+        return send_message(make_play_audio(settings, common.channel()));
+    });
+    command.add_option("ADDRESS", settings.address, "Of the clip, ending in .wav or .raw")
+        ->required();
+    command.add_option("--device", settings.device,
+                       "headphones, or anything else for the other one");
+    command.add_option("--volume", settings.volume, "In percent (the unit's default: 90)");
+    command.add_option("--channels", settings.channels, "Of a .raw clip (the unit's default: 1)");
+    command.add_option("--rate", settings.rate, "Of a .raw clip (the unit's default: 22050)");
+    command.add_option("--sample-format", settings.sample_format,
+                       "Of a .raw clip (the unit's default: S16_LE)");
+}
+
+void add_set_gateway(CLI::App &app) {
+    static std::string address;
+    CLI::App &command =
+        add_command(app, "set-gateway", "Tell the unit its gateway, until it restarts",
+                    [] { return send_message(make_set_gateway(address, common.channel())); });
+    command.add_option("ADDRESS", address, "As in 10.87.33.20")->required();
+}
+
+// Bytes from the command line, a file or standard input.
+
+struct bytes_settings {
+    std::vector<std::string> words;
+    std::string file;
+};
+
+void add_bytes(CLI::App &command, bytes_settings &settings) {
+    command.add_option("HEX", settings.words,
+                       "The bytes in hexadecimal, blanks and colons as you like");
+    command.add_option("--file", settings.file,
+                       "A file with the bytes as they are; - is standard input");
+}
+
+message_bytes read_bytes(std::istream &input) {
+    return {std::istreambuf_iterator<char>(input), std::istreambuf_iterator<char>()};
+}
+
+message_bytes read_bytes(const bytes_settings &settings) {
+    if (settings.words.empty() == settings.file.empty()) {
+        throw usage_failure("the bytes come as hexadecimal words or with --file");
+    }
+    if (settings.file.empty()) {
+        std::string text;
+        for (const std::string &word : settings.words) {
+            text += word + " ";
+        }
+        return parse_hex(text);
+    }
+    if (settings.file == "-") {
+        return read_bytes(std::cin);
+    }
+    std::ifstream file(settings.file, std::ios::binary);
+    if (!file) {
+        throw run_failure("the file " + settings.file + " cannot be read");
+    }
+    return read_bytes(file);
+}
+
+void add_raw(CLI::App &app) {
+    static bytes_settings settings;
+    add_bytes(add_command(app, "raw", "Send any bytes",
+                          [] { return send_message(read_bytes(settings)); }),
+              settings);
+}
+
+void add_decode(CLI::App &app) {
+    static bytes_settings settings;
+    static bool is_record = false;
+    CLI::App &command = add_command(
+        app, "decode", "Explain a message: its fields, what a unit does with it, what is wrong",
+        [] {
+            const message_bytes bytes = read_bytes(settings);
+            const description described =
+                is_record ? describe_record(bytes) : describe_message(bytes, common.channel());
+            std::cout << to_text(described, bytes);
+            return described.faults.empty() ? 0 : 1;
+        });
+    add_bytes(command, settings);
+    command.add_flag("--record", is_record, "It is a record that a unit has sent");
+}
+
+// The gateway's own side.
+
+void add_roll_call(CLI::App &app) {
+    static std::string broadcast;
+    static double wait = 0;
+    static bool as_json = false;
+    CLI::App &command =
+        add_command(app, "roll-call", "Ask which units are there, and what they ask for", [] {
+            if (!common.to.empty() && !broadcast.empty()) {
+                throw usage_failure("roll-call takes --to for one unit or --broadcast for all");
+            }
+            const std::string everybody = broadcast.empty() ? "255.255.255.255" : broadcast;
+            return call_roll(resolve(common.to.empty() ? everybody : common.to),
+                             to_milliseconds(wait), as_json);
+        });
+    command
+        .add_option("--broadcast", broadcast,
+                    "The network's broadcast address (default: 255.255.255.255)")
+        ->type_name("ADDRESS");
+    add_duration(command, "--wait", wait, "2s", "How long to listen, as in 2s or 500ms");
+    command.add_flag("--json", as_json, "A line of JSON for each unit");
+}
+
+void add_serve(CLI::App &app) {
+    static serve_settings settings;
+    static std::string roll_call;
+    static double every = 0;
+    CLI::App &command = add_command(
+        app, "serve", "Be a small gateway: answer the units' requests and print what comes", [] {
+            // Refused before anything begins.
+            make_hdtv_settings(settings.rotation);
+            if (!roll_call.empty()) {
+                settings.roll_call = resolve(roll_call);
+            }
+            settings.every = to_milliseconds(every);
+            settings.timeout = to_milliseconds(common.timeout);
+            serve(settings);
+            return 0;
+        });
+    command.add_option("--rotation", settings.rotation, "The rotation that units get as settings")
+        ->capture_default_str();
+    command
+        .add_option("--roll-call", roll_call,
+                    "Call the roll there, so that the units do not reset themselves")
+        ->type_name("ADDRESS");
+    add_duration(command, "--every", every, "5min", "How often, as in 300s or 5min");
+}
+
+void add_common_options(CLI::App &app) {
+    app.add_option("--to", common.to, "The unit; the port is 4000 if none is said")
+        ->type_name("HOST[:PORT]");
+    app.add_flag("--udp", common.over_udp, "Over UDP, where nothing confirms a message");
+    app.add_flag("--dry-run", common.is_dry_run, "Explain the message instead of sending it");
+    add_duration(app, "--timeout", common.timeout, "5s", "How long a unit may take");
+    app.set_version_flag("--version", "gatewayctl " + std::to_string(protocol::version));
+}
+
+int run(int argc, char **argv) {
+    CLI::App app(about, "gatewayctl");
+    app.footer("gatewayctl --help lists the options that every command has.");
+    app.require_subcommand(0, 1);
+    add_common_options(app);
+    for (const auto add :
+         {add_display_alert, add_detail_alert, add_map, add_stop_turnout, add_end_alert,
+          add_turnout_timer, add_set_date, add_page, add_rotation, add_reboot, add_play_audio,
+          add_set_gateway, add_raw, add_roll_call, add_serve, add_decode}) {
+        add(app);
+    }
+    app.footer(examples); // of its own; the commands keep the one before
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::Success &help_or_version) {
+        return app.exit(help_or_version);
+    } catch (const CLI::ParseError &error) {
+        throw usage_failure(std::string(error.what()) + "\nSee gatewayctl --help.");
+    }
+    if (!chosen) {
+        throw usage_failure("which command? gatewayctl --help lists them");
+    }
+    return chosen();
+}
+
+} // namespace
+
+int main(int argc, char **argv) {
+    try {
+        return run(argc, argv);
+    } catch (const usage_failure &failure) {
+        std::fprintf(stderr, "gatewayctl: %s\n", failure.what());
+        return usage_status;
+    } catch (const std::exception &failure) {
+        std::fprintf(stderr, "gatewayctl: %s\n", failure.what());
+        return 1;
+    }
+}

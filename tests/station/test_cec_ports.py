@@ -9,7 +9,7 @@ from conftest import StationMaker
 from station import gateway
 from station.gateway import deliver
 
-pytestmark = pytest.mark.configuration
+pytestmark = pytest.mark.once
 
 TOP = Path(__file__).resolve().parents[2]
 

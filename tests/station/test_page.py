@@ -22,7 +22,7 @@ from station.screen import Screen
 from station.station import DOCUMENT, LIVENESS_FILE, UNIT_ADDRESS, WEB_PORT, Process, Station
 from station.waiting import wait_for
 
-pytestmark = pytest.mark.browser
+pytestmark = pytest.mark.once
 
 BUDGET = 900  # kicks, one a second
 OLD = 300  # seconds, of a liveness file
@@ -653,7 +653,6 @@ def test_only_the_televisions_own_page_is_taken_for_alive(
 
 
 @pytest.mark.slow
-@pytest.mark.skipif("asan" in os.environ.get("HDTV_BUILD", ""), reason="no faketime with ASan")
 def test_page_that_hangs_ends_the_watchdog_kicks(tmp_path: Path) -> None:
     """From end to end, with a 200 times as fast a clock for the service: while the page lives its
     file and the gateway's messages keep the kicks coming; it hangs, the file grows old, the messages

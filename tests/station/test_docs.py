@@ -1,0 +1,91 @@
+"""The documents: what they promise is there, and their commands work as they stand."""
+
+import json
+import re
+import shlex
+import subprocess
+from pathlib import Path
+
+import pytest
+from conftest import StationMaker
+from test_gatewayctl import GATEWAYCTL
+
+from station.station import STATION_WEB, top_directory
+
+pytestmark = pytest.mark.once
+
+TOP = top_directory()
+OPERATIONS = (TOP / "docs" / "operations.md").read_text()
+
+
+def printed_texts() -> list[str]:
+    """The longest fixed piece of each line that the service and its CEC port for the board print."""
+    sources = [*(TOP / "hdtv").glob("*.cpp"), TOP / "cec" / "cec.cpp"]
+    texts = []
+    for source in sources:
+        code = re.sub(r'"\s*\n\s*"', "", source.read_text())
+        for literal in re.findall(r'(?:printf|puts|write_once)\([^;"]*"((?:[^"\\]|\\.)*)"', code):
+            pieces = re.split(r"%[0-9.*]*[a-zA-Z]|\\n|\\\"", literal)
+            texts.append(max((piece.strip(' "') for piece in pieces), key=len))
+    complaints = re.findall(r'complain\("([^"]*)"\)', (TOP / "cec/port/linux.cpp").read_text())
+    return [text for text in texts + complaints if len(text) > 3]
+
+
+# Printed into a text, not out.
+NOT_PRINTED = ("/proc/", "color")
+
+
+def test_operations_explain_every_line_of_the_service() -> None:
+    texts = [text for text in printed_texts() if not text.startswith(NOT_PRINTED)]
+    assert len(texts) > 25
+    assert [text for text in texts if text not in OPERATIONS] == []
+
+
+@pytest.mark.parametrize("document", ["README.md", "docs/operations.md"])
+def test_links_lead_somewhere(document: str) -> None:
+    path = TOP / document
+    links = re.findall(r"\]\(([^)#]+)\)", path.read_text())
+    assert links
+    assert [link for link in links if not (path.parent / link).exists()] == []
+
+
+def shell_lines(program: str) -> list[str]:
+    text = OPERATIONS.replace("\\\n", " ")
+    return [line.strip() for line in text.splitlines() if line.startswith(f"    {program} ")]
+
+
+@pytest.mark.parametrize("line", [x for x in shell_lines("gatewayctl") if "roll-call" not in x])
+def test_commands_for_an_alert_work(line: str) -> None:
+    words = [GATEWAYCTL, "--dry-run", *shlex.split(line)[1:]]
+    result = subprocess.run(words, capture_output=True, text=True, timeout=30)
+    assert result.returncode == 0, result.stderr
+    assert "What is wrong with it" not in result.stdout
+
+
+def test_installation_works_as_written(make_station: StationMaker, tmp_path: Path) -> None:
+    lines = shell_lines("cmake")
+    assert len(lines) == 3
+    build, root = str(tmp_path / "build"), tmp_path / "root"
+    for line in lines:
+        words = [build if word == "build/board" else word for word in shlex.split(line)]
+        # Here the television is the simulated one.
+        words = [word.replace("CEC_PORT=linux", "CEC_PORT=bus") for word in words]
+        subprocess.run(
+            words,
+            cwd=TOP,
+            check=True,
+            capture_output=True,
+            env={"PATH": "/usr/sbin:/usr/bin:/sbin:/bin", "DESTDIR": str(root)},
+            timeout=300,
+        )
+    installed = {str(p.relative_to(root)) for p in root.rglob("*") if p.is_file()}
+    assert {"usr/local/sbin/hdtv", "usr/local/bin/gatewayctl"} <= installed
+    page = {p.name for p in (root / STATION_WEB.lstrip("/")).iterdir()}
+    assert page == {p.name for p in (TOP / "station_web").iterdir()} - {"CMakeLists.txt"}
+
+    station = make_station(programs={"installed": root / "usr/local/sbin/hdtv"})
+    (config,) = re.findall(r"^    (\{.*\})$", OPERATIONS, re.MULTILINE)
+    assert set(json.loads(config)) == {"comm_gw", "rotation", "log_alerts"}
+    station.write_config(config)
+    service = station.start("/run/station/bin/installed")
+    service.wait_for_output("Extracted comm_gw: 10.87.33.20")

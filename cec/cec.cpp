@@ -40,8 +40,8 @@ constexpr std::uint32_t reason_received = 2;
 std::atomic<std::uint16_t> physical_address;
 std::atomic<bool> tv_standby;
 std::atomic<std::uint16_t> last_active_address;
-static_assert(std::atomic<bool>::is_always_lock_free);
-static_assert(std::atomic<std::uint16_t>::is_always_lock_free);
+// Without a lock on ARMv6 too: what needs help there is only to read, change and write in one.
+static_assert(ATOMIC_BOOL_LOCK_FREE != 0 && ATOMIC_SHORT_LOCK_FREE != 0);
 
 bool standby_after_alert; // set at every alert start, never cleared
 

@@ -1,7 +1,16 @@
 # Warnings, hardening and sanitizers, the same for every target of the project.
 include(CheckPIESupported)
 check_pie_supported(LANGUAGES CXX)
-set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+if(HDTV_STATIC)
+  set(CMAKE_FIND_LIBRARY_SUFFIXES .a)
+  add_link_options(-static)
+else()
+  set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+endif()
+
+# libevent is built so on 32-bit machines, and its headers and ours have to agree. The width of
+# time_t stays what the machine's libevent has.
+add_compile_definitions(_FILE_OFFSET_BITS=64)
 
 add_compile_options(-Wall -Wextra -Wpedantic -Wshadow -Wconversion)
 if(HDTV_WERROR)

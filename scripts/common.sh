@@ -12,6 +12,9 @@ station_packages=(
     python3-selenium udhcpc util-linux wget
 )
 
+# What it takes to build for the board, and to run that here.
+armv6_packages=(cmake g++-arm-linux-gnueabi libgtest-dev ninja-build pkg-config qemu-user-static)
+
 # install_packages PACKAGE...  Installs what is missing, and does nothing when nothing is.
 install_packages() {
     local package missing=()
@@ -28,6 +31,26 @@ install_packages() {
     apt-get update -qq
     DEBIAN_FRONTEND=noninteractive \
         apt-get install -qq -y --no-install-recommends "${missing[@]}" >/dev/null
+}
+
+# add_architecture NAME  So that packages of another architecture can be had.
+add_architecture() {
+    dpkg --print-foreign-architectures | grep -qx "$1" && return
+    dpkg --add-architecture "$1"
+    apt-get update -qq
+}
+
+# download_packages DIRECTORY PACKAGE...  Unpacks packages there, without installing them.
+download_packages() {
+    local directory=$1 archives
+    shift
+    archives=$(mktemp -d)
+    # The downloader gives up its privilege, and has to reach the directory.
+    chmod 755 "$archives"
+    (cd "$archives" && apt-get download -qq "$@" 2>/dev/null) ||
+        (apt-get update -qq && cd "$archives" && apt-get download -qq "$@")
+    find "$archives" -name '*.deb' -exec dpkg-deb -x {} "$directory" \;
+    rm -r "$archives"
 }
 
 # build PRESET [TARGET...]

@@ -622,6 +622,15 @@ def test_page_that_hears_nothing_does_not_say_that_it_is_alive(shown: Shown) -> 
     assert file.stat().st_mtime == 1
 
 
+def test_document_that_cannot_be_read_is_no_reason_for_a_reset(shown: Shown) -> None:
+    file = shown.station.path(LIVENESS_FILE)
+    wait_for(file.exists, "the liveness file")
+    shown.station.path(DOCUMENT).write_text('[{"alert_type":"hdtv_alert", "map_url":"a"b"')
+    shown.let_time_pass(31)
+    os.utime(file, (1, 1))
+    wait_for(lambda: file.stat().st_mtime > 1, "a fresh liveness file")
+
+
 def request(port: int, path: str, **settings: Any) -> int:
     address = f"http://127.0.0.1:{port}/station_web/{path}"
     try:

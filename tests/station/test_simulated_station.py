@@ -233,13 +233,16 @@ def test_second_terminal_runs_programs_inside_the_running_station() -> None:
         for line in running.stdout:
             if "keeps running" in line:
                 break
-        document = run_command("--name", name, "exec", "cat", "/dev/shm/alerts.json")
-        assert document.stdout.startswith('[{"alert_type":"hdtv_alert"')
-        assert run_command("--name", name, "exec", "hostname").stdout == "unit\n"
-        assert run_command("--name", name, "exec", "--gateway", "hostname").stdout == "gateway\n"
-        assert run_command("--name", name, "exec", "sh", "-c", "exit 7").returncode == 7
-        running.send_signal(signal.SIGINT)
+        try:
+            document = run_command("--name", name, "exec", "cat", "/dev/shm/alerts.json")
+            unit = run_command("--name", name, "exec", "hostname")
+            gateway_side = run_command("--name", name, "exec", "--gateway", "hostname")
+            failing = run_command("--name", name, "exec", "sh", "-c", "exit 7")
+        finally:
+            running.send_signal(signal.SIGINT)
         assert running.wait(20) == 130
+    assert document.stdout.startswith('[{"alert_type":"display_alert"')
+    assert (unit.stdout, gateway_side.stdout, failing.returncode) == ("unit\n", "gateway\n", 7)
 
 
 def test_ctrl_c_on_a_terminal_ends_it_quietly_and_in_colour() -> None:

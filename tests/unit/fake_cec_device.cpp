@@ -1,5 +1,7 @@
 #include "fake_cec_device.h"
 
+#include "wrapped_names.h"
+
 #include <cerrno>
 #include <condition_variable>
 #include <cstdarg>

@@ -1,5 +1,7 @@
 #include "fake_system.h"
 
+#include "wrapped_names.h"
+
 #include <algorithm>
 #include <arpa/inet.h>
 #include <cerrno>

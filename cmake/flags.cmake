@@ -10,7 +10,9 @@ endif()
 
 # libevent is built so on 32-bit machines, and its headers and ours have to agree. The width of
 # time_t stays what the machine's libevent has.
-add_compile_definitions(_FILE_OFFSET_BITS=64)
+if(CMAKE_SIZEOF_VOID_P EQUAL 4)
+  add_compile_definitions(_FILE_OFFSET_BITS=64)
+endif()
 
 add_compile_options(-Wall -Wextra -Wpedantic -Wshadow -Wconversion)
 if(HDTV_WERROR)

@@ -29,7 +29,7 @@ def started(station: Station, television: Television) -> Process:
 
 
 def shows(station: Station, text: str) -> None:
-    wait_for(lambda: bool(station.document()["alert_area"] == text), f"{text} on the page")
+    wait_for(lambda: station.document().get("alert_area") == text, f"{text} on the page")
 
 
 def hears(service: Process, television: Television, line: str, words: str) -> None:

@@ -30,6 +30,10 @@ LOUDSPEAKER = "/tmp/loudspeaker.wav"  # what the player has played
 REAL = "/run/station/real"
 BIN = "/run/station/bin"
 
+# For a service that is built for the board.
+EMULATOR = "/usr/bin/qemu-arm-static"
+EMULATOR_OPTIONS = ["-cpu", "arm1176", "-L", "/usr/arm-linux-gnueabi", "-0", f"{BIN}/hdtv"]
+
 _X_SOCKETS = "/tmp/.X11-unix"
 
 # Every tool that the service starts, or that would harm this machine, with what its stand-in does.
@@ -64,6 +68,18 @@ def top_directory() -> Path:
 
 def build_directory() -> Path:
     return Path(os.environ.get("HDTV_BUILD") or top_directory() / "build" / "release").resolve()
+
+
+def host_build_directory() -> Path:
+    """Where the programs are that run on this machine, whatever the service is built for."""
+    own = build_directory()
+    return own if (own / "station").is_dir() else top_directory() / "build" / "release"
+
+
+def is_for_arm(program: Path) -> bool:
+    with contextlib.suppress(FileNotFoundError):
+        return program.read_bytes()[18:20] == b"\x28\x00"  # the machine of its ELF header
+    return False
 
 
 def enter_command(pid: int, *command: str) -> list[str]:
@@ -166,7 +182,9 @@ class Station:
     ) -> None:
         self.processes: list[Process] = []
         self._has_display = has_display
-        build = build_directory()
+        hdtv = build_directory() / "hdtv" / "hdtv"
+        station_programs = host_build_directory() / "station"
+        self._is_emulated = is_for_arm(hdtv)
         settings = {
             "address": address,
             "interface": interface,
@@ -178,9 +196,11 @@ class Station:
             },
             "loudspeaker": LOUDSPEAKER,
             "programs": {
-                "stand-in": str(build / "station" / "station-standin"),
-                "launch": str(build / "station" / "station-launch"),
-                "hdtv": str(build / "hdtv" / "hdtv"),
+                "stand-in": str(station_programs / "station-standin"),
+                "launch": str(station_programs / "station-launch"),
+                "hdtv": str(hdtv),
+                # By the service's name, which its children see.
+                **({"arm/hdtv": EMULATOR} if self._is_emulated else {}),
                 "kiosk": str(Path(__file__).with_name("kiosk.py")),
                 **{name: str(path) for name, path in (programs or {}).items()},
             },
@@ -321,7 +341,12 @@ class Station:
     def start_service(
         self, *arguments: str, environment: Mapping[str, str] | None = None
     ) -> Process:
-        return self.start(f"{BIN}/hdtv", *arguments, environment=environment)
+        return self.start(*self.service_command, *arguments, environment=environment)
+
+    @property
+    def service_command(self) -> list[str]:
+        emulator = [f"{BIN}/arm/hdtv", *EMULATOR_OPTIONS] if self._is_emulated else []
+        return [*emulator, f"{BIN}/hdtv"]
 
     def start_web_server(self) -> Process:
         """The unit's own, with the station page; it is ready when this returns."""

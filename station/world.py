@@ -172,6 +172,7 @@ def build_station_directory(settings: dict[str, Any], outside: list[str]) -> Non
         os.makedirs(f"{station}/{directory}")
     lend("/usr", f"{station}/real/usr")
     for name, program in settings["programs"].items():
+        Path(f"{station}/bin/{name}").parent.mkdir(exist_ok=True)
         Path(f"{station}/bin/{name}").touch()
         lend(program, f"{station}/bin/{name}")
     for place, source in settings["lent"].items():

@@ -1,5 +1,6 @@
 """The road of an alert: a gateway's bytes over TCP become the document."""
 
+import shlex
 import time
 
 import pytest
@@ -67,7 +68,8 @@ def test_files_have_mode_0777_under_the_umask(station: Station, umask: str) -> N
     station.processes[0].kill()
     for name in (DOCUMENT, ALERT_LOG):
         station.path(name).unlink()
-    station.start("/bin/sh", "-c", f"umask {umask}; exec /run/station/bin/hdtv")
+    command = shlex.join(station.service_command)
+    station.start("/bin/sh", "-c", f"umask {umask}; exec {command}")
     station.wait_for_calls("qt-webkit-kiosk", 2)
     deliver(station, b"\0")
     for name in (DOCUMENT, ALERT_LOG, "/dev/shm/current_gateway"):

@@ -17,12 +17,12 @@ from station.station import (
     UNIT_ADDRESS,
     Process,
     Station,
-    build_directory,
+    host_build_directory,
     top_directory,
 )
 from station.waiting import wait_for
 
-GATEWAYCTL = str(build_directory() / "tools" / "gatewayctl" / "gatewayctl")
+GATEWAYCTL = str(host_build_directory() / "tools" / "gatewayctl" / "gatewayctl")
 SOURCES = top_directory() / "tools" / "gatewayctl"
 
 Result = subprocess.CompletedProcess[str]

@@ -14,7 +14,7 @@ import pytest
 from conftest import StationMaker
 
 from station import gateway
-from station.station import STAND_INS, Station, build_directory
+from station.station import STAND_INS, Station, build_directory, host_build_directory
 from station.waiting import wait_for
 
 TOP = Path(__file__).resolve().parents[2]
@@ -33,7 +33,7 @@ def run_command(*arguments: str, unprivileged: bool = False) -> subprocess.Compl
 
 
 def test_launcher_refuses_to_start_anything_outside() -> None:
-    launch = build_directory() / "station" / "station-launch"
+    launch = host_build_directory() / "station" / "station-launch"
     result = subprocess.run([launch, "/bin/echo", "ran"], capture_output=True, text=True)
     assert result.returncode == 1
     assert result.stdout == ""
@@ -188,7 +188,7 @@ def test_once_plays_the_incident_and_ends_with_status_0() -> None:
 def test_once_ends_with_status_1_when_the_service_does_not_do_its_work(tmp_path: Path) -> None:
     build = tmp_path / "build"
     (build / "hdtv").mkdir(parents=True)
-    (build / "station").symlink_to(build_directory() / "station")
+    (build / "station").symlink_to(host_build_directory() / "station")
     (build / "hdtv" / "hdtv").write_text("#!/bin/sh\nexec sleep 100\n")
     (build / "hdtv" / "hdtv").chmod(0o755)
     result = subprocess.run(

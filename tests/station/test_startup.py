@@ -2,6 +2,7 @@
 
 import json
 import os
+import shlex
 import socket
 
 import pytest
@@ -136,7 +137,8 @@ def test_comm_gw_that_resets_does_not_end_it(station: Station) -> None:
 
 def test_reader_of_its_output_that_goes_away_does_not_end_it(station: Station) -> None:
     # head takes one line and ends; every later line meets a broken pipe.
-    service = station.start("/bin/sh", "-c", "/run/station/bin/hdtv | head -n 1")
+    command = shlex.join(station.service_command)
+    service = station.start("/bin/sh", "-c", f"{command} | head -n 1")
     service.wait_for_output("failed to open vchiq instance")
     station.wait_for_calls("qt-webkit-kiosk")
     for text in ("ONE", "TWO", "THREE"):

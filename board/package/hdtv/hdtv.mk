@@ -1,0 +1,27 @@
+################################################################################
+#
+# hdtv
+#
+################################################################################
+
+HDTV_VERSION = 47
+HDTV_SITE = $(BR2_EXTERNAL_STATION_DISPLAY_PATH)/..
+HDTV_SITE_METHOD = local
+HDTV_DEPENDENCIES = host-pkgconf libevent
+HDTV_CONF_OPTS = -DHDTV_TESTS=OFF -DHDTV_STATION=OFF -DHDTV_TOOLS=OFF -DHDTV_PAGE=OFF
+
+# What the developer's own builds have left behind.
+HDTV_OVERRIDE_SRCDIR_RSYNC_EXCLUSIONS = --exclude build
+
+ifeq ($(BR2_PACKAGE_HDTV_CEC_VIDEOCORE),y)
+HDTV_CONF_OPTS += -DCEC_PORT=videocore
+HDTV_DEPENDENCIES += rpi-userland
+else
+HDTV_CONF_OPTS += -DCEC_PORT=linux
+endif
+
+define HDTV_INSTALL_INIT_SYSV
+	$(INSTALL) -D -m 755 $(HDTV_PKGDIR)/S90hdtv $(TARGET_DIR)/etc/init.d/S90hdtv
+endef
+
+$(eval $(cmake-package))

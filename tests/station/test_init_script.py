@@ -1,0 +1,171 @@
+"""The board's init script, with busybox and nothing else."""
+
+from collections.abc import Iterator
+
+import pytest
+from conftest import StationMaker
+
+from station import gateway
+from station.station import Process, Station, top_directory
+from station.waiting import wait_for
+
+SCRIPT = top_directory() / "board" / "package" / "hdtv" / "S90hdtv"
+DEFAULTS = "DAEMON=/run/station/bin/hdtv\n"
+APPLETS = "/tmp/busybox"
+SYSLOG = "/tmp/messages"
+
+pytestmark = pytest.mark.once
+
+
+class Board:
+    """A station whose tools are busybox's, with a system log."""
+
+    def __init__(self, station: Station) -> None:
+        self.station = station
+        station.path(APPLETS).mkdir()
+        station.run("/bin/busybox", "--install", "-s", APPLETS)
+        self.set_defaults(DEFAULTS)
+        station.start("/bin/busybox", "syslogd", "-n", "-O", SYSLOG)
+        # Held open: writing to the watchdog waits for nobody, as with a real one.
+        self.watchdog = open(station.path("/dev/watchdog"), "rb+", buffering=0)
+
+    def set_defaults(self, text: str) -> None:
+        self.station.path("/etc/default/hdtv").write_text(text)
+
+    def call(self, action: str) -> Process:
+        shell = ("/bin/busybox", "env", f"PATH={APPLETS}", f"{APPLETS}/sh")
+        return self.station.start(*shell, "/run/station/bin/S90hdtv", action)
+
+    def script(self, action: str) -> tuple[int, str]:
+        process = self.call(action)
+        status = process.wait(100)
+        assert process.errors == ""
+        return status, process.output
+
+    def log(self) -> str:
+        path = self.station.path(SYSLOG)
+        return path.read_text() if path.exists() else ""
+
+    def pid(self) -> int:
+        """As the unit sees it."""
+        return int(self.station.path("/run/hdtv.pid").read_text())
+
+    def name_of(self, pid: int) -> str:
+        path = self.station.path(f"/proc/{pid}/comm")
+        return path.read_text().strip() if path.exists() else ""
+
+    def alert(self, text: str) -> None:
+        port = gateway.COMMAND_PORT
+        wait_for(lambda: self.station.listen_queue(port) == 0, "the service")
+        gateway.deliver(self.station, gateway.display_alert(text))
+        assert self.station.document()["alert_area"] == text
+
+
+@pytest.fixture
+def board(make_station: StationMaker) -> Iterator[Board]:
+    board = Board(make_station(programs={"S90hdtv": SCRIPT}))
+    yield board
+    board.watchdog.close()
+
+
+def test_start_status_and_stop(board: Board) -> None:
+    assert board.script("status") == (3, "hdtv: not running\n")
+    assert board.script("start") == (0, "hdtv: started\n")
+    pid = board.pid()
+    assert board.name_of(pid) == "hdtv"
+    assert board.script("status") == (0, f"hdtv: running, process {pid}\n")
+    assert board.script("start") == (0, "hdtv: already running\n")
+    assert board.pid() == pid
+    assert board.script("stop") == (0, "hdtv: stopped\n")
+    assert board.name_of(pid) == ""
+    assert board.script("stop") == (0, "hdtv: not running\n")
+    assert board.script("status") == (3, "hdtv: not running\n")
+
+
+def test_what_the_service_says_is_in_the_system_log(board: Board) -> None:
+    board.script("start")
+    wait_for(lambda: "hdtv: Starting qt-webkit-kiosk" in board.log(), "the line in the log")
+
+
+def test_service_has_no_children_but_its_own(board: Board) -> None:
+    board.script("start")
+    board.station.wait_for_calls("qt-webkit-kiosk")
+    pid = board.pid()
+    children = board.station.path(f"/proc/{pid}/task/{pid}/children").read_text().split()
+    assert [board.name_of(int(child)) for child in children] == ["qt-webkit-kiosk"]
+
+
+def test_stop_takes_the_browser_along_and_disarms_the_watchdog(board: Board) -> None:
+    board.script("start")
+    (browser,) = board.station.wait_for_calls("qt-webkit-kiosk")
+    board.script("stop")
+    assert board.watchdog.read(4096).endswith(b" V")
+    wait_for(lambda: board.name_of(browser.pid) == "", "the browser's end")
+
+
+def test_start_gives_the_port_a_limited_time(board: Board) -> None:
+    board.script("start")
+    board.alert("ONE")
+    board.script("stop")
+    board.set_defaults(DEFAULTS + "LIMIT=1\n")
+    assert board.script("start") == (
+        0,
+        "hdtv: waiting for old connections to leave port 4000\n"
+        "hdtv: port 4000 is still held after 1 s: it will hear datagrams only\n"
+        "hdtv: started\n",
+    )
+
+
+@pytest.mark.slow
+def test_restart_after_an_alert_hears_the_next_one(board: Board) -> None:
+    board.script("start")
+    board.alert("ONE")
+    status, output = board.script("restart")
+    assert status == 0
+    assert output == (
+        "hdtv: stopped\nhdtv: waiting for old connections to leave port 4000\nhdtv: started\n"
+    )
+    board.alert("TWO")
+
+
+def test_service_that_does_not_start_is_said(board: Board) -> None:
+    board.set_defaults("DAEMON=/no/such/hdtv\n")
+    assert board.script("start") == (1, "hdtv: did not start\n")
+
+
+def test_service_that_died_is_started_again(board: Board) -> None:
+    board.script("start")
+    first = board.pid()
+    respawn = board.call("respawn")
+    board.station.run("/bin/kill", "-9", str(first))
+    assert respawn.wait() == 0
+    assert board.pid() != first
+    assert board.name_of(board.pid()) == "hdtv"
+    wait_for(lambda: "hdtv: hdtv: started" in board.log(), "the news in the log")
+
+
+def test_service_that_was_stopped_is_not_started_again(board: Board) -> None:
+    board.script("start")
+    respawn = board.call("respawn")
+    board.script("stop")
+    # A look is a process "sleep", each with a new number.
+    looks: set[str] = set()
+
+    def count_looks() -> int:
+        children = f"/proc/{respawn.pid}/task/{respawn.pid}/children"
+        with open(children, encoding="ascii") as file:
+            looks.update(file.read().split())
+        return len(looks)
+
+    wait_for(lambda: count_looks() >= 3, "two more looks")
+    assert board.script("status")[0] == 3
+    board.script("start")
+    assert board.script("status")[0] == 0
+    assert respawn.is_running()
+
+
+def test_wrong_word_is_answered_with_the_right_ones(board: Board) -> None:
+    assert board.script("reload") == (
+        2,
+        "usage: /run/station/bin/S90hdtv start|stop|restart|status|respawn\n",
+    )

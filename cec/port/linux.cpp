@@ -55,6 +55,8 @@ std::uint16_t reported_physical_address = CEC_PHYS_ADDR_INVALID;
 
 std::array<std::atomic<bool>, 256> is_forwarded;
 
+std::atomic<std::thread::id> watcher; // the thread that receives
+
 struct listener {
     cec_notification_fn callback;
     void *data;
@@ -116,8 +118,12 @@ std::uint8_t logical_address() {
                                         : std::uint8_t{CEC_LOG_ADDR_UNREGISTERED};
 }
 
-// Waits while the kernel is claiming an address. Without a link there is nothing to wait for.
+// Waits while the kernel is claiming an address: until then it sends nothing. Without a link there is
+// nothing to wait for, and the thread that receives would wait for itself.
 void wait_for_claim(std::unique_lock<std::mutex> &lock) {
+    if (std::this_thread::get_id() == watcher.load()) {
+        return;
+    }
     state_changed.wait_for(lock, longest_claim, [] {
         const cec_log_addrs addresses = logical_addresses();
         return addresses.num_log_addrs == 0 || addresses.log_addr_mask != 0 ||
@@ -172,10 +178,11 @@ int transmit(std::uint8_t initiator, std::uint32_t destination, const std::uint8
 
 std::int32_t send_message(std::uint32_t destination, const std::uint8_t *payload,
                           std::uint32_t length) {
-    const std::lock_guard lock(device_mutex);
+    std::unique_lock lock(device_mutex);
     if (device < 0 || length >= CEC_MAX_MSG_SIZE) {
         return failure;
     }
+    wait_for_claim(lock);
     const std::uint8_t initiator = logical_address();
     int error = transmit(initiator, destination, payload, length);
     if (error == ENONET && initiator != CEC_LOG_ADDR_UNREGISTERED) {
@@ -273,6 +280,7 @@ bool take_messages() {
 }
 
 void watch_device() {
+    watcher = std::this_thread::get_id();
     current_listener.wait(nullptr);
     for (bool is_there = true; is_there;) {
         pollfd entry = {device, POLLIN | POLLPRI, 0};

@@ -224,6 +224,15 @@ TEST_F(cec_linux, logical_address_is_waited_for_while_it_is_being_claimed) {
     EXPECT_EQ(logical_address, 4U);
 }
 
+TEST_F(cec_linux, message_is_sent_when_the_address_has_been_claimed) {
+    start({.is_claiming_late = true});
+    std::thread kernel([] { fake_cec_device::finish_claim(); });
+    const std::uint8_t payload[] = {0x8F};
+    EXPECT_EQ(vc_cec_send_message(0, payload, 1, 0), 0);
+    kernel.join();
+    EXPECT_EQ(fake_cec_device::calls("TRANSMIT"), std::vector<std::string>{"TRANSMIT 40:8F"});
+}
+
 TEST_F(cec_linux, without_a_link_there_is_no_address_and_no_waiting) {
     start({.physical_address = CEC_PHYS_ADDR_INVALID});
     std::uint32_t logical_address = 0;

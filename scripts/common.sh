@@ -15,6 +15,9 @@ station_packages=(
 # What it takes to build for the board, and to run that here.
 armv6_packages=(cmake g++-arm-linux-gnueabi libgtest-dev ninja-build pkg-config qemu-user-static)
 
+# What it takes to run whole machines.
+machine_packages=(busybox-static cpio kmod python3-pytest qemu-system-arm)
+
 # install_packages PACKAGE...  Installs what is missing, and does nothing when nothing is.
 install_packages() {
     local package missing=()

@@ -128,11 +128,13 @@ def send(
         wait_until_closed(connection)
 
 
-def send_datagram(station: Station, message: bytes, source: str = GATEWAY) -> None:
+def send_datagram(
+    station: Station, message: bytes, source: str = GATEWAY, destination: str = UNIT_ADDRESS
+) -> None:
     """One message over the UDP channel; the unit takes it some time later."""
     with station.on_gateway(), socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as sender:
         sender.bind((source, 0))
-        sender.sendto(message, (UNIT_ADDRESS, COMMAND_PORT))
+        sender.sendto(message, (destination, COMMAND_PORT))
 
 
 def roll_call() -> bytes:
@@ -268,6 +270,18 @@ def web_server(station: Station, directory: Path) -> Iterator[list[str]]:
         threading.Thread(target=server.serve_forever, daemon=True).start()
         yield paths
         server.shutdown()
+
+
+def start_dhcp_server(station: Station, interface: str = "gw0") -> None:
+    """It gives away 10.87.33.77."""
+    server = station.start_on_gateway(
+        *"dnsmasq --no-daemon --conf-file=/dev/null --port=0 --bind-interfaces".split(),
+        *f"--interface={interface} --pid-file= --leasefile-ro --user=root".split(),
+        *"--dhcp-range=10.87.33.77,10.87.33.77,255.255.255.0,1h".split(),
+        *"--dhcp-option=3,10.87.33.1 --no-ping".split(),
+    )
+    wait_for(lambda: "DHCP, IP range" in server.errors or not server.is_running(), "dnsmasq")
+    assert server.is_running(), server.errors
 
 
 def make_clip(path: Path) -> bytes:

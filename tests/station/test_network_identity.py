@@ -26,17 +26,6 @@ def add_interface(station: Station, name: str, address: str) -> None:
     station.run("ip", "address", "add", f"{address}/24", "dev", name)
 
 
-def start_dhcp_server(station: Station) -> None:
-    server = station.start_on_gateway(
-        *"dnsmasq --no-daemon --conf-file=/dev/null --port=0 --bind-interfaces".split(),
-        *"--interface=gw0 --pid-file= --leasefile-ro --user=root".split(),
-        *"--dhcp-range=10.87.33.77,10.87.33.77,255.255.255.0,1h".split(),
-        *"--dhcp-option=3,10.87.33.1 --no-ping".split(),
-    )
-    wait_for(lambda: "DHCP, IP range" in server.errors or not server.is_running(), "dnsmasq")
-    assert server.is_running(), server.errors
-
-
 def unit_address(station: Station) -> str:
     match = re.search(r"inet ([\d.]+)", station.run("ip", "-4", "address", "show", "eth0"))
     return match.group(1) if match else ""
@@ -57,7 +46,7 @@ def test_without_an_address_the_page_says_so_and_the_dhcp_client_runs(
 
 def test_dhcp_client_gets_an_address_from_a_real_server(make_station: StationMaker) -> None:
     station = make_station(address=None)
-    start_dhcp_server(station)
+    gateway.start_dhcp_server(station)
     start(station)
     wait_for(lambda: unit_address(station) == "10.87.33.77", "the address")
     gateway.deliver(station, gateway.display_alert("FIRE"), destination="10.87.33.77")

@@ -3,7 +3,6 @@
 import pytest
 from conftest import StationMaker, start
 from test_commands import is_zombie
-from test_network_identity import start_dhcp_server
 
 from station import gateway
 from station.gateway import deliver
@@ -49,7 +48,7 @@ def test_late_address_is_shown_and_the_browser_uses_the_proxy(make_station: Stat
     service = start(station)
     assert station.document()["alert_area"] == "No Network Connection"
     with gateway.accepting_proxy(station):
-        start_dhcp_server(station)
+        gateway.start_dhcp_server(station)
         shown = lambda: bool(station.document()["alert_area"] == "10.87.33.77")  # noqa: E731
         wait_for(shown, "the address on the page")
     first, second = station.wait_for_calls("qt-webkit-kiosk", 2)

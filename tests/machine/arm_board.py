@@ -2,7 +2,6 @@
 script and the board's build of the service."""
 
 import contextlib
-import os
 import re
 import shutil
 import subprocess
@@ -26,6 +25,11 @@ LIBRARIES = ("ld-linux.so.3", "libc.so.6", "libm.so.6", "libstdc++.so.6", "libgc
 # Where the service looks for its tools.
 TOOLS = ("/sbin/udhcpc", "/sbin/reboot", "/sbin/ifconfig", "/bin/date", "/bin/mount")
 USER_TOOLS = ("/usr/bin/killall", "/usr/bin/wget", "/usr/bin/lsusb")
+
+DIRECTORIES = (
+    *("bin", "sbin", "usr/bin", "usr/sbin", "lib", "modules", "proc", "sys", "dev", "tmp"),
+    *("etc/init.d", "etc/udhcpc", "var/www"),
+)
 
 INITTAB = """\
 ::sysinit:/etc/init.d/rcS
@@ -175,10 +179,9 @@ class ArmBoard:
         archive = make_initramfs(root, address, follower, starts)
         modules = kernel_modules()
         self._console_path = directory / "console.log"
-        self._monitor = directory / "monitor"
         self._count = 0
         version = modules.name
-        command = [
+        self._command = [
             *("nsenter", f"--target={station.gateway_pid}", "--net", "--", "qemu-system-arm"),
             *("-M", "raspi0", "-nodefaults", "-display", "none", "-serial", "stdio", "-no-reboot"),
             *("-kernel", str(CACHE / "boot" / f"vmlinuz-{version}")),
@@ -189,24 +192,42 @@ class ArmBoard:
             " initcall_blacklist=bcm2835_power_driver_init",
             *("-netdev", "tap,id=n0,ifname=tap0,script=no,downscript=no"),
             *("-device", "usb-net,netdev=n0"),
-            *("-monitor", f"unix:{self._monitor},server,nowait"),
         ]
-        with open(self._console_path, "wb") as console:
-            self._process = subprocess.Popen(
-                command, stdin=subprocess.PIPE, stdout=console, stderr=subprocess.STDOUT
-            )
-        self.wait_for_console("BOARD-UP", 90)
-        self.run("stty -echo; PS1=")
+        try:
+            self._power_on()
+            self.wait_for_console("BOARD-UP", 90)
+            self.run("stty -echo; PS1=")
+        except BaseException:
+            self._power_off()
+            raise
 
-    def __enter__(self) -> "ArmBoard":
-        return self
+    def _power_on(self) -> None:
+        """Now and then the emulator does not come to the kernel's first word, and is started again."""
+        for is_last in (False, False, True):
+            with open(self._console_path, "wb") as console:
+                self._process = subprocess.Popen(
+                    self._command, stdin=subprocess.PIPE, stdout=console, stderr=subprocess.STDOUT
+                )
+            try:
+                wait_for(lambda: self.console, "the kernel's first word")
+                return
+            except TimeoutError:
+                self._power_off()
+                if is_last:
+                    raise
 
-    def __exit__(self, *_: object) -> None:
+    def _power_off(self) -> None:
         self._process.kill()
         self._process.wait(20)
         assert self._process.stdin is not None
         with contextlib.suppress(OSError):
             self._process.stdin.close()
+
+    def __enter__(self) -> "ArmBoard":
+        return self
+
+    def __exit__(self, *_: object) -> None:
+        self._power_off()
 
     @property
     def console(self) -> str:

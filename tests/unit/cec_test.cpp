@@ -3,6 +3,7 @@
 #include "captured_output.h"
 #include "recording_port.h"
 
+#include <atomic>
 #include <functional>
 #include <gtest/gtest.h>
 #include <optional>
@@ -324,8 +325,14 @@ TEST_F(cec, poll_asks_for_the_power_status) {
 TEST_F(cec, callback_on_another_thread_ends_the_waking_and_lines_never_mix) {
     have_started();
     have_tv(1);
-    on_sleep = [] { std::this_thread::yield(); };
-    std::thread television([] {
+    std::atomic<bool> is_waking = false;
+    on_sleep = [&is_waking] {
+        is_waking = true;
+        is_waking.notify_one();
+        std::this_thread::yield();
+    };
+    std::thread television([&is_waking] {
+        is_waking.wait(false);
         for (int i = 0; i < 200; ++i) {
             receive({0x0F, 0x80, 0x10, 0x00, 0x20, 0x00});
             receive({0x04, 0x90, 0x01});

@@ -30,6 +30,14 @@ class udp_channel : public service_test {
     }
 };
 
+TEST_F(udp_channel, message_is_as_long_as_its_datagram) {
+    turnout_timer = 120;
+    receive(std::string("\x03\x01\0\0\0\x04"
+                        "FIRE\x01\x02",
+                        12));
+    EXPECT_EQ(turnout_timer, 0x0102); // its trailer counts by the exact length
+}
+
 TEST_F(udp_channel, receives_one_datagram_with_room_for_4096_bytes) {
     receive(std::string(1, '\0'));
     EXPECT_EQ(state.calls.front(), "recvfrom 6 4096 0 16");

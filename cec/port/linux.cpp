@@ -40,6 +40,9 @@ constexpr std::uint32_t reason_received = 2;
 
 constexpr std::uint8_t opcode_feature_abort = 0x00;
 constexpr std::uint8_t opcode_active_source = 0x82;
+constexpr std::uint8_t opcode_give_device_power_status = 0x8F;
+constexpr std::uint8_t opcode_report_power_status = 0x90;
+constexpr std::uint8_t power_status_on = 0;
 constexpr std::uint8_t unrecognized_opcode = 0; // abort reason
 
 int device = -1;
@@ -218,16 +221,23 @@ void take_transmit_result(const cec_msg &message) {
     notify(reason_transmitted, is_sent ? std::uint8_t{0} : message.tx_status, message);
 }
 
-// A message to this unit that nobody takes is refused, as the standard asks of a follower; never
-// one to all, nor a refusal.
-void refuse(const cec_msg &message) {
+// A message to this unit that the logic does not take is answered as the standard asks of every
+// device: who sees this unit on the bus sees it on, and all else is refused. Never one to all, nor a
+// refusal.
+void answer(const cec_msg &message) {
     const std::uint32_t initiator = message.msg[0] >> 4;
+    const std::uint8_t opcode = message.msg[1];
     if (cec_msg_is_broadcast(&message) != 0 || initiator == CEC_LOG_ADDR_UNREGISTERED ||
-        message.msg[1] == opcode_feature_abort) {
+        opcode == opcode_feature_abort) {
         return;
     }
-    const std::uint8_t payload[] = {opcode_feature_abort, message.msg[1], unrecognized_opcode};
-    std::ignore = send_message(initiator, payload, sizeof payload);
+    if (opcode == opcode_give_device_power_status) {
+        const std::uint8_t payload[] = {opcode_report_power_status, power_status_on};
+        std::ignore = send_message(initiator, payload, sizeof payload);
+    } else {
+        const std::uint8_t payload[] = {opcode_feature_abort, opcode, unrecognized_opcode};
+        std::ignore = send_message(initiator, payload, sizeof payload);
+    }
 }
 
 void take_message(const cec_msg &message) {
@@ -238,7 +248,7 @@ void take_message(const cec_msg &message) {
     } else if (is_forwarded[message.msg[1]]) {
         notify(reason_received, 0, message);
     } else {
-        refuse(message);
+        answer(message);
     }
 }
 

@@ -353,6 +353,15 @@ TEST_F(cec_linux, message_to_the_unit_that_is_not_forwarded_is_refused_on_the_bu
     EXPECT_EQ(transmitted(), calls{"TRANSMIT 40:00:44:00"});
 }
 
+TEST_F(cec_linux, question_for_the_units_power_status_is_answered_with_on) {
+    start();
+    fake_cec_device::receive({0x04, 0x8F});
+    fake_cec_device::receive({0xF4, 0x8F}); // of nobody
+    fake_cec_device::receive({0x04, 0x90, 0x00});
+    wait_for_notifications(2); // the answer's outcome, and the forwarded message
+    EXPECT_EQ(transmitted(), calls{"TRANSMIT 40:90:00"});
+}
+
 TEST_F(cec_linux, polls_broadcasts_refusals_and_unregistered_senders_are_never_refused) {
     start();
     fake_cec_device::receive({0x04});

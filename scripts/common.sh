@@ -15,8 +15,17 @@ station_packages=(
 # What it takes to build for the board, and to run that here.
 armv6_packages=(cmake g++-arm-linux-gnueabi libgtest-dev ninja-build pkg-config qemu-user-static)
 
+# What it takes to make the Debian package, and what that needs where it is installed.
+package_packages=(
+    alsa-utils cmake dpkg-dev file g++ libcli11-dev libevent-dev lighttpd lintian net-tools ninja-build
+    pkg-config psmisc udhcpc usbutils wget
+)
+
 # What it takes to run whole machines.
-machine_packages=(busybox-static cpio kmod python3-pytest qemu-system-arm)
+machine_packages=(
+    "${package_packages[@]}" busybox-static cpio e2fsprogs kmod man-db python3-pytest
+    python3-pytest-xdist qemu-system-arm qemu-system-x86 systemd-sysv v4l-utils
+)
 
 # install_packages PACKAGE...  Installs what is missing, and does nothing when nothing is.
 install_packages() {
@@ -45,15 +54,16 @@ add_architecture() {
 
 # download_packages DIRECTORY PACKAGE...  Unpacks packages there, without installing them.
 download_packages() {
-    local directory=$1 archives
+    local directory=$1 archives result=0
     shift
     archives=$(mktemp -d)
     # The downloader gives up its privilege, and has to reach the directory.
     chmod 755 "$archives"
     (cd "$archives" && apt-get download -qq "$@" 2>/dev/null) ||
-        (apt-get update -qq && cd "$archives" && apt-get download -qq "$@")
+        (apt-get update -qq && cd "$archives" && apt-get download -qq "$@") || result=1
     find "$archives" -name '*.deb' -exec dpkg-deb -x {} "$directory" \;
     rm -r "$archives"
+    return "$result"
 }
 
 # build PRESET [TARGET...]

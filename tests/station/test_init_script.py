@@ -167,5 +167,6 @@ def test_service_that_was_stopped_is_not_started_again(board: Board) -> None:
 def test_wrong_word_is_answered_with_the_right_ones(board: Board) -> None:
     assert board.script("reload") == (
         2,
-        "usage: /run/station/bin/S90hdtv start|stop|restart|status|respawn\n",
+        "usage: /run/station/bin/S90hdtv"
+        " start|stop|restart|status|respawn|wait-for-port|disarm-watchdog\n",
     )

@@ -1,0 +1,41 @@
+# A package for boards and machines that run Debian: the service under systemd, the page, gatewayctl.
+set(BOARD ${PROJECT_SOURCE_DIR}/board)
+set(DOCUMENTS ${CMAKE_INSTALL_DATADIR}/doc/hdtv)
+
+install(FILES ${BOARD}/debian/hdtv.service ${BOARD}/debian/station-web.service
+  DESTINATION /lib/systemd/system)
+install(FILES ${BOARD}/debian/config.json DESTINATION ${CMAKE_INSTALL_DATADIR}/hdtv)
+# Its precautions around a start and a stop are the unit's too.
+install(PROGRAMS ${BOARD}/package/hdtv/S90hdtv DESTINATION lib/hdtv)
+install(FILES ${BOARD}/debian/copyright DESTINATION ${DOCUMENTS})
+
+install_compressed(${BOARD}/debian/changelog ${DOCUMENTS})
+
+set(CPACK_GENERATOR DEB)
+set(CPACK_PACKAGE_NAME hdtv)
+set(CPACK_PACKAGE_CONTACT "The maintainers <maintainers@station-display.example>")
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "turns a television into a station's alert display")
+set(CPACK_PACKAGE_DESCRIPTION "When a station is alerted, everybody in it sees at once what happened, where,
+and who goes. The service takes messages from the station's alerting gateway,
+wakes the television over HDMI-CEC and keeps the document that the station
+page shows; the page and its web server are included, and gatewayctl, a
+gateway for the command line.
+.
+As root the service resets the machine when it hears no gateway, sets its
+clock and kills processes by name. It is not started until it is enabled.")
+set(CPACK_PACKAGE_FILE_NAME hdtv)
+set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
+set(CPACK_SET_DESTDIR ON)
+set(CPACK_STRIP_FILES ON)
+set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE
+  GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
+set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+set(CPACK_DEBIAN_PACKAGE_SECTION misc)
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+set(CPACK_DEBIAN_PACKAGE_DEPENDS "alsa-utils, init-system-helpers (>= 1.54), lighttpd, net-tools, psmisc, udhcpc, usbutils, wget")
+set(CPACK_DEBIAN_PACKAGE_SUGGESTS "chromium, v4l-utils, wireshark")
+set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
+set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA
+  ${BOARD}/debian/postinst ${BOARD}/debian/prerm ${BOARD}/debian/postrm)
+set(CPACK_VERBATIM_VARIABLES ON)
+include(CPack)

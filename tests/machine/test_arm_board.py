@@ -5,7 +5,8 @@ from collections.abc import Iterator
 from pathlib import Path
 
 import pytest
-from arm_board import ADDRESS, HARDWARE_ADDRESS, ArmBoard, gateway_network
+from arm_board import ADDRESS, HARDWARE_ADDRESS, ArmBoard
+from machine import gateway_network
 
 from station import gateway
 from station.station import Station
@@ -87,11 +88,76 @@ def test_television_that_never_wakes_ends_in_a_reset(board: ArmBoard, network: S
     board.wait_for_reset()
 
 
-def test_late_dhcp_server_and_a_killed_service(network: Station, tmp_path: Path) -> None:
-    with ArmBoard(network, tmp_path, address=None) as board:
-        document = "cat /dev/shm/alerts.json"
-        wait_for(lambda: "No Network Connection" in board.run(document), "the document")
-        gateway.start_dhcp_server(network, "br0")
-        wait_for(lambda: '"alert_area":"10.87.33.77"' in board.run(document), "the address", 60)
-        board.run("touch /var/run/hdtv.stopped; kill -9 $(cat /var/run/hdtv.pid)")
-        board.wait_for_reset()
+@pytest.fixture(scope="module")
+def other_board(network: Station, tmp_path_factory: pytest.TempPathFactory) -> Iterator[ArmBoard]:
+    """Without an address, with a television that is awake. These tests share one boot too."""
+    with ArmBoard(network, tmp_path_factory.mktemp("other"), address=None) as board:
+        yield board
+
+
+DOCUMENT = "cat /dev/shm/alerts.json"
+LEASED = "10.87.33.77"
+
+
+def show(board: ArmBoard, network: Station, text: str) -> None:
+    """An alert and its end, over UDP, so that no connection holds the service's port afterwards."""
+    gateway.send_datagram(network, gateway.display_alert(text), destination=LEASED)
+    board.wait_for_output(DOCUMENT, f'"alert_area":"{text}"')
+    gateway.send_datagram(network, gateway.display_alert(""), destination=LEASED)
+    board.wait_for_output(DOCUMENT, '"alert_area":""')
+
+
+def answers(board: ArmBoard) -> int:
+    """How often the television has told its power status."""
+    return board.log().count("RX: 0 -> 4: 90")
+
+
+def test_late_dhcp_server(other_board: ArmBoard, network: Station) -> None:
+    other_board.wait_for_output(DOCUMENT, "No Network Connection")
+    gateway.start_dhcp_server(network, "br0")
+    other_board.wait_for_output(DOCUMENT, f'"alert_area":"{LEASED}"', 60)
+
+
+def test_init_starts_a_service_that_died_again(other_board: ArmBoard, network: Station) -> None:
+    first = other_board.run("cat /var/run/hdtv.pid").strip()
+    browsers = other_board.log().count("Starting qt-webkit-kiosk")
+    other_board.run(f"kill -9 {first}")
+    wait_for(
+        lambda: other_board.log().count("Starting qt-webkit-kiosk") > browsers, "its browser", 60
+    )
+    assert other_board.run("cat /var/run/hdtv.pid").strip() != first
+    show(other_board, network, "AFTER")
+
+
+def test_pulled_and_plugged_hdmi_cable(other_board: ArmBoard, network: Station) -> None:
+    """Without its description a television's input is an open end."""
+    wait_for(lambda: answers(other_board) > 0, "the television")
+    other_board.run("v4l2-ctl -d /dev/video0 --clear-edid=3")
+    other_board.wait_for_log("CEC: /dev/cec0: no link")
+    show(other_board, network, "PULLED")
+    before = answers(other_board)
+    other_board.run("v4l2-ctl -d /dev/video0 --set-edid=pad=3,type=hdmi")
+    wait_for(lambda: answers(other_board) > before, "the television", 30)
+    show(other_board, network, "PLUGGED")
+
+
+def test_silent_television(other_board: ArmBoard, network: Station) -> None:
+    assert "no answer" not in other_board.log()
+    other_board.run("cec-ctl -d /dev/cec-television --clear")
+    other_board.wait_for_log("CEC: /dev/cec0: no answer")
+    show(other_board, network, "SILENT")
+
+
+def test_pulled_and_plugged_network_cable(other_board: ArmBoard, network: Station) -> None:
+    cable = ("ip", "link", "set", "tap0")
+    assert network.start_on_gateway(*cable, "down").wait() == 0
+    gateway.send_datagram(network, gateway.display_alert("LOST"), destination=LEASED)
+    assert network.start_on_gateway(*cable, "up").wait() == 0
+    show(other_board, network, "PLUGGED")
+    assert "LOST" not in other_board.log()
+
+
+def test_killed_service_ends_in_a_reset(other_board: ArmBoard) -> None:
+    """Where nobody starts it again."""
+    other_board.run("touch /var/run/hdtv.stopped; kill -9 $(cat /var/run/hdtv.pid)")
+    other_board.wait_for_reset()

@@ -1,0 +1,167 @@
+"""A whole emulated machine with a shell on its serial console, on the gateway's network."""
+
+import contextlib
+import re
+import shutil
+import subprocess
+from collections.abc import Iterator, Sequence
+from pathlib import Path
+from typing import Self
+
+from station.station import Station, top_directory
+from station.waiting import wait_for
+
+TOP = top_directory()
+# What scripts/machine has fetched.
+CACHE = TOP / "build" / "machine"
+
+UP = "MACHINE-UP"
+
+
+def kernel_version(cache: Path) -> str:
+    (modules,) = (cache / "lib" / "modules").iterdir()
+    return modules.name
+
+
+def install_modules(root: Path, cache: Path, modules: Sequence[str]) -> None:
+    """Into the folder "modules", with a list of them in the order of their loading."""
+    files: list[str] = []
+    for module in modules:
+        command = ["modprobe", "-S", kernel_version(cache), "-d", str(cache), "--show-depends"]
+        lines = subprocess.run([*command, module], check=True, capture_output=True, text=True)
+        files += [line.split()[1] for line in lines.stdout.splitlines() if "insmod" in line]
+    unique = list(dict.fromkeys(files))
+    (root / "modules").mkdir()
+    for file in unique:
+        shutil.copy(file, root / "modules")
+    names = "".join(Path(file).name + "\n" for file in unique)
+    (root / "modules" / "list").write_text(names)
+
+
+def write_program(path: Path, text: str) -> None:
+    path.write_text(text)
+    path.chmod(0o755)
+
+
+def pack(root: Path) -> Path:
+    archive = root.with_suffix(".gz")
+    subprocess.run(
+        f"find . | cpio -o -H newc --quiet | gzip -1 > {archive}", shell=True, check=True, cwd=root
+    )
+    return archive
+
+
+class Machine:
+    """From its power-on to its power-off. Use it in a with statement. Its shell says UP when it is
+    ready; its emulator ends when the machine resets."""
+
+    def __init__(self, station: Station, directory: Path, command: Sequence[str]) -> None:
+        self._console_path = directory / "console.log"
+        enter = ("nsenter", f"--target={station.gateway_pid}", "--net", "--")
+        network = ("-netdev", "tap,id=n0,ifname=tap0,script=no,downscript=no")
+        serial = ("-nodefaults", "-display", "none", "-serial", "stdio", "-no-reboot")
+        self._command = [*enter, *command, *serial, *network]
+        self.power_on()
+
+    def power_on(self) -> None:
+        """For the first time, or after its end."""
+        self._count = 0
+        try:
+            self._start_emulator()
+            wait_for(
+                lambda: UP in self.console or self._process.poll() is not None,
+                f"the machine, whose console is in {self._console_path}",
+                90,
+            )
+            assert UP in self.console, self.console[-3000:]
+            self.run("stty -echo; PS1=")
+        except BaseException:
+            self._power_off()
+            raise
+
+    def _start_emulator(self) -> None:
+        """Now and then an emulator does not come to the kernel's first word, and is started again."""
+        for is_last in (False, False, True):
+            with open(self._console_path, "wb") as console:
+                self._process = subprocess.Popen(
+                    self._command, stdin=subprocess.PIPE, stdout=console, stderr=subprocess.STDOUT
+                )
+            try:
+                wait_for(lambda: self.console, "the kernel's first word")
+                return
+            except TimeoutError:
+                self._power_off()
+                if is_last:
+                    raise
+
+    def _power_off(self) -> None:
+        self._process.kill()
+        self._process.wait(20)
+        assert self._process.stdin is not None
+        with contextlib.suppress(OSError):
+            self._process.stdin.close()
+
+    def __enter__(self) -> Self:
+        return self
+
+    def __exit__(self, *_: object) -> None:
+        self._power_off()
+
+    @property
+    def console(self) -> str:
+        return self._console_path.read_bytes().decode(errors="replace").replace("\r", "")
+
+    def run(self, command: str, deadline: float = 30) -> str:
+        """What a command prints on the machine's shell."""
+        self._count += 1
+        mark = f"DONE-{self._count}-"
+        assert self._process.stdin is not None
+        line = f"{command}\necho; echo DONE-{self._count}-$?-\n"
+        self._process.stdin.write(line.encode())
+        self._process.stdin.flush()
+        pattern = re.compile(rf"^{mark}(\d+)-$", re.MULTILINE)
+        found = wait_for(
+            lambda: pattern.search(self.console),
+            f"the end of {command!r} on the console, which is in {self._console_path}",
+            deadline,
+        )
+        assert found is not None
+        start = self.console.rfind(f"DONE-{self._count - 1}-", 0, found.start())
+        begin = self.console.index("\n", start) + 1 if start >= 0 else 0
+        return self.console[begin : found.start() - 1]
+
+    def wait_for_output(self, command: str, text: str, deadline: float = 30) -> None:
+        """A command's output, until the text is in it."""
+        seen = [""]
+
+        def is_there() -> bool:
+            seen[0] = self.run(command)
+            return text in seen[0]
+
+        try:
+            wait_for(is_there, f"{text!r} from {command!r}", deadline)
+        except TimeoutError as error:
+            raise TimeoutError(f"{error}:\n{seen[0]}") from None
+
+    def wait_for_reset(self, deadline: float = 60) -> None:
+        assert self._process.wait(deadline) == 0
+
+
+@contextlib.contextmanager
+def gateway_network() -> Iterator[Station]:
+    """The gateway's side of a station whose unit is a machine."""
+    with Station(address=None) as station:
+        join_networks(station)
+        yield station
+
+
+def join_networks(station: Station) -> None:
+    """A bridge on the gateway's side, with its addresses and a tap for the machine."""
+    addresses = "".join(f"ip address add 10.87.33.{n}/24 dev br0\n" for n in (1, 20, 21))
+    script = (
+        "set -e\nip link add br0 type bridge\nip tuntap add tap0 mode tap\n"
+        "ip address flush dev gw0\nip link set gw0 master br0\nip link set tap0 master br0\n"
+        f"{addresses}ip link set br0 up\nip link set tap0 up\n"
+    )
+    command = ["nsenter", f"--target={station.gateway_pid}", "--net", "--", "sh", "-c", script]
+    subprocess.run(command, check=True, timeout=20)

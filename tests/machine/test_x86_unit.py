@@ -1,0 +1,240 @@
+"""The Debian package on a real kernel and systemd: installed, used with real tools, purged, and what
+the machine's watchdog makes of a service that hangs. The tests share one machine, in their order."""
+
+import re
+import struct
+import wave
+from collections.abc import Iterator
+from pathlib import Path
+
+import pytest
+from machine import gateway_network
+from x86_unit import ADDRESS, HARDWARE_ADDRESS, PACKAGE, X86Unit
+
+from station import gateway
+from station.station import Station
+from station.waiting import wait_for
+
+# Since its last start.
+JOURNAL = (
+    "journalctl --no-pager -o cat _SYSTEMD_INVOCATION_ID=$(systemctl show -P InvocationID hdtv)"
+)
+DOCUMENT = "wget -q -O - http://127.0.0.1/station_web/alerts.json"
+BROWSER = "ps -e -o args | grep '^-u http://127'"
+INSTALL = f"dpkg --force-unsafe-io -i {PACKAGE}"
+
+
+@pytest.fixture(scope="module")
+def network() -> Iterator[Station]:
+    with gateway_network() as station:
+        yield station
+
+
+@pytest.fixture(scope="module")
+def unit(network: Station, tmp_path_factory: pytest.TempPathFactory) -> Iterator[X86Unit]:
+    """Its sound card is on, and a television is awake."""
+    with X86Unit(network, tmp_path_factory.mktemp("unit")) as unit:
+        unit.run("amixer -q sset Master 100% unmute; aplay -q -f cd -d 1 /dev/zero")
+        unit.run("cec-ctl -d /dev/cec-television --tv")
+        unit.run("setsid cec-follower -d /dev/cec-television >/dev/null 2>&1 </dev/null &")
+        yield unit
+
+
+def state(unit: X86Unit, name: str) -> str:
+    return unit.run(f"systemctl is-active {name}").strip()
+
+
+def main_process(unit: X86Unit) -> int:
+    return int(unit.run("systemctl show -P MainPID hdtv"))
+
+
+def watchdog(unit: X86Unit) -> list[str]:
+    return unit.run("cd /sys/class/watchdog/watchdog0; cat identity state timeout").splitlines()[:3]
+
+
+def test_installed_package_starts_nothing_by_itself(unit: X86Unit) -> None:
+    unit.run(INSTALL, 60)
+    assert unit.run("systemctl is-enabled hdtv station-web").split() == ["disabled", "disabled"]
+    assert state(unit, "hdtv") == "inactive"
+    assert watchdog(unit)[1] == "inactive"
+
+
+def test_enabled_service_runs_with_its_page_in_the_other_web_servers_place(unit: X86Unit) -> None:
+    assert state(unit, "lighttpd") == "active"
+    unit.run("systemctl enable --now hdtv")
+    assert state(unit, "hdtv") == "active"
+    assert state(unit, "station-web") == "active"
+    assert state(unit, "lighttpd") == "inactive"
+    unit.wait_for_output(JOURNAL, "Starting qt-webkit-kiosk without proxy")
+    assert "logical_address: 0x4" in unit.run(JOURNAL)
+    assert f'"alert_area":"{ADDRESS}"' in unit.run(DOCUMENT)
+    assert "<html" in unit.run("wget -q -O - http://127.0.0.1/station_web/")
+    assert "gatewayctl" in unit.run("gatewayctl --help; man hdtv gatewayctl | cat")
+
+
+def test_pages_sign_of_life_reaches_the_service(unit: X86Unit) -> None:
+    assert "No such file" in unit.run("ls /dev/shm/web_watchdog 2>&1")
+    unit.run(
+        "wget -q -O - --header 'X-Station-Page: alive' --post-data ''"
+        " http://127.0.0.1/station_web/alive.cgi"
+    )
+    assert unit.run("stat -c %s /dev/shm/web_watchdog").strip() == "0"
+
+
+def test_service_that_died_is_started_again(unit: X86Unit) -> None:
+    first = main_process(unit)
+    unit.run(f"kill -9 {first}")
+    wait_for(lambda: main_process(unit) not in (0, first), "another process")
+    unit.wait_for_output(JOURNAL, "Starting qt-webkit-kiosk")
+
+
+def test_roll_call_is_answered_with_the_cards_hardware_address(
+    unit: X86Unit, network: Station
+) -> None:
+    with gateway.record_listener(network) as records:
+        gateway.send_datagram(network, gateway.roll_call(), destination=ADDRESS)
+        first = records.wait_for_records(1)[0]
+    assert first == b"\x02" + bytes.fromhex(HARDWARE_ADDRESS.replace(":", "")) + b"\x0c\x2f"
+
+
+def test_television_finds_no_fault_with_the_unit(unit: X86Unit) -> None:
+    groups = ("core", "power-status", "system-information", "vendor-specific-commands")
+    options = " ".join(f"--test-{group}" for group in (*groups, "device-osd-transfer"))
+    report = unit.run(f"cec-compliance -d /dev/cec-television -r 4 {options}", 60)
+    total = re.search(r"Total .*: (\d+), Succeeded: (\d+), Failed: (\d+), Warnings: (\d+)", report)
+    assert total is not None, report
+    assert int(total[1]) >= 15, report
+    assert (total[3], total[4]) == ("0", "0"), report
+
+
+def make_clip(path: Path) -> list[int]:
+    """As the card plays it, so that nothing has to convert it; the samples of its left channel."""
+    left = [round(12000 * ((n * 37 % 200) / 100 - 1)) for n in range(12000)] + [12000]
+    with wave.open(str(path), "wb") as clip:
+        clip.setnchannels(2)
+        clip.setsampwidth(2)
+        clip.setframerate(44100)
+        clip.writeframes(b"".join(struct.pack("<hh", value, -value) for value in left))
+    return left
+
+
+def play(unit: X86Unit, network: Station, directory: Path, volume: str) -> list[int]:
+    """What the card was given after the message, without the silence around it. A second of silence
+    more pushes it out of the emulator."""
+    begin = unit.recording.stat().st_size
+    message = f'{{"play_audio":"http://{gateway.GATEWAY}/clip.wav","volume":"{volume}"}}'
+    with gateway.web_server(network, directory) as paths:
+        gateway.send_datagram(network, message.encode(), destination=ADDRESS)
+        wait_for(lambda: paths, "the download")
+        # Without those that have ended: the service does not collect its children.
+        running = "ps -C wget,aplay,aplay-now -o stat= | grep -v Z"
+        wait_for(lambda: not unit.run(running).strip(), "the player's end")
+    unit.run("aplay -q -f cd -d 1 /dev/zero")
+    recorded = unit.recording.read_bytes()[max(begin, 44) & ~3 :]
+    left = [frame[0] for frame in struct.iter_unpack("<hh", recorded[: len(recorded) & ~3])]
+    heard = [n for n, value in enumerate(left) if value]
+    return left[heard[0] : heard[-1] + 1] if heard else []
+
+
+def test_clip_is_heard_as_it_is(unit: X86Unit, network: Station, tmp_path: Path) -> None:
+    clip = make_clip(tmp_path / "clip.wav")
+    heard = play(unit, network, tmp_path, "100")
+    assert len(heard) == len(clip)
+    assert max(abs(a - b) for a, b in zip(heard, clip, strict=True)) <= 1
+
+
+def test_lower_volume_is_heard(unit: X86Unit, network: Station, tmp_path: Path) -> None:
+    clip = make_clip(tmp_path / "clip.wav")
+    heard = play(unit, network, tmp_path, "50")
+    assert "[50%]" in unit.run("amixer sget PCM")
+    assert len(heard) == len(clip)
+    factor = max(heard) / max(clip)
+    assert 0.01 < factor < 0.2
+    assert max(abs(a - factor * b) for a, b in zip(heard, clip, strict=True)) <= 2
+
+
+def test_rotation_is_kept_where_the_root_file_system_is_writable(
+    unit: X86Unit, network: Station
+) -> None:
+    gateway.send_datagram(network, gateway.hdtv_settings(1), destination=ADDRESS)
+    unit.wait_for_output(BROWSER, "?rotation=90")
+    assert '"rotation":"90"' in unit.run("cat /var/www/config.json")
+
+
+def test_mount_of_debian_leaves_a_read_only_root_file_system_alone(
+    unit: X86Unit, network: Station
+) -> None:
+    """It wants to be told which one, and the setting holds until the next start."""
+    unit.run("mount -o remount,ro /")
+    gateway.send_datagram(network, gateway.hdtv_settings(2), destination=ADDRESS)
+    unit.wait_for_output(JOURNAL, "mount: bad usage")
+    unit.wait_for_output(BROWSER, "?rotation=180")
+    assert '"rotation":"90"' in unit.run("cat /var/www/config.json")
+    unit.run("mount -o remount,rw /")
+    gateway.send_datagram(network, gateway.hdtv_settings(0), destination=ADDRESS)
+    unit.wait_for_output("cat /var/www/config.json", '"rotation":"0"')
+
+
+def test_missing_interface_is_noticed(unit: X86Unit) -> None:
+    """By ifconfig. None of what lsusb lists is the board's controller."""
+    assert "0627:0001" in unit.run("lsusb")
+    unit.run("ip link set eth0 down; ip link set eth0 name lost0")
+    unit.wait_for_output(JOURNAL, "eth0 is missing", 60)
+    unit.run("ip link set lost0 name eth0; ip link set eth0 up")
+    unit.run(f"ip address replace {ADDRESS}/24 dev eth0")
+    assert "restarting networking" not in unit.run(JOURNAL)
+
+
+def test_watchdog_is_kicked(unit: X86Unit) -> None:
+    """It has been armed for longer than it waits without a kick."""
+    assert watchdog(unit) == ["i6300ESB timer", "active", "15"]
+    started = "$(systemctl show -P ExecMainStartTimestampMonotonic hdtv)"
+    wait_for(
+        lambda: float(unit.run(f"echo $(cut -d. -f1 /proc/uptime) - {started} / 1000000 | bc"))
+        > 20,
+        "20 seconds",
+        60,
+    )
+    assert state(unit, "hdtv") == "active"
+
+
+def test_date_is_set(unit: X86Unit, network: Station) -> None:
+    gateway.send_datagram(network, gateway.set_date("@1900000000"), destination=ADDRESS)
+    wait_for(lambda: int(unit.run("date +%s")) >= 1900000000, "the date")
+
+
+def test_stopped_service_leaves_the_watchdog_disarmed(unit: X86Unit) -> None:
+    unit.run("systemctl stop hdtv")
+    assert state(unit, "hdtv") == "inactive"
+    assert watchdog(unit)[1] == "inactive"
+    assert unit.run(BROWSER).strip() == ""
+
+
+def test_purged_package_leaves_nothing(unit: X86Unit) -> None:
+    files = "$(dpkg -L hdtv | grep hdtv) /etc/systemd/system/*/hdtv.service /var/www/config.json"
+    unit.run(f"ls -d {files} /var/www/station_web >/tmp/files")
+    assert len(unit.run("cat /tmp/files").split()) >= 15
+    assert "Purging" in unit.run("dpkg --force-unsafe-io -P hdtv 2>&1", 60)
+    assert state(unit, "station-web") == "inactive"
+    assert unit.run("ls -d $(cat /tmp/files) 2>/dev/null").strip() == ""
+
+
+def test_enabled_service_starts_with_the_machine(unit: X86Unit, network: Station) -> None:
+    """The restart is the gateway's wish."""
+    unit.run(f"{INSTALL}; systemctl enable --now hdtv", 60)
+    unit.wait_for_output(JOURNAL, "Starting qt-webkit-kiosk")
+    gateway.send_datagram(network, gateway.reboot(), destination=ADDRESS)
+    unit.wait_for_reset()
+    assert "Restarting system" in unit.console
+    unit.power_on()
+    assert state(unit, "station-web") == "active"
+    assert state(unit, "lighttpd") == "inactive"
+    unit.wait_for_output(JOURNAL, "Starting qt-webkit-kiosk")
+    gateway.deliver(network, gateway.display_alert("FIRE"), destination=ADDRESS)
+    assert '"alert_area":"FIRE"' in unit.run(DOCUMENT)
+
+
+def test_service_that_hangs_ends_in_a_reset_by_the_watchdog(unit: X86Unit) -> None:
+    unit.run(f"kill -STOP {main_process(unit)}")
+    unit.wait_for_reset()
+    assert "Restarting system" not in unit.console

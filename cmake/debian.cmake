@@ -5,6 +5,8 @@ set(DOCUMENTS ${CMAKE_INSTALL_DATADIR}/doc/hdtv)
 install(FILES ${BOARD}/debian/hdtv.service ${BOARD}/debian/station-web.service
   DESTINATION /lib/systemd/system)
 install(FILES ${BOARD}/debian/config.json DESTINATION ${CMAKE_INSTALL_DATADIR}/hdtv)
+install(FILES ${BOARD}/debian/examples/hdtv-screen.service DESTINATION ${DOCUMENTS}/examples)
+install(PROGRAMS ${BOARD}/debian/examples/qt-webkit-kiosk DESTINATION ${DOCUMENTS}/examples)
 # Its precautions around a start and a stop are the unit's too.
 install(PROGRAMS ${BOARD}/package/hdtv/S90hdtv DESTINATION lib/hdtv)
 install(FILES ${BOARD}/debian/copyright DESTINATION ${DOCUMENTS})

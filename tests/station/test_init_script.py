@@ -1,4 +1,4 @@
-"""The board's init script, with busybox and nothing else."""
+"""The board's init scripts, with busybox and nothing else."""
 
 from collections.abc import Iterator
 
@@ -9,7 +9,11 @@ from station import gateway
 from station.station import Process, Station, top_directory
 from station.waiting import wait_for
 
-SCRIPT = top_directory() / "board" / "package" / "hdtv" / "S90hdtv"
+PACKAGES = top_directory() / "board" / "package"
+SCRIPTS = {
+    "S90hdtv": PACKAGES / "hdtv" / "S90hdtv",
+    "S80station-web": PACKAGES / "station-web" / "S80station-web",
+}
 DEFAULTS = "DAEMON=/run/station/bin/hdtv\n"
 APPLETS = "/tmp/busybox"
 SYSLOG = "/tmp/messages"
@@ -32,12 +36,12 @@ class Board:
     def set_defaults(self, text: str) -> None:
         self.station.path("/etc/default/hdtv").write_text(text)
 
-    def call(self, action: str) -> Process:
+    def call(self, action: str, script: str = "S90hdtv") -> Process:
         shell = ("/bin/busybox", "env", f"PATH={APPLETS}", f"{APPLETS}/sh")
-        return self.station.start(*shell, "/run/station/bin/S90hdtv", action)
+        return self.station.start(*shell, f"/run/station/bin/{script}", action)
 
-    def script(self, action: str) -> tuple[int, str]:
-        process = self.call(action)
+    def script(self, action: str, script: str = "S90hdtv") -> tuple[int, str]:
+        process = self.call(action, script)
         status = process.wait(100)
         assert process.errors == ""
         return status, process.output
@@ -63,7 +67,7 @@ class Board:
 
 @pytest.fixture
 def board(make_station: StationMaker) -> Iterator[Board]:
-    board = Board(make_station(programs={"S90hdtv": SCRIPT}))
+    board = Board(make_station(programs=SCRIPTS))
     yield board
     board.watchdog.close()
 
@@ -170,3 +174,23 @@ def test_wrong_word_is_answered_with_the_right_ones(board: Board) -> None:
         "usage: /run/station/bin/S90hdtv"
         " start|stop|restart|status|respawn|wait-for-port|disarm-watchdog\n",
     )
+
+
+def test_web_server_starts_restarts_and_stops(board: Board) -> None:
+    page = ("/usr/bin/wget", "-q", "-O", "-", "http://127.0.0.1/station_web/")
+
+    def is_served() -> bool:
+        process = board.station.start(*page)
+        process.wait()
+        return "<html" in process.output
+
+    assert board.script("start", "S80station-web") == (0, "")
+    wait_for(is_served, "the page")
+    first = board.station.path("/run/station-web.pid").read_text()
+    assert board.script("restart", "S80station-web") == (0, "")
+    wait_for(is_served, "the page")
+    assert board.station.path("/run/station-web.pid").read_text() != first
+    assert board.script("stop", "S80station-web") == (0, "")
+    assert not is_served()
+    assert board.script("stop", "S80station-web") == (0, "")
+    assert board.script("reload", "S80station-web")[0] == 2

@@ -69,7 +69,10 @@ def test_enabled_service_runs_with_its_page_in_the_other_web_servers_place(unit:
     assert "logical_address: 0x4" in unit.run(JOURNAL)
     assert f'"alert_area":"{ADDRESS}"' in unit.run(DOCUMENT)
     assert "<html" in unit.run("wget -q -O - http://127.0.0.1/station_web/")
-    assert "gatewayctl" in unit.run("gatewayctl --help; man hdtv gatewayctl | cat")
+    manuals = unit.run("man hdtv gatewayctl | cat")
+    assert "turn a television into" in manuals
+    assert "a gateway for the command line" in manuals
+    assert "roll-call" in unit.run("gatewayctl --help")
 
 
 def test_pages_sign_of_life_reaches_the_service(unit: X86Unit) -> None:

@@ -213,6 +213,15 @@ def test_stopped_service_leaves_the_watchdog_disarmed(unit: X86Unit) -> None:
     assert unit.run(BROWSER).strip() == ""
 
 
+def test_late_dhcp_server(unit: X86Unit, network: Station) -> None:
+    """Debian's own script for the client sets the address."""
+    unit.run("ip address flush dev eth0; systemctl start hdtv")
+    unit.wait_for_output(DOCUMENT, "No Network Connection")
+    gateway.start_dhcp_server(network, "br0")
+    unit.wait_for_output(DOCUMENT, '"alert_area":"10.87.33.77"', 60)
+    unit.run(f"systemctl stop hdtv; ip address add {ADDRESS}/24 dev eth0")
+
+
 def test_purged_package_leaves_nothing(unit: X86Unit) -> None:
     files = "$(dpkg -L hdtv | grep hdtv) /etc/systemd/system/*/hdtv.service /var/www/config.json"
     unit.run(f"ls -d {files} /var/www/station_web >/tmp/files")

@@ -56,7 +56,7 @@ class Machine:
     ready; its emulator ends when the machine resets."""
 
     def __init__(self, station: Station, directory: Path, command: Sequence[str]) -> None:
-        self._console_path = directory / "console.log"
+        self.console_path = directory / "console.log"
         enter = ("nsenter", f"--target={station.gateway_pid}", "--net", "--")
         network = ("-netdev", "tap,id=n0,ifname=tap0,script=no,downscript=no")
         serial = ("-nodefaults", "-display", "none", "-serial", "stdio", "-no-reboot")
@@ -70,7 +70,7 @@ class Machine:
             self._start_emulator()
             wait_for(
                 lambda: UP in self.console or self._process.poll() is not None,
-                f"the machine, whose console is in {self._console_path}",
+                "the machine to be up",
                 90,
             )
             assert UP in self.console, self.console[-3000:]
@@ -82,7 +82,7 @@ class Machine:
     def _start_emulator(self) -> None:
         """Now and then an emulator does not come to the kernel's first word, and is started again."""
         for is_last in (False, False, True):
-            with open(self._console_path, "wb") as console:
+            with open(self.console_path, "wb") as console:
                 self._process = subprocess.Popen(
                     self._command, stdin=subprocess.PIPE, stdout=console, stderr=subprocess.STDOUT
                 )
@@ -109,7 +109,7 @@ class Machine:
 
     @property
     def console(self) -> str:
-        return self._console_path.read_bytes().decode(errors="replace").replace("\r", "")
+        return self.console_path.read_bytes().decode(errors="replace").replace("\r", "")
 
     def run(self, command: str, deadline: float = 30) -> str:
         """What a command prints on the machine's shell."""
@@ -122,7 +122,7 @@ class Machine:
         pattern = re.compile(rf"^{mark}(\d+)-$", re.MULTILINE)
         found = wait_for(
             lambda: pattern.search(self.console),
-            f"the end of {command!r} on the console, which is in {self._console_path}",
+            f"the end of {command!r}",
             deadline,
         )
         assert found is not None
@@ -144,7 +144,12 @@ class Machine:
             raise TimeoutError(f"{error}:\n{seen[0]}") from None
 
     def wait_for_reset(self, deadline: float = 60) -> None:
-        assert self._process.wait(deadline) == 0
+        wait_for(
+            lambda: self._process.poll() is not None,
+            "the machine's reset",
+            deadline,
+        )
+        assert self._process.returncode == 0
 
 
 @contextlib.contextmanager

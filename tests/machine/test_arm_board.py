@@ -12,6 +12,8 @@ from station import gateway
 from station.station import Station
 from station.waiting import wait_for
 
+pytest_plugins = ["console_report"]
+
 
 @pytest.fixture(scope="module")
 def network() -> Iterator[Station]:

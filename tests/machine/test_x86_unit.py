@@ -15,6 +15,8 @@ from station import gateway
 from station.station import Station
 from station.waiting import wait_for
 
+pytest_plugins = ["console_report"]
+
 # Since its last start.
 JOURNAL = (
     "journalctl --no-pager -o cat _SYSTEMD_INVOCATION_ID=$(systemctl show -P InvocationID hdtv)"

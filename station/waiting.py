@@ -7,7 +7,7 @@ from typing import TypeVar
 T = TypeVar("T")
 
 # Generous, because it only ever counts when something has gone wrong.
-DEADLINE = 20.0
+DEADLINE = 60.0
 
 
 def wait_for(condition: Callable[[], T], what: str, deadline: float = DEADLINE) -> T:

@@ -135,5 +135,5 @@ class ArmBoard(machine.Machine):
         """What the service has said."""
         return self.run("cat /var/log/messages")
 
-    def wait_for_log(self, text: str, deadline: float = 30) -> None:
-        self.wait_for_output("cat /var/log/messages", text, deadline)
+    def wait_for_log(self, text: str) -> None:
+        self.wait_for_output("cat /var/log/messages", text)

@@ -4,18 +4,33 @@ import contextlib
 import re
 import shutil
 import subprocess
-from collections.abc import Iterator, Sequence
+from collections.abc import Callable, Iterator, Sequence
 from pathlib import Path
-from typing import Self
+from typing import Self, TypeVar
 
+from station import waiting
 from station.station import Station, top_directory
-from station.waiting import wait_for
+
+T = TypeVar("T")
 
 TOP = top_directory()
 # What scripts/machine has fetched.
 CACHE = TOP / "build" / "machine"
 
 UP = "MACHINE-UP"
+
+# An emulated machine may be many times slower than this one, more so when this one is busy.
+DEADLINE = 120.0
+
+
+def wait_for(condition: Callable[[], T], what: str) -> T:
+    return waiting.wait_for(condition, what, DEADLINE)
+
+
+def claimed_address(log: str) -> int:
+    """The unit's logical address by what the service has said. On a busy bus that may not be its first
+    choice, 4."""
+    return int(re.findall("logical_address: 0x([48b])\n", log)[-1], 16)
 
 
 def kernel_version(cache: Path) -> str:
@@ -71,7 +86,6 @@ class Machine:
             wait_for(
                 lambda: UP in self.console or self._process.poll() is not None,
                 "the machine to be up",
-                90,
             )
             assert UP in self.console, self.console[-3000:]
             self.run("stty -echo; PS1=")
@@ -87,7 +101,7 @@ class Machine:
                     self._command, stdin=subprocess.PIPE, stdout=console, stderr=subprocess.STDOUT
                 )
             try:
-                wait_for(lambda: self.console, "the kernel's first word")
+                waiting.wait_for(lambda: self.console, "the kernel's first word", 30)
                 return
             except TimeoutError:
                 self._power_off()
@@ -111,7 +125,7 @@ class Machine:
     def console(self) -> str:
         return self.console_path.read_bytes().decode(errors="replace").replace("\r", "")
 
-    def run(self, command: str, deadline: float = 30) -> str:
+    def run(self, command: str) -> str:
         """What a command prints on the machine's shell."""
         self._count += 1
         mark = f"DONE-{self._count}-"
@@ -120,17 +134,13 @@ class Machine:
         self._process.stdin.write(line.encode())
         self._process.stdin.flush()
         pattern = re.compile(rf"^{mark}(\d+)-$", re.MULTILINE)
-        found = wait_for(
-            lambda: pattern.search(self.console),
-            f"the end of {command!r}",
-            deadline,
-        )
+        found = wait_for(lambda: pattern.search(self.console), f"the end of {command!r}")
         assert found is not None
         start = self.console.rfind(f"DONE-{self._count - 1}-", 0, found.start())
         begin = self.console.index("\n", start) + 1 if start >= 0 else 0
         return self.console[begin : found.start() - 1]
 
-    def wait_for_output(self, command: str, text: str, deadline: float = 30) -> None:
+    def wait_for_output(self, command: str, text: str) -> None:
         """A command's output, until the text is in it."""
         seen = [""]
 
@@ -139,16 +149,12 @@ class Machine:
             return text in seen[0]
 
         try:
-            wait_for(is_there, f"{text!r} from {command!r}", deadline)
+            wait_for(is_there, f"{text!r} from {command!r}")
         except TimeoutError as error:
             raise TimeoutError(f"{error}:\n{seen[0]}") from None
 
-    def wait_for_reset(self, deadline: float = 60) -> None:
-        wait_for(
-            lambda: self._process.poll() is not None,
-            "the machine's reset",
-            deadline,
-        )
+    def wait_for_reset(self) -> None:
+        wait_for(lambda: self._process.poll() is not None, "the machine's reset")
         assert self._process.returncode == 0
 
 

@@ -1,18 +1,19 @@
 """The board's build of the service on a real kernel for the board: its watchdog, its CEC bus with real
 timing, its network."""
 
+import re
 from collections.abc import Iterator
-from pathlib import Path
 
 import pytest
 from arm_board import ADDRESS, HARDWARE_ADDRESS, ArmBoard
-from machine import gateway_network
+from machine import claimed_address, gateway_network, wait_for
 
 from station import gateway
 from station.station import Station
-from station.waiting import wait_for
 
 pytest_plugins = ["console_report"]
+
+DOCUMENT = "cat /dev/shm/alerts.json"
 
 
 @pytest.fixture(scope="module")
@@ -35,10 +36,10 @@ def power(board: ArmBoard) -> str:
 
 def test_init_script_has_started_the_service(board: ArmBoard) -> None:
     assert board.run("/etc/init.d/S90hdtv status").startswith("hdtv: running, process ")
-    board.wait_for_log("logical_address: 0x4")
     board.wait_for_log("physical_address: 0x1000")
+    assert claimed_address(board.log())
     board.wait_for_log("Starting qt-webkit-kiosk without proxy")
-    assert f'"alert_area":"{ADDRESS}"' in board.run("cat /dev/shm/alerts.json")
+    assert f'"alert_area":"{ADDRESS}"' in board.run(DOCUMENT)
 
 
 def test_roll_call_is_answered_with_the_interfaces_hardware_address(
@@ -51,9 +52,10 @@ def test_roll_call_is_answered_with_the_interfaces_hardware_address(
 
 
 def test_television_knows_the_units_name_and_vendor(board: ArmBoard) -> None:
-    told = board.run("cec-ctl -d /dev/cec-television -t4 --give-osd-name --give-device-vendor-id")
-    assert "ZELT" in told
-    assert "18c086" in told.lower()
+    """It asks again where the bus was too busy for an answer in time."""
+    ask = f"cec-ctl -d /dev/cec-television -t{claimed_address(board.log())}"
+    board.wait_for_output(f"{ask} --give-osd-name", "name: ZELT")
+    board.wait_for_output(f"{ask} --give-device-vendor-id", "0x18c086")
 
 
 def test_alert_wakes_the_television_takes_it_and_hands_it_back(
@@ -62,29 +64,28 @@ def test_alert_wakes_the_television_takes_it_and_hands_it_back(
     board.wait_for_log("TV is in standby mode.")
     gateway.send(network, gateway.display_alert("FIRE"), destination=ADDRESS)
     board.wait_for_log("TV on standby, sending ImageViewOn")
-    board.wait_for_log("TV is NOT in standby mode.", 60)
-    wait_for(
-        lambda: '"alert_area":"FIRE"' in board.run("cat /dev/shm/alerts.json"), "the alert", 60
-    )
+    board.wait_for_log("TV is NOT in standby mode.")
+    board.wait_for_output(DOCUMENT, '"alert_area":"FIRE"')
+    wait_for(lambda: "ACTIVE_SOURCE" in power(board), "the claim of the television's input")
     assert "IMAGE_VIEW_ON" in power(board)
-    assert "ACTIVE_SOURCE" in power(board)
     gateway.send(network, gateway.display_alert(""), destination=ADDRESS)
     wait_for(lambda: "STANDBY (0x36)" in power(board), "the television's standby")
 
 
 def test_watchdog_is_kicked(board: ArmBoard) -> None:
     """Longer than the watchdog waits without a kick."""
-    wait_for(lambda: float(board.run("cat /proc/uptime").split()[0]) > 30, "30 seconds", 60)
+    wait_for(lambda: float(board.run("cat /proc/uptime").split()[0]) > 30, "30 seconds")
     assert board.run("/etc/init.d/S90hdtv status").startswith("hdtv: running")
 
 
 def test_television_that_never_wakes_ends_in_a_reset(board: ArmBoard, network: Station) -> None:
     board.run(
         "killall cec-follower; sleep 1;"
-        " cec-follower -d /dev/cec-television --standby --ignore 4,4 >/dev/null 2>&1 &"
+        " cec-follower -d /dev/cec-television --standby"
+        f" --ignore {claimed_address(board.log())},4 >/dev/null 2>&1 &"
     )
     lines = board.log().count("TV is in standby mode.")
-    wait_for(lambda: board.log().count("TV is in standby mode.") > lines, "standby", 30)
+    wait_for(lambda: board.log().count("TV is in standby mode.") > lines, "standby")
     gateway.send(network, gateway.display_alert("FIRE"), destination=ADDRESS)
     board.wait_for_log("TV on standby, sending ImageViewOn")
     board.wait_for_reset()
@@ -97,7 +98,6 @@ def other_board(network: Station, tmp_path_factory: pytest.TempPathFactory) -> I
         yield board
 
 
-DOCUMENT = "cat /dev/shm/alerts.json"
 LEASED = "10.87.33.77"
 
 
@@ -110,23 +110,21 @@ def show(board: ArmBoard, network: Station, text: str) -> None:
 
 
 def answers(board: ArmBoard) -> int:
-    """How often the television has told its power status."""
-    return board.log().count("RX: 0 -> 4: 90")
+    """How often the television has told the unit its power status."""
+    return len(re.findall("RX: 0 -> [48B]: 90", board.log()))
 
 
 def test_late_dhcp_server(other_board: ArmBoard, network: Station) -> None:
     other_board.wait_for_output(DOCUMENT, "No Network Connection")
     gateway.start_dhcp_server(network, "br0")
-    other_board.wait_for_output(DOCUMENT, f'"alert_area":"{LEASED}"', 60)
+    other_board.wait_for_output(DOCUMENT, f'"alert_area":"{LEASED}"')
 
 
 def test_init_starts_a_service_that_died_again(other_board: ArmBoard, network: Station) -> None:
     first = other_board.run("cat /var/run/hdtv.pid").strip()
     browsers = other_board.log().count("Starting qt-webkit-kiosk")
     other_board.run(f"kill -9 {first}")
-    wait_for(
-        lambda: other_board.log().count("Starting qt-webkit-kiosk") > browsers, "its browser", 60
-    )
+    wait_for(lambda: other_board.log().count("Starting qt-webkit-kiosk") > browsers, "its browser")
     assert other_board.run("cat /var/run/hdtv.pid").strip() != first
     show(other_board, network, "AFTER")
 
@@ -139,14 +137,14 @@ def test_pulled_and_plugged_hdmi_cable(other_board: ArmBoard, network: Station) 
     show(other_board, network, "PULLED")
     before = answers(other_board)
     other_board.run("v4l2-ctl -d /dev/video0 --set-edid=pad=3,type=hdmi")
-    wait_for(lambda: answers(other_board) > before, "the television", 30)
+    wait_for(lambda: answers(other_board) > before, "the television")
     show(other_board, network, "PLUGGED")
 
 
 def test_silent_television(other_board: ArmBoard, network: Station) -> None:
-    assert "no answer" not in other_board.log()
     other_board.run("cec-ctl -d /dev/cec-television --clear")
-    other_board.wait_for_log("CEC: /dev/cec0: no answer")
+    complaints = other_board.log().count("no answer")
+    wait_for(lambda: other_board.log().count("no answer") > complaints, "the complaint")
     show(other_board, network, "SILENT")
 
 

@@ -9,7 +9,6 @@ import pytest
 from conftest import StationMaker, open_descriptors, start
 
 from station import gateway
-from station.gateway import deliver
 from station.station import ALERT_LOG, DOCUMENT, Process, Station
 
 STATION_PAGE = "http://127.0.0.1/station_web/"

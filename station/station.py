@@ -83,8 +83,9 @@ def is_for_arm(program: Path) -> bool:
 
 
 def enter_command(pid: int, *command: str) -> list[str]:
-    """The command line that runs a command in the namespaces and the root of the process."""
-    kinds = [f"--{kind}" for kind in ("mount", "uts", "ipc", "net", "pid", "root")]
+    """The command line that runs a command in the namespaces, the root and the directory of the
+    process."""
+    kinds = [f"--{kind}" for kind in ("mount", "uts", "ipc", "net", "pid", "root", "wd")]
     return ["nsenter", f"--target={pid}", *kinds, "--", *command]
 
 

@@ -27,12 +27,6 @@ def wait_for(condition: Callable[[], T], what: str) -> T:
     return waiting.wait_for(condition, what, DEADLINE)
 
 
-def claimed_address(log: str) -> int:
-    """The unit's logical address by what the service has said. On a busy bus that may not be its first
-    choice, 4."""
-    return int(re.findall("logical_address: 0x([48b])\n", log)[-1], 16)
-
-
 def kernel_version(cache: Path) -> str:
     (modules,) = (cache / "lib" / "modules").iterdir()
     return modules.name
@@ -152,6 +146,13 @@ class Machine:
             wait_for(is_there, f"{text!r} from {command!r}")
         except TimeoutError as error:
             raise TimeoutError(f"{error}:\n{seen[0]}") from None
+
+    def logical_address(self) -> int:
+        """The unit's on its CEC bus. Where that was busy it may not be the first choice, 4."""
+        pattern = re.compile(r"Logical Address +: (4|8|11) ")
+        found = wait_for(lambda: pattern.search(self.run("cec-ctl -d /dev/cec0")), "a claim")
+        assert found is not None
+        return int(found[1])
 
     def wait_for_reset(self) -> None:
         wait_for(lambda: self._process.poll() is not None, "the machine's reset")

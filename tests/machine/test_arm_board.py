@@ -6,7 +6,7 @@ from collections.abc import Iterator
 
 import pytest
 from arm_board import ADDRESS, HARDWARE_ADDRESS, ArmBoard
-from machine import claimed_address, gateway_network, wait_for
+from machine import gateway_network, wait_for
 
 from station import gateway
 from station.station import Station
@@ -36,9 +36,10 @@ def power(board: ArmBoard) -> str:
 
 def test_init_script_has_started_the_service(board: ArmBoard) -> None:
     assert board.run("/etc/init.d/S90hdtv status").startswith("hdtv: running, process ")
+    board.wait_for_log("logical_address: 0x")
     board.wait_for_log("physical_address: 0x1000")
-    assert claimed_address(board.log())
     board.wait_for_log("Starting qt-webkit-kiosk without proxy")
+    assert board.logical_address()
     assert f'"alert_area":"{ADDRESS}"' in board.run(DOCUMENT)
 
 
@@ -53,7 +54,7 @@ def test_roll_call_is_answered_with_the_interfaces_hardware_address(
 
 def test_television_knows_the_units_name_and_vendor(board: ArmBoard) -> None:
     """It asks again where the bus was too busy for an answer in time."""
-    ask = f"cec-ctl -d /dev/cec-television -t{claimed_address(board.log())}"
+    ask = f"cec-ctl -d /dev/cec-television -t{board.logical_address()}"
     board.wait_for_output(f"{ask} --give-osd-name", "name: ZELT")
     board.wait_for_output(f"{ask} --give-device-vendor-id", "0x18c086")
 
@@ -80,9 +81,9 @@ def test_watchdog_is_kicked(board: ArmBoard) -> None:
 
 def test_television_that_never_wakes_ends_in_a_reset(board: ArmBoard, network: Station) -> None:
     board.run(
-        "killall cec-follower; sleep 1;"
+        "killall cec-follower; while pidof cec-follower; do sleep 0.1; done;"
         " cec-follower -d /dev/cec-television --standby"
-        f" --ignore {claimed_address(board.log())},4 >/dev/null 2>&1 &"
+        f" --ignore {board.logical_address()},4 >/dev/null 2>&1 &"
     )
     lines = board.log().count("TV is in standby mode.")
     wait_for(lambda: board.log().count("TV is in standby mode.") > lines, "standby")

@@ -8,7 +8,7 @@ from collections.abc import Iterator
 from pathlib import Path
 
 import pytest
-from machine import claimed_address, gateway_network, wait_for
+from machine import gateway_network, wait_for
 from x86_unit import ADDRESS, HARDWARE_ADDRESS, PACKAGE, X86Unit
 
 from station import gateway
@@ -67,7 +67,7 @@ def test_enabled_service_runs_with_its_page_in_the_other_web_servers_place(unit:
     assert state(unit, "station-web") == "active"
     assert state(unit, "lighttpd") == "inactive"
     unit.wait_for_output(JOURNAL, "Starting qt-webkit-kiosk without proxy")
-    assert claimed_address(unit.run(JOURNAL))
+    assert unit.logical_address()
     assert f'"alert_area":"{ADDRESS}"' in unit.run(DOCUMENT)
     assert "<html" in unit.run("wget -q -O - http://127.0.0.1/station_web/")
     manuals = unit.run("man hdtv gatewayctl | cat")
@@ -105,8 +105,8 @@ def find_faults(unit: X86Unit) -> str:
     """What a television finds wrong, in the words of its report."""
     groups = ("core", "power-status", "system-information", "vendor-specific-commands")
     options = " ".join(f"--test-{group}" for group in (*groups, "device-osd-transfer"))
-    address = claimed_address(unit.run(JOURNAL))
-    report = unit.run(f"cec-compliance -d /dev/cec-television -r {address} {options}")
+    command = f"cec-compliance -d /dev/cec-television -r {unit.logical_address()} {options}"
+    report = unit.run(command)
     total = re.search(r"Total .*: (\d+), Succeeded: (\d+), Failed: (\d+), Warnings: (\d+)", report)
     assert total is not None, report
     assert int(total[1]) >= 15, report

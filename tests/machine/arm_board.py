@@ -35,7 +35,8 @@ ttyAMA0::respawn:/bin/sh
 """
 
 # The emulated board's own watchdog resets at once when it is opened, so the kernel's takes its place.
-# Of the two CEC adapters the first is the television's.
+# Of the two CEC adapters the first is the television's, who looks at first what else is on the bus: a
+# unit that claims its address meanwhile may lose it to that traffic.
 RCS = """\
 #!/bin/sh
 mount -t proc proc /proc
@@ -56,6 +57,7 @@ ip link set eth0 up
 {address_command}
 cec-ctl -d /dev/cec-television --tv >/var/log/television 2>&1
 cec-follower -d /dev/cec-television -v {follower} >>/var/log/television 2>&1 &
+until grep -q 'Initial Event' /var/log/television; do sleep 0.1; done
 {service_command}
 echo {up} >/dev/ttyAMA0
 """

@@ -35,7 +35,7 @@ ttyAMA0::respawn:/bin/sh
 """
 
 # The emulated board's own watchdog resets at once when it is opened, so the kernel's takes its place.
-# Of the two CEC adapters the first is the television's, who looks at first what else is on the bus: a
+# Of the two CEC adapters the first is the television's, which first looks what else is on the bus: a
 # unit that claims its address meanwhile may lose it to that traffic.
 RCS = """\
 #!/bin/sh

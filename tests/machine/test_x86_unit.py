@@ -67,7 +67,7 @@ def test_enabled_service_runs_with_its_page_in_the_other_web_servers_place(unit:
     assert state(unit, "station-web") == "active"
     assert state(unit, "lighttpd") == "inactive"
     unit.wait_for_output(JOURNAL, "Starting qt-webkit-kiosk without proxy")
-    assert unit.logical_address()
+    assert "logical_address: 0x4" in unit.run(JOURNAL)
     assert f'"alert_area":"{ADDRESS}"' in unit.run(DOCUMENT)
     assert "<html" in unit.run("wget -q -O - http://127.0.0.1/station_web/")
     manuals = unit.run("man hdtv gatewayctl | cat")
@@ -101,8 +101,7 @@ def test_roll_call_is_answered_with_the_cards_hardware_address(
     assert first == b"\x02" + bytes.fromhex(HARDWARE_ADDRESS.replace(":", "")) + b"\x0c\x2f"
 
 
-def find_faults(unit: X86Unit) -> str:
-    """What a television finds wrong, in the words of its report."""
+def test_television_finds_no_fault_with_the_unit(unit: X86Unit) -> None:
     groups = ("core", "power-status", "system-information", "vendor-specific-commands")
     options = " ".join(f"--test-{group}" for group in (*groups, "device-osd-transfer"))
     command = f"cec-compliance -d /dev/cec-television -r {unit.logical_address()} {options}"
@@ -110,16 +109,7 @@ def find_faults(unit: X86Unit) -> str:
     total = re.search(r"Total .*: (\d+), Succeeded: (\d+), Failed: (\d+), Warnings: (\d+)", report)
     assert total is not None, report
     assert int(total[1]) >= 15, report
-    return "" if (total[3], total[4]) == ("0", "0") else report
-
-
-def test_television_finds_no_fault_with_the_unit(unit: X86Unit) -> None:
-    """An emulated unit can be too late with an answer. What the service does wrong is wrong each
-    time."""
-    reports = [find_faults(unit)]
-    while reports[-1] and len(reports) < 3:
-        reports.append(find_faults(unit))
-    assert not reports[-1], reports[-1]
+    assert (total[3], total[4]) == ("0", "0"), report
 
 
 def make_clip(path: Path) -> list[int]:
@@ -156,7 +146,7 @@ def hear(unit: X86Unit, network: Station, directory: Path, volume: str, length: 
     heard: list[int] = []
     for _ in range(5):
         heard = play(unit, network, directory, volume)
-        if len(heard) == length:
+        if len(heard) >= length:
             break
     return heard
 

@@ -119,6 +119,15 @@ bool make_room(bstring b, std::int64_t length) {
     return length < INT_MAX && bgrow(b, static_cast<int>(length) + 1) == BSTR_OK;
 }
 
+// So that a second release through a stale handle is likely to be refused. Volatile, because stores to
+// memory that is released next are otherwise left out as useless.
+void mark_dead(bstring b) {
+    volatile tagbstring *dead = b;
+    dead->slen = -1;
+    dead->mlen = -1;
+    dead->data = nullptr;
+}
+
 bool shares_storage(const_bstring target, const_bstring other) {
     const std::less<> before;
     return !before(other->data, target->data) && before(other->data, target->data + target->mlen);
@@ -277,10 +286,7 @@ int bdestroy(bstring b) {
         return BSTR_ERR;
     }
     std::free(b->data);
-    // Marked dead, so that a second release through a stale handle is likely to be refused.
-    b->slen = -1;
-    b->mlen = -1;
-    b->data = nullptr;
+    mark_dead(b);
     std::free(b);
     return BSTR_OK;
 }

@@ -16,6 +16,8 @@ int failing_mallocs;
 int allowed_mallocs;
 int failing_reallocs;
 std::vector<std::size_t> realloc_sizes;
+const tagbstring *watched; // what it holds at the moment of its release is kept in:
+tagbstring at_release;
 } // namespace
 
 extern "C" {
@@ -37,6 +39,14 @@ void *__wrap_realloc(void *block, std::size_t size) {
         return nullptr;
     }
     return __real_realloc(block, size);
+}
+
+void __real_free(void *block);
+void __wrap_free(void *block) {
+    if (block != nullptr && block == watched) {
+        std::memcpy(&at_release, block, sizeof at_release);
+    }
+    __real_free(block);
 }
 }
 
@@ -292,6 +302,18 @@ TEST_F(bstrlib, release_refuses_what_is_not_a_live_record) {
     EXPECT_EQ(records.constant.slen, 3);
     EXPECT_EQ(records.constant.data, records.bytes);
     EXPECT_EQ(bdestroy(bfromcstr("abc")), BSTR_OK);
+}
+
+// In the build that ships, too: a compiler takes stores to memory that is released next for useless.
+TEST_F(bstrlib, destroyed_record_is_marked_dead_before_its_release) {
+    bstring b = bfromcstr("abc");
+    at_release = *b;
+    watched = b;
+    EXPECT_EQ(bdestroy(b), BSTR_OK);
+    watched = nullptr;
+    EXPECT_EQ(at_release.slen, -1);
+    EXPECT_LT(at_release.mlen, 0);
+    EXPECT_EQ(at_release.data, nullptr);
 }
 
 TEST_F(bstrlib, append_of_a_byte) {

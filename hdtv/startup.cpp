@@ -5,6 +5,7 @@
 #include "cec/cec.h"
 #include "hdtv/alert_document.h"
 #include "hdtv/clock.h"
+#include "hdtv/complaint.h"
 #include "hdtv/config_store.h"
 #include "hdtv/connect.h"
 #include "hdtv/descriptor.h"
@@ -14,6 +15,7 @@
 #include "hdtv/health.h"
 #include "hdtv/kiosk.h"
 #include "hdtv/network_identity.h"
+#include "hdtv/process_setup.h"
 #include "hdtv/protocol.h"
 #include "hdtv/proxy.h"
 #include "hdtv/rollcall.h"
@@ -21,7 +23,6 @@
 
 #include <algorithm>
 #include <arpa/inet.h>
-#include <csignal>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
@@ -49,13 +50,6 @@ int handle_option(const char *option) {
     return 1;
 }
 
-// Lines appear at once, whether standard output is a console, a pipe or a log; and a reader of it,
-// or a peer, that goes away does not end the service.
-void prepare_process() {
-    std::ignore = std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
-    std::ignore = std::signal(SIGPIPE, SIG_IGN);
-}
-
 bool set_console_to_text_mode() {
     const int fd = open("/dev/tty0", O_RDONLY);
     if (fd < 0) {
@@ -75,16 +69,25 @@ sockaddr_in any_address(std::uint16_t port) {
     return sa;
 }
 
+// A channel that cannot be opened stays dead; the service serves the other one.
 int open_bound_socket(int type, const sockaddr_in &sa) {
+    const bool is_tcp = type == SOCK_STREAM;
     const int fd = socket(AF_INET, type, 0);
+    if (fd < 0) {
+        complain(is_tcp ? "cannot create the TCP socket" : "cannot create the UDP socket");
+    }
     set_close_on_exec(fd);
-    std::ignore = bind(fd, reinterpret_cast<const sockaddr *>(&sa), sizeof sa);
+    if (bind(fd, reinterpret_cast<const sockaddr *>(&sa), sizeof sa) < 0 && fd >= 0) {
+        complain(is_tcp ? "cannot bind TCP port 4000" : "cannot bind UDP port 4000");
+    }
     return fd;
 }
 
 int open_command_socket(const sockaddr_in &sa) {
     const int fd = open_bound_socket(SOCK_STREAM, sa);
-    std::ignore = listen(fd, 0);
+    if (listen(fd, 0) < 0 && fd >= 0) {
+        complain("cannot listen on TCP port 4000");
+    }
     return fd;
 }
 
@@ -130,15 +133,17 @@ void send_gratuitous_rollcall_reply(sockaddr_in sa) {
     close(fd);
 }
 
-void register_reader(event &reader, int fd, event_callback_fn callback) {
+void register_reader(event &reader, int fd, event_callback_fn callback, const char *failure) {
     event_set(&reader, fd, EV_READ | EV_PERSIST, callback, nullptr);
-    event_add(&reader, nullptr);
+    if (event_add(&reader, nullptr) < 0) {
+        complain(failure);
+    }
 }
 
 void register_events(int command_socket, int rollcall_socket) {
     start_power_timer();
-    register_reader(connect_event, command_socket, connect_fn);
-    register_reader(rollcall_event, rollcall_socket, rollcall_fn);
+    register_reader(connect_event, command_socket, connect_fn, "cannot watch the TCP channel");
+    register_reader(rollcall_event, rollcall_socket, rollcall_fn, "cannot watch the UDP channel");
     start_clock_timer();
     start_fb_time_timer();
 }
@@ -180,6 +185,8 @@ int run_service(int argc, char **argv) {
     register_events(command_socket, rollcall_socket);
     read_rotation();
     set_url_w_rotation(url);
-    event_dispatch();
+    if (event_dispatch() < 0) {
+        complain("the event loop has ended");
+    }
     return 0;
 }

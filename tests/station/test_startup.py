@@ -10,6 +10,7 @@ from conftest import StationMaker, open_descriptors, start
 
 from station import gateway
 from station.station import ALERT_LOG, DOCUMENT, Process, Station
+from station.waiting import wait_for
 
 STATION_PAGE = "http://127.0.0.1/station_web/"
 
@@ -64,6 +65,29 @@ def test_both_channels_are_bound_on_all_addresses(station: Station, service: Pro
 
     assert "00000000:0FA0" in sockets("tcp")
     assert "00000000:0FA0" in sockets("udp")
+
+
+@pytest.mark.parametrize(
+    ("kind", "fault"),
+    [
+        (socket.SOCK_STREAM, "hdtv: cannot bind TCP port 4000: Address already in use\n"),
+        (socket.SOCK_DGRAM, "hdtv: cannot bind UDP port 4000: Address already in use\n"),
+    ],
+)
+def test_channel_that_is_taken_is_said_and_the_other_is_served(
+    station: Station, kind: int, fault: str
+) -> None:
+    with station.in_unit():
+        holder = socket.socket(socket.AF_INET, kind)
+        holder.bind(("0.0.0.0", gateway.COMMAND_PORT))
+    with holder:
+        service = start(station)
+        assert service.errors == fault
+        if kind == socket.SOCK_STREAM:
+            gateway.send_datagram(station, gateway.display_alert("FIRE"))
+        else:
+            gateway.send(station, gateway.display_alert("FIRE"))
+        wait_for(lambda: "FIRE" in station.document_text(), "the alert over the other channel")
 
 
 @pytest.mark.parametrize("config", [None, "", "{}", "no json"])

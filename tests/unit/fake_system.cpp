@@ -524,14 +524,14 @@ int __wrap_event_add(event *e, const timeval *timeout) {
     if (!state.events.empty()) {
         state.events.back().has_timeout = timeout != nullptr;
     }
-    return 0;
+    return fails("event_add") ? failure(ENOMEM) : 0;
 }
 
 int __real_event_dispatch();
 int __wrap_event_dispatch() {
     PASS_WHEN_STOPPED(event_dispatch)
     record("event_dispatch");
-    return 1;
+    return fails("event_dispatch") ? failure(ENOMEM) : 1;
 }
 }
 

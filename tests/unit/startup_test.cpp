@@ -48,6 +48,7 @@ TEST_F(startup, runs_strictly_in_order) {
     const std::string read_config = "stat /var/www/config.json";
     const std::vector<std::string> order = {
         "signal 13 ignored",
+        "signal 17 default",
         "open /dev/tty0 " + std::to_string(O_RDONLY),
         "KDSETMODE 0",
         "open /dev/watchdog",
@@ -155,13 +156,45 @@ TEST_F(startup, goes_on_without_a_television) {
     EXPECT_TRUE(has_call("event_dispatch"));
 }
 
-TEST_F(startup, ignores_failing_sockets_and_registers_what_it_got) {
+TEST_F(startup, says_which_channel_is_dead_and_registers_what_it_got) {
+    captured_output errors(stderr);
     state.failing.insert(state.failing.end(), {"socket tcp", "socket udp", "bind", "listen"});
     EXPECT_EQ(run(), 0);
+    EXPECT_EQ(errors.text(), "hdtv: cannot create the TCP socket: Too many open files\n"
+                             "hdtv: cannot create the UDP socket: Too many open files\n");
     ASSERT_EQ(state.events.size(), 5U);
     EXPECT_EQ(state.events[1].fd, -1);
     EXPECT_EQ(state.events[2].fd, -1);
     EXPECT_TRUE(has_call("event_dispatch"));
+}
+
+TEST_F(startup, says_which_port_it_did_not_get_and_goes_on) {
+    captured_output errors(stderr);
+    state.failing.insert(state.failing.end(), {"bind", "listen"});
+    EXPECT_EQ(run(), 0);
+    EXPECT_EQ(errors.text(), "hdtv: cannot bind TCP port 4000: Address already in use\n"
+                             "hdtv: cannot listen on TCP port 4000: Address already in use\n"
+                             "hdtv: cannot bind UDP port 4000: Address already in use\n");
+    EXPECT_EQ(state.events.size(), 5U);
+}
+
+TEST_F(startup, says_what_the_event_loop_does_not_take_and_goes_on) {
+    captured_output errors(stderr);
+    state.failing.insert(state.failing.end(), {"event_add", "event_dispatch"});
+    EXPECT_EQ(run(), 0);
+    EXPECT_EQ(errors.text(), "hdtv: cannot arm a timer: Cannot allocate memory\n"
+                             "hdtv: cannot watch the TCP channel: Cannot allocate memory\n"
+                             "hdtv: cannot watch the UDP channel: Cannot allocate memory\n"
+                             "hdtv: cannot arm a timer: Cannot allocate memory\n"
+                             "hdtv: cannot arm a timer: Cannot allocate memory\n"
+                             "hdtv: the event loop has ended: Cannot allocate memory\n");
+    EXPECT_TRUE(has_call("fork"));
+}
+
+TEST_F(startup, says_nothing_on_standard_error_when_all_is_well) {
+    captured_output errors(stderr);
+    run();
+    EXPECT_EQ(errors.text(), "");
 }
 
 TEST_F(startup, goes_on_without_a_watchdog) {

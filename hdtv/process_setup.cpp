@@ -1,0 +1,42 @@
+#include "hdtv/process_setup.h"
+
+#include <csignal>
+#include <cstddef>
+#include <cstdio>
+#include <fcntl.h>
+#include <tuple>
+#include <unistd.h>
+
+namespace {
+
+// The longest line is that of a configuration of 4095 bytes that are closing braces, each with a new
+// member before it: 74 KB. The longest document has 36 KB. What is never printed is never paged in.
+constexpr std::size_t longest_line = 80 * 1024;
+
+void open_if_closed(int descriptor) {
+    if (fcntl(descriptor, F_GETFD) >= 0) {
+        return;
+    }
+    // The lowest free one: descriptor itself, or standard input, which is left as it was.
+    const int fd = open("/dev/null", O_RDWR);
+    if (fd >= 0 && fd != descriptor) {
+        std::ignore = dup2(fd, descriptor);
+        close(fd);
+    }
+}
+
+void buffer_whole_lines() {
+    // The size counts only with a buffer: without one it is the terminal's or the file's block size.
+    static char buffer[longest_line];
+    std::ignore = std::setvbuf(stdout, buffer, _IOLBF, sizeof buffer);
+}
+
+} // namespace
+
+void prepare_process() {
+    open_if_closed(STDOUT_FILENO);
+    open_if_closed(STDERR_FILENO);
+    buffer_whole_lines();
+    std::ignore = std::signal(SIGPIPE, SIG_IGN);
+    std::ignore = std::signal(SIGCHLD, SIG_DFL);
+}

@@ -38,3 +38,8 @@ extern bool has_ip_address; ///< eth0 has had an address; never cleared
 // watchdog.cpp
 extern int wdt_fd;      ///< the hardware watchdog; negative if it could not be opened
 extern int wdt_seconds; ///< kicks that are left, one a second
+
+// These names belong to the module's state and nothing uses them: they are declared, and never defined.
+extern bool use_large_map;
+extern const char *last_url_str;
+extern bstring last_url_bstr;

@@ -2,6 +2,7 @@
 
 #include "bstrlib/bstr_owner.h"
 #include "bstrlib/bstrlib.h"
+#include "cec/cec_codes.h"
 #include "cec/cec_port.h"
 
 #include <algorithm>
@@ -18,35 +19,20 @@ namespace {
 constexpr const char *osd_name = "ZELT";
 constexpr std::uint32_t vendor_id = 0x18C086; // of the board's chip vendor
 
-constexpr std::uint32_t tv = 0; // logical address
 constexpr std::int32_t no_reply = 0;
-
-// HDMI 1.4, CEC 17: message descriptions.
-namespace opcode {
-constexpr std::uint8_t image_view_on = 0x04;
-constexpr std::uint8_t standby = 0x36;
-constexpr std::uint8_t routing_change = 0x80;
-constexpr std::uint8_t active_source = 0x82;
-constexpr std::uint8_t request_active_source = 0x85;
-constexpr std::uint8_t give_device_power_status = 0x8F;
-constexpr std::uint8_t report_power_status = 0x90;
-constexpr std::uint8_t inactive_source = 0x9D;
-} // namespace opcode
-
-constexpr std::uint8_t power_status_standby = 1;
-constexpr std::uint32_t reason_received = 2;
 
 // The callback's thread and the event loop's share these; each is a single load or store.
 std::atomic<std::uint16_t> physical_address;
 std::atomic<bool> tv_standby;
 std::atomic<std::uint16_t> last_active_address;
+std::atomic<bool> is_television_lost; // bus or adapter have gone for good
 // Without a lock on ARMv6 too: what needs help there is only to read, change and write in one.
 static_assert(ATOMIC_BOOL_LOCK_FREE != 0 && ATOMIC_SHORT_LOCK_FREE != 0);
 
 bool standby_after_alert; // set at every alert start, never cleared
 
 void send_to_tv(std::initializer_list<std::uint8_t> payload) {
-    std::ignore = vc_cec_send_message(tv, payload.begin(),
+    std::ignore = vc_cec_send_message(cec_logical_address::tv, payload.begin(),
                                       static_cast<std::uint32_t>(payload.size()), no_reply);
 }
 
@@ -55,7 +41,7 @@ void broadcast_active_source(std::uint16_t address) {
 }
 
 // The message of a notification, header first.
-using cec_message = std::array<std::uint8_t, 16>;
+using cec_message = std::array<std::uint8_t, cec_longest_message>;
 
 cec_message unpack(std::initializer_list<std::uint32_t> words) {
     cec_message message{};
@@ -85,7 +71,7 @@ void take_active_source(std::uint16_t address) {
 }
 
 void take_power_status(std::uint8_t status) {
-    const bool is_standby = status == power_status_standby;
+    const bool is_standby = status == cec_power_status::standby;
     tv_standby = is_standby;
     std::printf("TV is %sin standby mode.\n", is_standby ? "" : "NOT ");
 }
@@ -93,17 +79,17 @@ void take_power_status(std::uint8_t status) {
 // Whoever sent it: the power status counts from any device, not only from the television.
 void act_on(const cec_message &message) {
     switch (message[1]) {
-    case opcode::routing_change:
+    case cec_opcode::routing_change:
         take_active_source(static_cast<std::uint16_t>(message[4] * 256 + message[5]));
         break;
-    case opcode::active_source:
+    case cec_opcode::active_source:
         // The first operand byte alone, on purpose; a routing change takes both.
         take_active_source(message[2]);
         break;
-    case opcode::request_active_source:
+    case cec_opcode::request_active_source:
         broadcast_active_source(physical_address);
         break;
-    case opcode::report_power_status:
+    case cec_opcode::report_power_status:
         take_power_status(message[2]);
         break;
     default:
@@ -113,7 +99,7 @@ void act_on(const cec_message &message) {
 
 void cec_callback(void * /*callback_data*/, std::uint32_t param0, std::uint32_t param1,
                   std::uint32_t param2, std::uint32_t param3, std::uint32_t param4) {
-    const bool is_received = (param0 & 0xFFFF) == reason_received;
+    const bool is_received = (param0 & 0xFFFF) == cec_reason::received;
     const std::size_t length = (param0 >> 16) & 0xFF;
     const cec_message message = unpack({param1, param2, param3, param4});
     trace(is_received, message, length);
@@ -147,7 +133,7 @@ void choose_notifications() {
     vc_cec_register_callback(cec_callback, nullptr);
     std::ignore = vc_cec_deregister_all();
     for (const std::uint8_t forwarded :
-         {opcode::active_source, opcode::report_power_status, opcode::routing_change}) {
+         {cec_opcode::active_source, cec_opcode::report_power_status, cec_opcode::routing_change}) {
         std::ignore = vc_cec_register_command(forwarded);
     }
 }
@@ -173,7 +159,7 @@ void hand_back_to(std::uint16_t previous) {
     if (previous == 0) {
         // The television's own tuner or inputs. These operands, on purpose: a zero byte and the low
         // byte of the own address.
-        send_to_tv({opcode::inactive_source, 0x00, static_cast<std::uint8_t>(own)});
+        send_to_tv({cec_opcode::inactive_source, 0x00, static_cast<std::uint8_t>(own)});
     } else {
         broadcast_active_source(previous);
     }
@@ -181,14 +167,19 @@ void hand_back_to(std::uint16_t previous) {
 
 } // namespace
 
+void cec_television_lost() {
+    is_television_lost = true;
+}
+
 int cec_init() {
     tv_standby = false;
+    is_television_lost = false;
     if (!open_cec_service()) {
         return -1;
     }
     choose_notifications();
     announce_unit();
-    send_to_tv({opcode::give_device_power_status});
+    send_to_tv({cec_opcode::give_device_power_status});
     broadcast_active_source(physical_address);
     return 0;
 }
@@ -196,13 +187,14 @@ int cec_init() {
 void cec_alert_active() {
     standby_after_alert = tv_standby;
     std::printf("standby_after_alert %d\n", standby_after_alert ? 1 : 0);
-    // Only the callback ends this, when the television reports another power status. There is no
-    // limit: a television that never does so holds the event loop, and with it the watchdog.
-    while (tv_standby) {
+    // The callback ends this, when the television reports another power status. There is no limit: a
+    // television that never does so holds the event loop, and with it the watchdog. Where bus or
+    // adapter have gone there is no television that could.
+    while (tv_standby && !is_television_lost) {
         std::puts("TV on standby, sending ImageViewOn");
-        send_to_tv({opcode::image_view_on});
+        send_to_tv({cec_opcode::image_view_on});
         sleep(1);
-        send_to_tv({opcode::give_device_power_status});
+        send_to_tv({cec_opcode::give_device_power_status});
         sleep(1);
     }
     // last_active_address still names the source to return to.
@@ -216,10 +208,10 @@ void cec_alert_inactive() {
     hand_back_to(last_active_address);
     std::printf("standby_after_alert %d\n", standby_after_alert ? 1 : 0);
     if (standby_after_alert) {
-        send_to_tv({opcode::standby});
+        send_to_tv({cec_opcode::standby});
     }
 }
 
 void cec_poll_power_status() {
-    send_to_tv({opcode::give_device_power_status});
+    send_to_tv({cec_opcode::give_device_power_status});
 }

@@ -61,3 +61,7 @@ std::int32_t vc_cec_send_message(std::uint32_t destination, const std::uint8_t *
 /// Broadcasts ActiveSource with the physical address. is_reply is a boolean.
 std::int32_t vc_cec_send_ActiveSource(std::uint16_t physical_address, std::int32_t is_reply);
 }
+
+/// The other direction, implemented by the logic: a provider whose bus or adapter has gone for good calls
+/// this on its thread, after it has said so on standard error. Nobody waits for the television any more.
+void cec_television_lost();

@@ -10,7 +10,6 @@
 #include <array>
 #include <cstdio>
 #include <event.h>
-#include <functional>
 #include <string_view>
 #include <unistd.h>
 
@@ -32,7 +31,7 @@ event fb_time_event;
 
 // Hands over each line of what the command prints, at most 4095 bytes at a time. False when the
 // command cannot be started.
-bool for_each_line(const char *command, const std::function<void(std::string_view)> &take) {
+template <typename line_taker> bool for_each_line(const char *command, const line_taker &take) {
     std::FILE *pipe = popen(command, "r");
     if (pipe == nullptr) {
         return false;
@@ -62,7 +61,7 @@ std::string_view find_mode(std::string_view line) {
     if (blank == std::string_view::npos || blank - start > longest_mode) {
         return {};
     }
-    return line.substr(start, blank - start);
+    return {line.data() + start, blank - start};
 }
 
 int count_lines(const char *command, std::string_view text) {

@@ -1,19 +1,21 @@
 // The CEC port on a machine without CEC hardware: a bus that another process offers on a Unix
 // socket, in lines of text. docs/cec-bus.md describes the lines.
 
+#include "cec/cec_codes.h"
 #include "cec/cec_port.h"
+#include "cec/port/listener.h"
 
+#include <algorithm>
 #include <array>
 #include <atomic>
+#include <cstdarg>
 #include <cstdio>
 #include <cstring>
 #include <fcntl.h>
 #include <optional>
-#include <string>
 #include <string_view>
 #include <sys/socket.h>
 #include <sys/un.h>
-#include <thread>
 #include <tuple>
 #include <unistd.h>
 
@@ -21,34 +23,31 @@ namespace {
 
 constexpr std::string_view socket_path = "/run/cec-bus.sock";
 constexpr std::size_t longest_line = 256;
-constexpr std::size_t longest_frame = 16; // bytes, header included
 constexpr std::int32_t failure = -1;
-
-constexpr std::uint32_t reason_transmitted = 1;
-constexpr std::uint32_t reason_received = 2;
 
 int bus = -1;                   // stays open when the bus has gone: the reader may be looking at it
 std::atomic<bool> is_connected; // the bus has said hello and is still there
 std::uint32_t own_logical_address;
 std::uint16_t own_physical_address;
 
-// Whom to notify. The reader starts before there is anybody and waits for it.
-struct listener {
-    cec_notification_fn callback;
-    void *data;
-};
-listener registered;
-std::atomic<const listener *> current_listener;
-
 // Lines from the bus.
 
 enum class line_end { complete, too_long, bus_gone };
 
+struct bus_line {
+    std::array<char, longest_line> text;
+    std::size_t size = 0;
+
+    std::string_view view() const {
+        return {text.data(), size};
+    }
+};
+
 class line_reader {
   public:
     // The next line without its line feed. Of a line that is too long the start is left in it.
-    line_end next(std::string &line) {
-        line.clear();
+    line_end next(bus_line &line) {
+        line.size = 0;
         bool is_too_long = false;
         for (;;) {
             if (position_ == size_ && !fill()) {
@@ -58,10 +57,10 @@ class line_reader {
             if (c == '\n') {
                 return is_too_long ? line_end::too_long : line_end::complete;
             }
-            if (line.size() == longest_line) {
+            if (line.size == longest_line) {
                 is_too_long = true;
             } else {
-                line += c;
+                line.text[line.size++] = c;
             }
         }
     }
@@ -81,6 +80,12 @@ class line_reader {
 
 line_reader bus_lines; // the start-up's first, then the reader thread's
 
+// At most count characters from there, fewer where the text ends.
+std::string_view part_of(std::string_view text, std::size_t from, std::size_t count) {
+    from = std::min(from, text.size());
+    return {text.data() + from, std::min(count, text.size() - from)};
+}
+
 // The number of exactly so many upper-case hex digits.
 std::optional<std::uint32_t> parse_hex(std::string_view digits, std::size_t count) {
     if (digits.size() != count) {
@@ -97,32 +102,29 @@ std::optional<std::uint32_t> parse_hex(std::string_view digits, std::size_t coun
     return number;
 }
 
-// The five words of a notification.
-using notification = std::array<std::uint32_t, 5>;
-
-std::optional<notification> parse_frame(std::string_view frame, std::uint32_t reason) {
+std::optional<cec_notification> parse_frame(std::string_view frame, std::uint32_t reason) {
+    std::array<std::uint8_t, cec_longest_message> message{};
     const std::size_t length = (frame.size() + 1) / 3;
-    if (length == 0 || length > longest_frame || frame.size() != 3 * length - 1) {
+    if (length == 0 || length > message.size() || frame.size() != 3 * length - 1) {
         return std::nullopt;
     }
-    notification words = {reason | static_cast<std::uint32_t>(length) << 16};
     for (std::size_t i = 0; i < length; ++i) {
-        const auto byte = parse_hex(frame.substr(3 * i, 2), 2);
+        const auto byte = parse_hex(part_of(frame, 3 * i, 2), 2);
         if (!byte || (i > 0 && frame[3 * i - 1] != ':')) {
             return std::nullopt;
         }
-        words[1 + i / 4] |= *byte << (8 * (i % 4));
+        message[i] = static_cast<std::uint8_t>(*byte);
     }
-    return words;
+    return pack_notification(reason, 0, message.data(), length);
 }
 
-std::optional<notification> parse_raw(std::string_view text) {
-    notification words{};
+std::optional<cec_notification> parse_raw(std::string_view text) {
+    cec_notification words{};
     if (text.size() != 9 * words.size() - 1) {
         return std::nullopt;
     }
     for (std::size_t i = 0; i < words.size(); ++i) {
-        const auto word = parse_hex(text.substr(9 * i, 8), 8);
+        const auto word = parse_hex(part_of(text, 9 * i, 8), 8);
         if (!word || (i > 0 && text[9 * i - 1] != ' ')) {
             return std::nullopt;
         }
@@ -131,15 +133,15 @@ std::optional<notification> parse_raw(std::string_view text) {
     return words;
 }
 
-std::optional<notification> parse_line(std::string_view line) {
+std::optional<cec_notification> parse_line(std::string_view line) {
     if (line.starts_with("rx ")) {
-        return parse_frame(line.substr(3), reason_received);
+        return parse_frame(part_of(line, 3, longest_line), cec_reason::received);
     }
     if (line.starts_with("tx ")) {
-        return parse_frame(line.substr(3), reason_transmitted);
+        return parse_frame(part_of(line, 3, longest_line), cec_reason::transmitted);
     }
     if (line.starts_with("raw ")) {
-        return parse_raw(line.substr(4));
+        return parse_raw(part_of(line, 4, longest_line));
     }
     return std::nullopt;
 }
@@ -148,8 +150,8 @@ bool parse_hello(std::string_view line) {
     if (!line.starts_with("hello ") || line.size() != 12 || line[7] != ' ') {
         return false;
     }
-    const auto logical = parse_hex(line.substr(6, 1), 1);
-    const auto physical = parse_hex(line.substr(8), 4);
+    const auto logical = parse_hex(part_of(line, 6, 1), 1);
+    const auto physical = parse_hex(part_of(line, 8, 4), 4);
     if (!logical || !physical) {
         return false;
     }
@@ -158,57 +160,67 @@ bool parse_hello(std::string_view line) {
     return true;
 }
 
-void notify(const notification &words) {
-    const listener *to = current_listener;
-    to->callback(to->data, words[0], words[1], words[2], words[3], words[4]);
+// The start of it. Nothing from outside reaches a terminal as it is.
+void complain_about(std::string_view line) {
+    constexpr std::size_t most_shown = 64;
+    char shown[4 * most_shown + 1] = "";
+    std::size_t size = 0;
+    for (const char c : part_of(line, 0, most_shown)) {
+        const bool is_plain = c >= ' ' && c <= '~' && c != '\\';
+        size += static_cast<std::size_t>(std::snprintf(shown + size, sizeof shown - size,
+                                                       is_plain ? "%c" : "\\x%02x",
+                                                       static_cast<unsigned char>(c)));
+    }
+    std::fprintf(stderr, "CEC bus: skipped the line \"%s\"\n", shown);
 }
 
-void take_line(line_end end, const std::string &line) {
+void take_line(line_end end, std::string_view line) {
     const auto words = end == line_end::complete ? parse_line(line) : std::nullopt;
     if (words) {
         notify(*words);
     } else {
-        std::fprintf(stderr, "CEC bus: skipped the line \"%.*s\"\n", 64, line.c_str());
+        complain_about(line);
     }
 }
 
 void read_bus() {
-    current_listener.wait(nullptr);
-    std::string line;
+    wait_for_callback();
+    bus_line line;
     for (line_end end = bus_lines.next(line); end != line_end::bus_gone;
          end = bus_lines.next(line)) {
-        take_line(end, line);
+        take_line(end, line.view());
     }
     is_connected = false;
+    std::fputs("CEC bus: it has gone away\n", stderr);
+    cec_television_lost();
 }
 
 // Lines to the bus. A bus that does not read is as good as gone: nothing waits for it.
 
-std::int32_t write_line(const std::string &line) {
-    if (!is_connected) {
+__attribute__((format(printf, 1, 2))) std::int32_t write_line(const char *format, ...) {
+    char text[longest_line];
+    std::va_list arguments;
+    va_start(arguments, format);
+    const int length = std::vsnprintf(text, sizeof text, format, arguments);
+    va_end(arguments);
+    if (!is_connected || length < 0 || length >= static_cast<int>(sizeof text)) {
         return failure;
     }
-    const std::string text = line + "\n";
-    const ssize_t size = send(bus, text.data(), text.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
-    return size == static_cast<ssize_t>(text.size()) ? 0 : failure;
-}
-
-template <typename... values> std::string formatted(const char *format, values... arguments) {
-    char text[16];
-    std::snprintf(text, sizeof text, format, arguments...);
-    return text;
+    const ssize_t size =
+        send(bus, text, static_cast<std::size_t>(length), MSG_NOSIGNAL | MSG_DONTWAIT);
+    return size == length ? 0 : failure;
 }
 
 std::int32_t send_frame(std::uint32_t destination, const std::uint8_t *payload,
                         std::uint32_t length) {
-    if (length >= longest_frame) {
+    char operands[3 * cec_longest_message + 1] = "";
+    if (length >= cec_longest_message) {
         return failure;
     }
-    std::string line = "send " + formatted("%02X", own_logical_address << 4 | (destination & 0x0F));
     for (std::uint32_t i = 0; i < length; ++i) {
-        line += formatted(":%02X", payload[i]);
+        std::snprintf(operands + std::size_t{3} * i, 4, ":%02X", payload[i]);
     }
-    return write_line(line);
+    return write_line("send %02X%s\n", own_logical_address << 4 | (destination & 0x0F), operands);
 }
 
 } // namespace
@@ -218,7 +230,7 @@ extern "C" {
 std::int32_t vchi_initialise(cec_instance *instance) {
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
-    socket_path.copy(address.sun_path, sizeof address.sun_path - 1);
+    std::copy(socket_path.begin(), socket_path.end(), address.sun_path);
     const int fd = socket(AF_UNIX, SOCK_STREAM, 0);
     std::ignore = fcntl(fd, F_SETFD, FD_CLOEXEC);
     if (connect(fd, reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0) {
@@ -232,8 +244,8 @@ std::int32_t vchi_initialise(cec_instance *instance) {
 
 std::int32_t vchi_connect(cec_connection ** /*connections*/, std::uint32_t /*count*/,
                           cec_instance /*instance*/) {
-    std::string line;
-    if (bus_lines.next(line) != line_end::complete || !parse_hello(line)) {
+    bus_line line;
+    if (bus_lines.next(line) != line_end::complete || !parse_hello(line.view())) {
         close(bus);
         bus = -1;
         return failure;
@@ -244,21 +256,19 @@ std::int32_t vchi_connect(cec_connection ** /*connections*/, std::uint32_t /*cou
 
 void vc_vchi_cec_init(cec_instance /*instance*/, cec_connection ** /*connections*/,
                       std::uint32_t /*count*/) {
-    std::thread(read_bus).detach();
-}
-
-void vc_cec_register_callback(cec_notification_fn callback, void *callback_data) {
-    registered = {callback, callback_data};
-    current_listener = &registered;
-    current_listener.notify_one();
+    const int error = start_listening_thread(read_bus);
+    if (error != 0) {
+        is_connected = false;
+        std::fprintf(stderr, "CEC bus: cannot start a thread for it: %s\n", std::strerror(error));
+    }
 }
 
 std::int32_t vc_cec_deregister_all() {
-    return write_line("deregister");
+    return write_line("deregister\n");
 }
 
 std::int32_t vc_cec_register_command(std::uint32_t opcode) {
-    return write_line("register " + formatted("%02X", opcode));
+    return write_line("register %02X\n", opcode);
 }
 
 std::int32_t vc_cec_get_logical_address(std::uint32_t *logical_address) {
@@ -270,11 +280,11 @@ std::int32_t vc_cec_get_logical_address(std::uint32_t *logical_address) {
 }
 
 std::int32_t vc_cec_set_vendor_id(std::uint32_t vendor_id) {
-    return write_line("vendor " + formatted("%06X", vendor_id));
+    return write_line("vendor %06X\n", vendor_id);
 }
 
 std::int32_t vc_cec_set_osd_name(const char *name) {
-    return write_line(std::string("osd ") + name);
+    return write_line("osd %s\n", name);
 }
 
 std::int32_t vc_cec_get_physical_address(std::uint16_t *physical_address) {
@@ -291,8 +301,9 @@ std::int32_t vc_cec_send_message(std::uint32_t destination, const std::uint8_t *
 }
 
 std::int32_t vc_cec_send_ActiveSource(std::uint16_t physical_address, std::int32_t /*is_reply*/) {
-    const std::uint8_t payload[] = {0x82, static_cast<std::uint8_t>(physical_address >> 8),
+    const std::uint8_t payload[] = {cec_opcode::active_source,
+                                    static_cast<std::uint8_t>(physical_address >> 8),
                                     static_cast<std::uint8_t>(physical_address)};
-    return send_frame(0x0F, payload, sizeof payload);
+    return send_frame(cec_logical_address::broadcast, payload, sizeof payload);
 }
 }

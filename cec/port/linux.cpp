@@ -5,23 +5,23 @@
 //
 // What goes wrong is told on standard error: no adapter, no link, no answer, refused.
 
+#include "cec/cec_codes.h"
 #include "cec/cec_port.h"
+#include "cec/port/listener.h"
+#include "cec/port/mutex_guard.h"
 
 #include <algorithm>
 #include <array>
 #include <atomic>
 #include <cerrno>
-#include <chrono>
-#include <condition_variable>
 #include <cstdio>
 #include <cstring>
+#include <ctime>
 #include <fcntl.h>
 #include <linux/cec.h>
-#include <mutex>
 #include <poll.h>
-#include <string>
+#include <pthread.h>
 #include <sys/ioctl.h>
-#include <thread>
 #include <tuple>
 #include <unistd.h>
 #include <utility>
@@ -33,39 +33,22 @@ constexpr std::int32_t failure = -1;
 constexpr std::size_t longest_osd_name = 14;
 
 // Longer than any claim takes on the bus: three polls of some ten milliseconds each.
-constexpr std::chrono::seconds longest_claim(2);
-
-constexpr std::uint32_t reason_transmitted = 1;
-constexpr std::uint32_t reason_received = 2;
-
-constexpr std::uint8_t opcode_feature_abort = 0x00;
-constexpr std::uint8_t opcode_active_source = 0x82;
-constexpr std::uint8_t opcode_give_device_power_status = 0x8F;
-constexpr std::uint8_t opcode_report_power_status = 0x90;
-constexpr std::uint8_t power_status_on = 0;
-constexpr std::uint8_t unrecognized_opcode = 0; // abort reason
+constexpr std::time_t longest_claim = 2; // seconds
 
 int device = -1;
-std::mutex device_mutex;               // held while another thread than the watcher uses the device
-std::condition_variable state_changed; // the adapter has said so
+// Held while another thread than the listening one uses the device.
+pthread_mutex_t device_mutex = PTHREAD_MUTEX_INITIALIZER;
+pthread_cond_t state_changed; // the adapter has said so; on the monotonic clock
+pthread_once_t state_changed_once = PTHREAD_ONCE_INIT;
 
 std::uint32_t vendor_id = CEC_VENDOR_ID_NONE;
-std::string osd_name;
+char osd_name[longest_osd_name + 1];
 
 // The address that the logic takes for its own. Where the adapter has got another one since, that
 // one is sent in its place.
 std::uint16_t reported_physical_address = CEC_PHYS_ADDR_INVALID;
 
 std::array<std::atomic<bool>, 256> is_forwarded;
-
-std::atomic<std::thread::id> watcher; // the thread that receives
-
-struct listener {
-    cec_notification_fn callback;
-    void *data;
-};
-listener registered;
-std::atomic<const listener *> current_listener;
 
 // Every call of the device goes through here. Returns 0 or the error.
 int call_device(unsigned long request, void *argument) {
@@ -91,8 +74,16 @@ void complain_about_open(int error) {
     }
 }
 
+void prepare_state_changed() {
+    pthread_condattr_t attributes;
+    pthread_condattr_init(&attributes);
+    pthread_condattr_setclock(&attributes, CLOCK_MONOTONIC);
+    pthread_cond_init(&state_changed, &attributes);
+    pthread_condattr_destroy(&attributes);
+}
+
 void close_device() {
-    const std::lock_guard lock(device_mutex);
+    const mutex_guard guard(device_mutex);
     close(std::exchange(device, -1));
 }
 
@@ -121,17 +112,26 @@ std::uint8_t logical_address() {
                                         : std::uint8_t{CEC_LOG_ADDR_UNREGISTERED};
 }
 
-// Waits while the kernel is claiming an address: until then it sends nothing. Without a link there is
-// nothing to wait for, and the thread that receives would wait for itself.
-void wait_for_claim(std::unique_lock<std::mutex> &lock) {
-    if (std::this_thread::get_id() == watcher.load()) {
+// Without a link there is nothing that the kernel could be claiming.
+bool is_claiming() {
+    const cec_log_addrs addresses = logical_addresses();
+    return addresses.num_log_addrs != 0 && addresses.log_addr_mask == 0 &&
+           physical_address() != CEC_PHYS_ADDR_INVALID;
+}
+
+// Waits, with the device's mutex held, while the kernel is claiming an address: until then it sends
+// nothing. The listening thread would wait for itself.
+void wait_for_claim() {
+    if (is_listening_thread()) {
         return;
     }
-    state_changed.wait_for(lock, longest_claim, [] {
-        const cec_log_addrs addresses = logical_addresses();
-        return addresses.num_log_addrs == 0 || addresses.log_addr_mask != 0 ||
-               physical_address() == CEC_PHYS_ADDR_INVALID;
-    });
+    timespec end{};
+    clock_gettime(CLOCK_MONOTONIC, &end);
+    end.tv_sec += longest_claim;
+    int error = 0;
+    while (error == 0 && is_claiming()) {
+        error = pthread_cond_timedwait(&state_changed, &device_mutex, &end);
+    }
 }
 
 cec_log_addrs playback_device() {
@@ -140,7 +140,7 @@ cec_log_addrs playback_device() {
     addresses.num_log_addrs = 1;
     addresses.vendor_id = vendor_id;
     addresses.flags = CEC_LOG_ADDRS_FL_ALLOW_UNREG_FALLBACK;
-    osd_name.copy(addresses.osd_name, longest_osd_name);
+    std::memcpy(addresses.osd_name, osd_name, longest_osd_name);
     addresses.log_addr_type[0] = CEC_LOG_ADDR_TYPE_PLAYBACK;
     addresses.primary_device_type[0] = CEC_OP_PRIM_DEVTYPE_PLAYBACK;
     addresses.all_device_types[0] = CEC_OP_ALL_DEVTYPE_PLAYBACK;
@@ -149,11 +149,11 @@ cec_log_addrs playback_device() {
 
 // The kernel takes name and vendor id with a claim, and a claim only where there is none.
 std::int32_t claim_logical_address() {
-    std::unique_lock lock(device_mutex);
+    const mutex_guard guard(device_mutex);
     if (device < 0) {
         return failure;
     }
-    wait_for_claim(lock);
+    wait_for_claim();
     if (logical_addresses().num_log_addrs != 0) {
         cec_log_addrs none{};
         std::ignore = call_device(CEC_ADAP_S_LOG_ADDRS, &none);
@@ -181,11 +181,11 @@ int transmit(std::uint8_t initiator, std::uint32_t destination, const std::uint8
 
 std::int32_t send_message(std::uint32_t destination, const std::uint8_t *payload,
                           std::uint32_t length) {
-    std::unique_lock lock(device_mutex);
+    const mutex_guard guard(device_mutex);
     if (device < 0 || length >= CEC_MAX_MSG_SIZE) {
         return failure;
     }
-    wait_for_claim(lock);
+    wait_for_claim();
     const std::uint8_t initiator = logical_address();
     int error = transmit(initiator, destination, payload, length);
     if (error == ENONET && initiator != CEC_LOG_ADDR_UNREGISTERED) {
@@ -201,24 +201,14 @@ std::int32_t send_message(std::uint32_t destination, const std::uint8_t *payload
 
 // Messages in.
 
-void notify(std::uint32_t reason, std::uint8_t result, const cec_msg &message) {
-    std::uint32_t words[4] = {};
-    const std::uint32_t length = std::min<std::uint32_t>(message.len, CEC_MAX_MSG_SIZE);
-    for (std::uint32_t i = 0; i < length; ++i) {
-        words[i / 4] |= static_cast<std::uint32_t>(message.msg[i]) << (8 * (i % 4));
-    }
-    const listener *to = current_listener;
-    to->callback(to->data, reason | length << 16 | static_cast<std::uint32_t>(result) << 24,
-                 words[0], words[1], words[2], words[3]);
-}
-
 void take_transmit_result(const cec_msg &message) {
     const bool is_sent = (message.tx_status & CEC_TX_STATUS_OK) != 0;
     if (!is_sent) {
         const bool is_refused = (message.tx_status & CEC_TX_STATUS_NACK) != 0;
         complain(is_refused ? "no answer" : "not sent");
     }
-    notify(reason_transmitted, is_sent ? std::uint8_t{0} : message.tx_status, message);
+    notify(pack_notification(cec_reason::transmitted, is_sent ? std::uint8_t{0} : message.tx_status,
+                             message.msg, message.len));
 }
 
 // A message to this unit that the logic does not take is answered as the standard asks of every
@@ -228,14 +218,15 @@ void answer(const cec_msg &message) {
     const std::uint32_t initiator = message.msg[0] >> 4;
     const std::uint8_t opcode = message.msg[1];
     if (cec_msg_is_broadcast(&message) != 0 || initiator == CEC_LOG_ADDR_UNREGISTERED ||
-        opcode == opcode_feature_abort) {
+        opcode == cec_opcode::feature_abort) {
         return;
     }
-    if (opcode == opcode_give_device_power_status) {
-        const std::uint8_t payload[] = {opcode_report_power_status, power_status_on};
+    if (opcode == cec_opcode::give_device_power_status) {
+        const std::uint8_t payload[] = {cec_opcode::report_power_status, cec_power_status::on};
         std::ignore = send_message(initiator, payload, sizeof payload);
     } else {
-        const std::uint8_t payload[] = {opcode_feature_abort, opcode, unrecognized_opcode};
+        const std::uint8_t payload[] = {cec_opcode::feature_abort, opcode,
+                                        cec_abort_reason::unrecognized_opcode};
         std::ignore = send_message(initiator, payload, sizeof payload);
     }
 }
@@ -246,7 +237,7 @@ void take_message(const cec_msg &message) {
     } else if (message.len < 2) {
         return; // a poll
     } else if (is_forwarded[message.msg[1]]) {
-        notify(reason_received, 0, message);
+        notify(pack_notification(cec_reason::received, 0, message.msg, message.len));
     } else {
         answer(message);
     }
@@ -257,8 +248,8 @@ void take_state_change(const cec_event_state_change &state) {
         complain("no link");
     }
     // Behind the lock, so that nobody who waits can miss it.
-    const std::lock_guard lock(device_mutex);
-    state_changed.notify_all();
+    const mutex_guard guard(device_mutex);
+    pthread_cond_broadcast(&state_changed);
 }
 
 // These two take all there is. They return false when the device is gone.
@@ -290,8 +281,7 @@ bool take_messages() {
 }
 
 void watch_device() {
-    watcher = std::this_thread::get_id();
-    current_listener.wait(nullptr);
+    wait_for_callback();
     for (bool is_there = true; is_there;) {
         pollfd entry = {device, POLLIN | POLLPRI, 0};
         if (poll(&entry, 1, -1) < 0) {
@@ -307,6 +297,7 @@ void watch_device() {
         }
     }
     complain("the adapter is gone");
+    cec_television_lost();
     close_device();
 }
 
@@ -332,12 +323,19 @@ bool is_usable() {
     return true;
 }
 
+// Where the logic says what it took for its own address, the one that the adapter has now.
+std::uint16_t present_address(std::uint16_t address) {
+    const mutex_guard guard(device_mutex);
+    return address == reported_physical_address ? physical_address() : address;
+}
+
 } // namespace
 
 extern "C" {
 
 std::int32_t vchi_initialise(cec_instance *instance) {
-    const std::lock_guard lock(device_mutex);
+    pthread_once(&state_changed_once, prepare_state_changed);
+    const mutex_guard guard(device_mutex);
     device = open(device_path, O_RDWR | O_NONBLOCK);
     if (device < 0) {
         complain_about_open(errno);
@@ -360,13 +358,11 @@ std::int32_t vchi_connect(cec_connection ** /*connections*/, std::uint32_t /*cou
 void vc_vchi_cec_init(cec_instance /*instance*/, cec_connection ** /*connections*/,
                       std::uint32_t /*count*/) {
     std::ignore = claim_logical_address();
-    std::thread(watch_device).detach();
-}
-
-void vc_cec_register_callback(cec_notification_fn callback, void *callback_data) {
-    registered = {callback, callback_data};
-    current_listener = &registered;
-    current_listener.notify_one();
+    const int error = start_listening_thread(watch_device);
+    if (error != 0) {
+        complain(std::strerror(error));
+        close_device();
+    }
 }
 
 std::int32_t vc_cec_deregister_all() {
@@ -385,11 +381,11 @@ std::int32_t vc_cec_register_command(std::uint32_t opcode) {
 }
 
 std::int32_t vc_cec_get_logical_address(std::uint32_t *address) {
-    std::unique_lock lock(device_mutex);
+    const mutex_guard guard(device_mutex);
     if (device < 0) {
         return failure;
     }
-    wait_for_claim(lock);
+    wait_for_claim();
     *address = logical_address();
     return 0;
 }
@@ -400,12 +396,13 @@ std::int32_t vc_cec_set_vendor_id(std::uint32_t id) {
 }
 
 std::int32_t vc_cec_set_osd_name(const char *name) {
-    osd_name = name;
+    // The rest of a longer one is left out; what is unused of a shorter one is zeros.
+    std::strncpy(osd_name, name, longest_osd_name);
     return claim_logical_address();
 }
 
 std::int32_t vc_cec_get_physical_address(std::uint16_t *address) {
-    const std::lock_guard lock(device_mutex);
+    const mutex_guard guard(device_mutex);
     if (device < 0) {
         return failure;
     }
@@ -419,11 +416,9 @@ std::int32_t vc_cec_send_message(std::uint32_t destination, const std::uint8_t *
 }
 
 std::int32_t vc_cec_send_ActiveSource(std::uint16_t address, std::int32_t /*is_reply*/) {
-    if (address == reported_physical_address) {
-        const std::lock_guard lock(device_mutex);
-        address = physical_address();
-    }
-    const std::uint8_t payload[] = {opcode_active_source, static_cast<std::uint8_t>(address >> 8),
+    address = present_address(address);
+    const std::uint8_t payload[] = {cec_opcode::active_source,
+                                    static_cast<std::uint8_t>(address >> 8),
                                     static_cast<std::uint8_t>(address)};
     return send_message(CEC_LOG_ADDR_BROADCAST, payload, sizeof payload);
 }

@@ -72,6 +72,18 @@ def undefined_symbols(program: Path) -> set[str]:
     return {line.split()[-1].partition("@")[0] for line in listing.splitlines()}
 
 
+def throwing_symbols(program: Path) -> set[str]:
+    """What a program needs that can throw: throws themselves, and the operators of the language that
+    allocate."""
+    names = ("__cxa_throw", "__cxa_rethrow", "__cxa_allocate", "_Znw", "_Zna", "__throw_")
+    return {x for x in undefined_symbols(program) if any(name in x for name in names)}
+
+
+def test_nothing_in_the_service_can_throw(tmp_path: Path) -> None:
+    assert throwing_symbols(build(tmp_path / "bus", "bus")) == set()
+    assert throwing_symbols(build(tmp_path / "linux", "linux")) == set()
+
+
 def test_board_executable_needs_exactly_the_ports_operations(
     tmp_path: Path, make_station: StationMaker
 ) -> None:

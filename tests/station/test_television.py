@@ -315,6 +315,22 @@ def test_bus_that_goes_away_leaves_the_service_running(station: Station) -> None
     assert service.is_running()
 
 
+def test_bus_that_goes_away_lets_the_alert_through_that_waits_for_its_television(
+    station: Station,
+) -> None:
+    with Television(station, power=IN_STANDBY) as television:
+        service = started(station, television)
+        television.is_deaf = True
+        send(station, display_alert("FIRE"))
+        television.wait_for_frames(WAKING, since=1)
+        assert station.document()["alert_area"] == "10.87.33.50"
+    shows(station, "FIRE")
+    assert service.errors == "CEC bus: it has gone away\n"
+    assert "NOT in standby" not in service.output
+    deliver(station, display_alert("MORE"))
+    shows(station, "MORE")
+
+
 def test_bus_that_does_not_read_does_not_hold_the_service(station: Station) -> None:
     with Television(station) as television:
         service = started(station, television)

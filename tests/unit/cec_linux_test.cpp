@@ -14,12 +14,27 @@
 #include <gtest/gtest.h>
 #include <mutex>
 #include <optional>
+#include <pthread.h>
 #include <thread>
 #include <vector>
 
-extern "C" unsigned __wrap_sleep(unsigned /*seconds*/) {
+namespace {
+int thread_error; // the provider's thread is refused with it
+}
+
+extern "C" {
+unsigned __wrap_sleep(unsigned /*seconds*/) {
     std::this_thread::yield();
     return 0;
+}
+
+int __real_pthread_create(pthread_t *thread, const pthread_attr_t *attributes, void *(*run)(void *),
+                          void *argument);
+int __wrap_pthread_create(pthread_t *thread, const pthread_attr_t *attributes, void *(*run)(void *),
+                          void *argument) {
+    return thread_error != 0 ? thread_error
+                             : __real_pthread_create(thread, attributes, run, argument);
+}
 }
 
 namespace {
@@ -403,7 +418,43 @@ TEST_F(cec_linux, removed_device_is_closed_and_later_calls_fail) {
     EXPECT_NE(vc_cec_get_logical_address(&logical_address), 0);
 }
 
+TEST_F(cec_linux, without_a_thread_there_is_no_television) {
+    ASSERT_EQ(open_device({}), 0);
+    cec_connection *connection = nullptr;
+    thread_error = EAGAIN;
+    vc_vchi_cec_init(nullptr, &connection, 1);
+    thread_error = 0;
+    EXPECT_EQ(errors(), "CEC: /dev/cec0: Resource temporarily unavailable\n");
+    EXPECT_EQ(fake_cec_device::calls().back(), "close");
+    EXPECT_NE(send(0, {0x8F}), 0);
+}
+
+TEST_F(cec_linux, name_that_is_too_long_is_cut) {
+    start();
+    EXPECT_EQ(vc_cec_set_osd_name("01234567890123456789"), 0);
+    EXPECT_STREQ(fake_cec_device::claims().back().osd_name, "01234567890123");
+}
+
 // The logic on top of it.
+
+TEST_F(cec_linux, removed_device_ends_the_waking_of_a_television_in_standby) {
+    captured_output output;
+    fake_cec_device::reset({});
+    is_started_ = true;
+    ASSERT_EQ(cec_init(), 0);
+    fake_cec_device::receive({0x04, 0x90, 0x01});
+    EXPECT_TRUE(wait_until(
+        [&] { return output.text().find("TV is in standby mode.\n") != std::string::npos; }));
+    std::thread technician([this] {
+        EXPECT_TRUE(wait_until([] { return transmitted().size() >= 5; }));
+        unplug_device();
+    });
+    cec_alert_active();
+    technician.join();
+    EXPECT_EQ(errors(), "CEC: /dev/cec0: the adapter is gone\n");
+    // What was never received is never printed as if it had been.
+    EXPECT_EQ(output.text().find("NOT in standby"), std::string::npos);
+}
 
 TEST_F(cec_linux, logic_starts_up_on_it_and_learns_the_televisions_status) {
     fake_cec_device::reset({.physical_address = 0x2000, .logical_address = 8});

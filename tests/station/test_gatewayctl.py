@@ -349,6 +349,45 @@ def test_file_that_cannot_be_read() -> None:
     assert result.stderr == "gatewayctl: the file /no/such/file cannot be read\n"
 
 
+# What steers a terminal, three times: as a byte of its own, and in UTF-8; and what turns text round.
+HOSTILE = b"\x1b]0;x\x07\x9b31m\xc2\x9b31m\xe2\x80\xae\xff"
+HARMLESS = r"\x1b]0;x\x07\x9b31m\u009b31m\u202e\xff"
+
+
+@pytest.mark.parametrize(
+    "arguments",
+    [
+        [HOSTILE],
+        ["--to", b"x:" + HOSTILE, "end-alert"],
+        ["--to", HOSTILE, "end-alert"],
+        ["--to", HOSTILE, "reboot"],
+        ["--to", "x", "--timeout", HOSTILE, "end-alert"],
+        ["--to", "x", "rotation", b"1" + HOSTILE],
+        ["--to", "x", "set-gateway", HOSTILE],
+        ["--to", "x", "detail-alert", "--text", "x", "--unit", HOSTILE + b":z"],
+        ["--to", "x", "detail-alert", "--text", "x", "--unit", HOSTILE + b":0"],
+        ["--to", "x", "detail-alert", "--text", "x", "--unit", HOSTILE * 2],
+        ["--dry-run", "detail-alert", "--text", HOSTILE, "--unit", HOSTILE],
+        ["--dry-run", "display-alert", "--text", HOSTILE],
+        ["--dry-run", "set-date", HOSTILE],
+        ["--dry-run", "page", HOSTILE],
+        ["--dry-run", "map", HOSTILE],
+        ["--dry-run", "play-audio", HOSTILE + b".wav"],
+        ["decode", "--file", HOSTILE],
+        ["roll-call", "--broadcast", HOSTILE],
+        ["serve", "--roll-call", HOSTILE],
+        ["roll-call", "--wait", HOSTILE],
+    ],
+)
+def test_nothing_from_outside_reaches_the_terminal_raw(arguments: list[str | bytes]) -> None:
+    result = subprocess.run(
+        [GATEWAYCTL, *arguments], stdin=subprocess.DEVNULL, capture_output=True, timeout=30
+    )
+    text = (result.stdout + result.stderr).decode()
+    assert text.replace("\n", "").isprintable(), text
+    assert HARMLESS in text
+
+
 # Explaining.
 
 

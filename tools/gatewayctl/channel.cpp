@@ -3,6 +3,7 @@
 #include "hdtv/protocol.h"
 #include "tools/gatewayctl/descriptor_owner.h"
 #include "tools/gatewayctl/failure.h"
+#include "tools/gatewayctl/text.h"
 
 #include <algorithm>
 #include <arpa/inet.h>
@@ -28,7 +29,7 @@ std::uint16_t parse_port(const std::string &text) {
     const char *end = text.data() + text.size();
     const auto [stop, error] = std::from_chars(text.data(), end, port);
     if (error != std::errc() || stop != end || port < 1 || port > 0xffff) {
-        throw usage_failure("\"" + text + "\" is not a port");
+        throw usage_failure(quoted(text) + " is not a port");
     }
     return static_cast<std::uint16_t>(port);
 }
@@ -40,7 +41,7 @@ sockaddr_in find_host(const std::string &host) {
     addrinfo *found = nullptr;
     const int error = getaddrinfo(host.c_str(), nullptr, &wanted, &found);
     if (error != 0) {
-        throw run_failure("there is no host \"" + host + "\": " + gai_strerror(error));
+        throw run_failure("there is no host " + quoted(host) + ": " + gai_strerror(error));
     }
     const std::unique_ptr<addrinfo, decltype(&freeaddrinfo)> owner(found, freeaddrinfo);
     sockaddr_in address{};
@@ -129,7 +130,7 @@ sockaddr_in resolve(const std::string &host_and_port) {
                                    ? protocol::command_port
                                    : parse_port(host_and_port.substr(colon + 1));
     if (host.empty()) {
-        throw usage_failure("\"" + host_and_port + "\" names no host");
+        throw usage_failure(quoted(host_and_port) + " names no host");
     }
     sockaddr_in address = find_host(host);
     address.sin_port = htons(port);

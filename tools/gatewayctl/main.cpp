@@ -69,7 +69,7 @@ double parse_duration(const std::string &text) {
     constexpr double a_day = 86400;
     if (error != std::errc() || found == units.end() || !(number > 0) ||
         number * found->second > a_day) {
-        throw usage_failure("\"" + text + "\" is not a time like 2s, 500ms or 5min");
+        throw usage_failure(::quoted(text) + " is not a time like 2s, 500ms or 5min");
     }
     return number * found->second;
 }
@@ -245,7 +245,7 @@ void add_reboot(CLI::App &app) {
     static bool is_sure = false;
     CLI::App &command = add_command(app, "reboot", "Restart the unit's board; asks first", [] {
         if (!is_sure && !common.is_dry_run && !common.to.empty() &&
-            !is_confirmed("Restart " + common.to + "?")) {
+            !is_confirmed("Restart " + printable(common.to) + "?")) {
             std::cerr << "gatewayctl: nothing was sent\n";
             return 1;
         }
@@ -397,6 +397,11 @@ void add_common_options(CLI::App &app) {
     app.set_version_flag("--version", "gatewayctl " + std::to_string(protocol::version));
 }
 
+// The words may quote the command line, which a script may have from anywhere.
+void complain(const char *words) {
+    std::fprintf(stderr, "gatewayctl: %s\n", printable(words).c_str());
+}
+
 int run(int argc, char **argv) {
     CLI::App app(about, "gatewayctl");
     app.footer("gatewayctl --help lists the options that every command has.");
@@ -414,7 +419,9 @@ int run(int argc, char **argv) {
     } catch (const CLI::Success &help_or_version) {
         return app.exit(help_or_version);
     } catch (const CLI::ParseError &error) {
-        throw usage_failure(std::string(error.what()) + "\nSee gatewayctl --help.");
+        complain(error.what());
+        std::fputs("See gatewayctl --help.\n", stderr);
+        return usage_status;
     }
     if (!chosen) {
         throw usage_failure("which command? gatewayctl --help lists them");
@@ -428,10 +435,10 @@ int main(int argc, char **argv) {
     try {
         return run(argc, argv);
     } catch (const usage_failure &failure) {
-        std::fprintf(stderr, "gatewayctl: %s\n", failure.what());
+        complain(failure.what());
         return usage_status;
     } catch (const std::exception &failure) {
-        std::fprintf(stderr, "gatewayctl: %s\n", failure.what());
+        complain(failure.what());
         return 1;
     }
 }

@@ -2,6 +2,7 @@
 
 #include "hdtv/protocol.h"
 #include "tools/gatewayctl/failure.h"
+#include "tools/gatewayctl/text.h"
 
 #include <algorithm>
 #include <arpa/inet.h>
@@ -70,7 +71,7 @@ void put_unit(message_bytes &message, int slot, const alerted_unit &unit) {
         throw usage_failure("a unit needs a name");
     }
     if (unit.name.size() >= static_cast<std::size_t>(layout::unit_name_size)) {
-        throw usage_failure("the unit's name \"" + unit.name + "\" has " +
+        throw usage_failure("the unit's name " + quoted(unit.name) + " has " +
                             std::to_string(unit.name.size()) + " bytes; it may have at most " +
                             std::to_string(layout::unit_name_size - 1));
     }
@@ -189,7 +190,7 @@ alerted_unit parse_unit(const std::string &text) {
     const bool is_number = !color.empty() && color.size() <= 3 &&
                            std::ranges::all_of(color, [](char c) { return c >= '0' && c <= '9'; });
     if (!is_number) {
-        throw usage_failure("in the unit \"" + text + "\" the colour is not a number");
+        throw usage_failure("in the unit " + quoted(text) + " the colour is not a number");
     }
     return {text.substr(0, colon), std::stoi(color)};
 }
@@ -258,7 +259,7 @@ message_bytes make_play_audio(const clip_settings &settings, transport channel) 
 message_bytes make_set_gateway(const std::string &address, transport channel) {
     in_addr parsed{};
     if (inet_pton(AF_INET, address.c_str(), &parsed) != 1) {
-        throw usage_failure("\"" + address + "\" is not an address like 10.87.33.20");
+        throw usage_failure(quoted(address) + " is not an address like 10.87.33.20");
     }
     return make_json_control(member("comm_gw", address), channel);
 }

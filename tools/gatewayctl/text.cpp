@@ -1,5 +1,9 @@
 #include "tools/gatewayctl/text.h"
 
+#include "tools/gatewayctl/characters.h"
+
+#include <algorithm>
+
 namespace {
 
 constexpr char digits[] = "0123456789abcdef";
@@ -15,25 +19,48 @@ std::string joined_hex(std::span<const std::uint8_t> bytes, char separator) {
     return text;
 }
 
-std::string escaped(char c) {
-    switch (c) {
+std::string hex_digits(char32_t code, int count) {
+    std::string text;
+    while (count-- > 0) {
+        text += digits[code >> 4 * count & 0xf];
+    }
+    return text;
+}
+
+std::string escaped(char32_t code) {
+    switch (code) {
     case '\n':
         return "\\n";
     case '\t':
         return "\\t";
-    case '"':
-        return "\\\"";
-    case '\\':
-        return "\\\\";
     default:
-        const auto byte = static_cast<std::uint8_t>(c);
-        return {'\\', 'x', digits[byte >> 4], digits[byte & 0xf]};
+        return code < 0x80      ? "\\x" + hex_digits(code, 2)
+               : code < 0x10000 ? "\\u" + hex_digits(code, 4)
+                                : "\\U" + hex_digits(code, 8);
     }
 }
 
-bool is_plain(char c) {
-    const auto byte = static_cast<std::uint8_t>(c);
-    return byte >= 0x20 && byte != 0x7f && c != '"' && c != '\\';
+std::string escaped_byte(char c) {
+    return "\\x" + hex_digits(static_cast<std::uint8_t>(c), 2);
+}
+
+// With a backslash before each of the characters in `marked`.
+std::string harmless(std::string_view text, std::string_view marked) {
+    std::string result;
+    while (!text.empty()) {
+        const character next = first_character(text);
+        const std::size_t size = std::max<std::size_t>(next.size, 1);
+        if (next.size == 0) {
+            result += escaped_byte(text.front());
+        } else if (is_deceptive(next.code)) {
+            result += escaped(next.code);
+        } else {
+            result += marked.find(text.front()) == std::string_view::npos ? "" : "\\";
+            result += text.substr(0, size);
+        }
+        text.remove_prefix(size);
+    }
+    return result;
 }
 
 } // namespace
@@ -51,9 +78,9 @@ std::string bytes_text(std::size_t count) {
 }
 
 std::string quoted(std::string_view text) {
-    std::string result = "\"";
-    for (const char c : text) {
-        result += is_plain(c) ? std::string(1, c) : escaped(c);
-    }
-    return result + "\"";
+    return '"' + harmless(text, "\"\\") + '"';
+}
+
+std::string printable(std::string_view text) {
+    return harmless(text, "");
 }

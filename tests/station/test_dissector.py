@@ -1,6 +1,7 @@
 """The packet viewer's dissector, on captures made here."""
 
 import random
+import re
 import struct
 import subprocess
 from collections.abc import Sequence
@@ -245,6 +246,36 @@ def test_packet_list_tells_what_matters(directory: Path) -> None:
     make_capture(capture, [gateway.display_alert("FIRE\nMAIN ST")], TCP)
     assert "STATION" in run_tshark(capture)
     assert "Display alert: FIRE MAIN ST" in run_tshark(capture)
+
+
+HOSTILE = b"A\x1b[1mB\x9bC\xc2\x9bD\xe2\x80\xaeE\x7f"
+SHOWN = "A\N{REPLACEMENT CHARACTER}[1mB"
+
+
+@pytest.mark.parametrize(
+    "form", [["-V"], [], ["-T", "fields", "-e", "_ws.col.Info"], ["-T", "json"], ["-T", "pdml"]]
+)
+def test_text_that_steers_a_terminal_is_shown_harmless(directory: Path, form: list[str]) -> None:
+    alert = bytearray(gateway.detail_alert("", {0: Unit("E1", 1)})) + HOSTILE
+    alert[20 : 20 + len(HOSTILE)] = HOSTILE
+    members = b'"play_audio":"' + HOSTILE + b'","' + HOSTILE + b'":"x"'
+    texts = [bytes([kind]) + HOSTILE for kind in (40, 48, 52)]
+    packets = [bytes(alert), b"\3\1\0\0\0\0" + HOSTILE, b"{" + members + b"}", *texts]
+    names = ["text", "unit.name", "date", "page", "map", "json", "json.key", "json.value"]
+    wanted = [word for name in names for word in ("-e", f"station_display.{name}")]
+    capture = directory / "capture.pcap"
+    make_capture(capture, packets, TCP)
+    output = run_tshark(capture, *form, *(wanted if "fields" in form else []))
+    assert re.sub("[\n\t]", "", output).isprintable()
+    assert SHOWN.replace("\N{REPLACEMENT CHARACTER}", " ") in output or SHOWN in output
+    assert "\N{REPLACEMENT CHARACTER}" in output
+
+
+def test_control_message_shows_all_members_of_a_foreign_language(directory: Path) -> None:
+    message = '{"play_audio":"http://x/é.wav","volume":"50"}'.encode()
+    frame = dissect_one(directory, message, "json.key", "json.value")
+    assert frame["json.key"] == ["play_audio", "volume"]
+    assert frame["json.value"][1] == "50"
 
 
 @pytest.mark.parametrize("kind", [TCP, UDP, RECORD], ids=["TCP", "UDP", "record"])

@@ -106,7 +106,14 @@ local function first_zero(buffer, offset, limit)
     return limit
 end
 
--- A text that runs to its first zero byte, or to the limit; returns it and its length.
+-- A text may come from anybody and end in a terminal: of what is not ASCII or steers a terminal only
+-- the place is shown, as the viewer itself does it in most places.
+local function printable(text)
+    return (text:gsub("[^\t\n\r\32-\126]", "\xef\xbf\xbd"))
+end
+
+-- A text that runs to its first zero byte, or to the limit; returns it as it can be shown, and its
+-- length.
 local function add_text(tree, field, buffer, offset, limit)
     if offset >= limit then
         return "", 0
@@ -117,8 +124,9 @@ local function add_text(tree, field, buffer, offset, limit)
         return "", 0
     end
     local range = buffer(offset, stop - offset)
-    tree:add(field, range)
-    return range:string(), stop - offset
+    local text = printable(range:raw())
+    tree:add(field, range, text)
+    return text, stop - offset
 end
 
 local function add_last_text(tree, field, buffer, offset)
@@ -186,7 +194,7 @@ local function add_unit(tree, buffer, slot)
         return
     end
     local text, length = add_text(unit, f.unit_name, buffer, name, name + 32)
-    unit:set_text("Unit: " .. text .. ", slot " .. slot + 1)
+    unit:set_text("Unit: " .. text:gsub("%c", " ") .. ", slot " .. slot + 1)
     if length == 32 then
         unit:add_proto_expert_info(e.unit, "The name has no zero byte: it is cut to 31 bytes")
     elseif length == 0 then
@@ -254,11 +262,11 @@ end
 
 -- As the unit reads it: a member is there in the exact form "key":"value" only.
 local function json_control(tree, buffer)
-    local text = add_last_text(tree, f.json, buffer, 0)
+    local text, length = add_last_text(tree, f.json, buffer, 0)
     local is_known = false
-    for at, key, value in text:gmatch('()"([^"]*)":"([^"]*)"') do
-        tree:add(f.json_key, buffer(at, #key), key)
-        tree:add(f.json_value, buffer(at + #key + 3, #value), value)
+    for at, key, value in buffer(0, length):raw():gmatch('()"([^"]*)":"([^"]*)"') do
+        tree:add(f.json_key, buffer(at, #key), printable(key))
+        tree:add(f.json_value, buffer(at + #key + 3, #value), printable(value))
         is_known = is_known or key == "play_audio" or key == "comm_gw"
     end
     if not is_known then

@@ -4,7 +4,7 @@ import json
 import sys
 import threading
 import time
-from typing import TextIO
+from typing import Any, TextIO
 
 from station.gateway import RecordListener, describe_record
 from station.station import DOCUMENT, Process, Station
@@ -130,11 +130,18 @@ class Timeline:
 
 
 def describe_document(text: str) -> str:
-    """The alert document in a few words; its own text where it is not valid JSON."""
+    """The alert document in a few words; its own text where it cannot be read as one."""
     try:
         document = json.loads(text, strict=False)[0]
-    except ValueError:
+    except (ValueError, RecursionError):
         return f"{DOCUMENT} (not valid JSON): {text}"
+    try:
+        return _describe(document)
+    except Exception:  # a quotation mark in an alert can make anything of the document
+        return f"{DOCUMENT} (not an alert document): {text}"
+
+
+def _describe(document: dict[str, Any]) -> str:
     words = [document["alert_type"]]
     if document["alert_time"] != "0":
         since = time.localtime(int(document["alert_time"]))

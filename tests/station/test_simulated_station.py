@@ -1,6 +1,7 @@
 """The simulated station itself: what it promises to those who test in it."""
 
 import fcntl
+import io
 import os
 import pty
 import signal
@@ -11,10 +12,12 @@ import time
 from pathlib import Path
 
 import pytest
-from conftest import StationMaker
+from conftest import StationMaker, start
 
 from station import gateway
 from station.station import STAND_INS, Station, build_directory, host_build_directory
+from station.television import Television
+from station.timeline import Timeline
 from station.waiting import wait_for
 
 TOP = Path(__file__).resolve().parents[2]
@@ -243,6 +246,31 @@ def test_second_terminal_runs_programs_inside_the_running_station() -> None:
         assert running.wait(20) == 130
     assert document.stdout.startswith('[{"alert_type":"display_alert"')
     assert (unit.stdout, gateway_side.stdout, failing.returncode) == ("unit\n", "gateway\n", 7)
+
+
+@pytest.mark.parametrize(
+    "map_address, shown",
+    [
+        (b"\x1b]0;x\x07\x9b31m\xc2\x9b31m\xe2\x80\xae\xff\xe2\x80\xa8", "map ·]0;x··31m·31m···"),
+        (b'","alert_type":5,"x":"\x1b', '(not an alert document): [{"alert_type'),
+        (b'","alert_time":"\x1b', '(not an alert document): [{"alert_type'),
+        (b'","x\x1b":' + b"[" * 3000, '(not valid JSON): [{"alert_type'),
+    ],
+    ids=["escapes", "no type", "no time", "too deep"],
+)
+def test_timeline_shows_nothing_raw_whatever_is_sent(
+    station: Station, map_address: bytes, shown: str
+) -> None:
+    out = io.StringIO()
+    with gateway.record_listener(station) as records, Television(station) as television:
+        service = start(station)
+        with Timeline(station, service, records, television, out):
+            gateway.deliver(station, gateway.detail_alert("FIRE"))
+            gateway.deliver(station, b"\x28" + map_address[:100])
+            gateway.deliver(station, b"\x34" + map_address)
+            wait_for(lambda: shown in out.getvalue(), shown)
+    assert "/date -s " in out.getvalue()
+    assert out.getvalue().replace("\n", "").isprintable()
 
 
 def test_ctrl_c_on_a_terminal_ends_it_quietly_and_in_colour() -> None:

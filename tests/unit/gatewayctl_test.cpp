@@ -1,6 +1,6 @@
 #include "hdtv/message.h"
 #include "hdtv/protocol.h"
-#include "tools/gatewayctl/channel.h"
+#include "tools/gatewayctl/address.h"
 #include "tools/gatewayctl/describe.h"
 #include "tools/gatewayctl/failure.h"
 #include "tools/gatewayctl/messages.h"
@@ -411,7 +411,7 @@ TEST(records, are_told_by_code_and_size) {
 
 // Addresses and texts.
 
-TEST(channel, host_may_carry_a_port) {
+TEST(address, host_may_carry_a_port) {
     EXPECT_EQ(to_text(resolve("127.0.0.1")), "127.0.0.1:4000");
     EXPECT_EQ(to_text(resolve("127.0.0.1:5")), "127.0.0.1:5");
     for (const char *text :

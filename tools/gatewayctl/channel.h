@@ -4,19 +4,8 @@
 
 #include <chrono>
 #include <netinet/in.h>
-#include <string>
 
-/// Where a unit is and how to get a message there. Failures are run_failure.
-
-/// "HOST" or "HOST:PORT"; without a port it is the unit's command port. A text that cannot be that is
-/// a usage_failure, a name that nobody knows a run_failure.
-sockaddr_in resolve(const std::string &host_and_port);
-
-/// "10.87.33.50:4000".
-std::string to_text(const sockaddr_in &address);
-
-/// "10.87.33.50".
-std::string host_text(const sockaddr_in &address);
+/// How to get one message to a unit. Failures are run_failure.
 
 /// Sends the whole message in one write over a connection of its own and waits until the unit has
 /// closed it, that is until it has read the message.

@@ -2,6 +2,7 @@
 // explains messages.
 
 #include "hdtv/protocol.h"
+#include "tools/gatewayctl/address.h"
 #include "tools/gatewayctl/channel.h"
 #include "tools/gatewayctl/date.h"
 #include "tools/gatewayctl/describe.h"
@@ -370,16 +371,17 @@ void add_serve(CLI::App &app) {
     CLI::App &command = add_command(
         app, "serve", "Be a small gateway: answer the units' requests and print what comes", [] {
             // Refused before anything begins.
-            make_hdtv_settings(settings.rotation);
+            make_hdtv_settings(settings.desk.rotation);
             if (!roll_call.empty()) {
                 settings.roll_call = resolve(roll_call);
             }
             settings.every = to_milliseconds(every);
-            settings.timeout = to_milliseconds(common.timeout);
+            settings.desk.timeout = to_milliseconds(common.timeout);
             serve(settings);
             return 0;
         });
-    command.add_option("--rotation", settings.rotation, "The rotation that units get as settings")
+    command
+        .add_option("--rotation", settings.desk.rotation, "The rotation that units get as settings")
         ->capture_default_str();
     command
         .add_option("--roll-call", roll_call,

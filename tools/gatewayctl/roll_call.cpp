@@ -1,6 +1,8 @@
 #include "tools/gatewayctl/roll_call.h"
 
+#include "tools/gatewayctl/address.h"
 #include "tools/gatewayctl/channel.h"
+#include "tools/gatewayctl/inbox.h"
 #include "tools/gatewayctl/records.h"
 
 #include <cstdio>
@@ -78,17 +80,30 @@ void print_json(const answers_by_address &answers) {
     }
 }
 
+void gather(record_inbox &inbox, std::chrono::milliseconds time, answers_by_address &answers) {
+    const auto end = clock_type::now() + time;
+    bool is_undisturbed = true;
+    while (is_undisturbed && clock_type::now() < end) {
+        poll_set events(end);
+        inbox.watch(events);
+        is_undisturbed = events.wait();
+        inbox.advance(events,
+                      [&answers](const sockaddr_in &from, std::span<const std::uint8_t> bytes) {
+                          if (const auto record = parse_record(bytes)) {
+                              note(answers[ntohl(from.sin_addr.s_addr)], *record);
+                          }
+                      });
+    }
+}
+
 } // namespace
 
 int call_roll(const sockaddr_in &to, std::chrono::milliseconds wait, bool as_json) {
     answers_by_address answers;
-    record_inbox inbox; // listens before the call
+    shortage lack([] { std::fputs("gatewayctl: units wait for free descriptors\n", stderr); });
+    record_inbox inbox(lack); // listens before the call
     send_over_udp(to, make_rollcall_request());
-    inbox.serve(wait, [&answers](const sockaddr_in &from, std::span<const std::uint8_t> bytes) {
-        if (const auto record = parse_record(bytes)) {
-            note(answers[ntohl(from.sin_addr.s_addr)], *record);
-        }
-    });
+    gather(inbox, wait, answers);
     if (answers.empty()) {
         std::fprintf(stderr, "gatewayctl: no unit has answered a roll call to %s\n",
                      to_text(to).c_str());

@@ -1,0 +1,96 @@
+#include "tools/gatewayctl/exchange.h"
+
+#include "tools/gatewayctl/address.h"
+#include "tools/gatewayctl/failure.h"
+#include "tools/gatewayctl/socket.h"
+
+#include <cerrno>
+#include <sys/socket.h>
+#include <utility>
+
+namespace {
+
+int pending_error(int fd) {
+    int error = 0;
+    socklen_t size = sizeof error;
+    getsockopt(fd, SOL_SOCKET, SO_ERROR, &error, &size);
+    return error;
+}
+
+} // namespace
+
+exchange::exchange(const sockaddr_in &unit, message_bytes message, clock_type::time_point end)
+    : connection_(open_socket(SOCK_STREAM | SOCK_NONBLOCK)), unit_(unit),
+      message_(std::move(message)), end_(end) {}
+
+void exchange::start() {
+    if (connect(connection_.get(), generic(unit_), sizeof unit_) == 0) {
+        send_message();
+    } else if (errno != EINPROGRESS) {
+        fail_to_connect(errno);
+    }
+}
+
+void exchange::watch(poll_set &set) const {
+    set.watch(connection_.get(), is_sent_ ? POLLIN : POLLOUT);
+    set.wake_by(end_);
+}
+
+bool exchange::advance(const poll_set &events) {
+    const bool has_event = events.has_event(connection_.get());
+    if (has_event && is_sent_ && is_taken()) {
+        return true;
+    }
+    if (has_event && !is_sent_) {
+        finish_connecting();
+        send_message();
+    }
+    if (clock_type::now() >= end_) {
+        fail_in_time();
+    }
+    return false;
+}
+
+void exchange::finish_connecting() const {
+    if (const int error = pending_error(connection_.get()); error != 0) {
+        fail_to_connect(error);
+    }
+}
+
+void exchange::send_message() {
+    // An empty socket's buffer takes any message whole.
+    const ssize_t sent = send(connection_.get(), message_.data(), message_.size(), MSG_NOSIGNAL);
+    if (sent != static_cast<ssize_t>(message_.size())) {
+        throw run_failure("the message could not be sent whole: " + reason(errno));
+    }
+    is_sent_ = true;
+}
+
+// The unit closes without a word, or resets where it has not read everything.
+bool exchange::is_taken() {
+    char unused[4096];
+    const ssize_t count = recv(connection_.get(), unused, sizeof unused, 0);
+    if (count == 0 || (count < 0 && errno == ECONNRESET)) {
+        return true;
+    }
+    if (count < 0 && errno != EINTR && errno != EAGAIN) {
+        throw run_failure(to_text(unit_) + " has broken the connection: " + reason(errno));
+    }
+    return false;
+}
+
+void exchange::fail_to_connect(int error) const {
+    if (error == ECONNREFUSED) {
+        throw run_failure(to_text(unit_) +
+                          " refuses connections: that machine is up, the service is not");
+    }
+    throw run_failure(to_text(unit_) + " cannot be reached: " + reason(error));
+}
+
+void exchange::fail_in_time() const {
+    if (!is_sent_) {
+        throw run_failure(to_text(unit_) + " does not answer");
+    }
+    throw run_failure("the message is on its way, but " + to_text(unit_) +
+                      " has not taken it yet: the unit is busy, or something else listens there");
+}

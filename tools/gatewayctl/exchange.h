@@ -1,0 +1,37 @@
+#pragma once
+
+#include "tools/gatewayctl/descriptor_owner.h"
+#include "tools/gatewayctl/messages.h"
+#include "tools/gatewayctl/poll_set.h"
+
+#include <netinet/in.h>
+
+/// One message on its way to a unit, over a connection of its own. It never waits itself: whoever
+/// holds it does. All failures are run_failure.
+class exchange {
+  public:
+    /// Opens the socket, nothing more. The unit has to have taken the message by the end.
+    exchange(const sockaddr_in &unit, message_bytes message, clock_type::time_point end);
+
+    void start();
+
+    /// What it waits for.
+    void watch(poll_set &set) const;
+
+    /// Goes on after a wait. True when the unit has closed the connection, that is when it has read
+    /// the message.
+    bool advance(const poll_set &events);
+
+  private:
+    void finish_connecting() const;
+    void send_message();
+    bool is_taken();
+    [[noreturn]] void fail_to_connect(int error) const;
+    [[noreturn]] void fail_in_time() const;
+
+    descriptor_owner connection_;
+    sockaddr_in unit_;
+    message_bytes message_;
+    clock_type::time_point end_;
+    bool is_sent_ = false;
+};

@@ -1,0 +1,6 @@
+#pragma once
+
+#include <string>
+
+/// A line with the time, at once.
+void say(const std::string &who, const std::string &what);

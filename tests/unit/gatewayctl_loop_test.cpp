@@ -1,0 +1,201 @@
+// The parts that gatewayctl's waiting is made of, with sockets of this machine's loopback.
+
+#include "tools/gatewayctl/address.h"
+#include "tools/gatewayctl/exchange.h"
+#include "tools/gatewayctl/failure.h"
+#include "tools/gatewayctl/poll_set.h"
+#include "tools/gatewayctl/shortage.h"
+#include "tools/gatewayctl/socket.h"
+
+#include <csignal>
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <sys/time.h>
+#include <vector>
+
+namespace {
+
+constexpr std::chrono::seconds long_time(60);
+
+/// A socket of its own port, listening or not yet.
+struct fake_unit {
+    descriptor_owner socket_fd = open_socket(SOCK_STREAM);
+    sockaddr_in address = resolve("127.0.0.1");
+
+    fake_unit() {
+        address.sin_port = 0;
+        socklen_t size = sizeof address;
+        EXPECT_EQ(bind(socket_fd.get(), generic(address), size), 0);
+        EXPECT_EQ(getsockname(socket_fd.get(), reinterpret_cast<sockaddr *>(&address), &size), 0);
+    }
+    void listen() const {
+        EXPECT_EQ(::listen(socket_fd.get(), 1), 0);
+    }
+    descriptor_owner accept() const {
+        return descriptor_owner(::accept(socket_fd.get(), nullptr, nullptr));
+    }
+};
+
+// One wait and what follows.
+bool advance(exchange &sending) {
+    poll_set events(clock_type::now() + long_time);
+    sending.watch(events);
+    events.wait();
+    return sending.advance(events);
+}
+
+std::string failure_of(exchange &sending) {
+    try {
+        sending.start();
+        while (!advance(sending)) {
+        }
+    } catch (const run_failure &failure) {
+        return failure.what();
+    }
+    return "";
+}
+
+/// So many descriptors and no more, until its end.
+class descriptor_limit {
+  public:
+    explicit descriptor_limit(rlim_t count) {
+        getrlimit(RLIMIT_NOFILE, &before_);
+        const rlimit now{count, before_.rlim_max};
+        setrlimit(RLIMIT_NOFILE, &now);
+    }
+    descriptor_limit(const descriptor_limit &) = delete;
+    descriptor_limit &operator=(const descriptor_limit &) = delete;
+    ~descriptor_limit() {
+        setrlimit(RLIMIT_NOFILE, &before_);
+    }
+
+  private:
+    rlimit before_{};
+};
+
+TEST(exchange, ends_when_the_unit_has_read_and_closed) {
+    fake_unit unit;
+    unit.listen();
+    exchange sending(unit.address, {1, 2, 3}, clock_type::now() + long_time);
+    sending.start();
+    descriptor_owner connection = unit.accept();
+    EXPECT_FALSE(advance(sending)); // connected, and sent
+    char bytes[8];
+    EXPECT_EQ(recv(connection.get(), bytes, sizeof bytes, 0), 3);
+    poll_set nothing(clock_type::now());
+    sending.watch(nothing);
+    nothing.wait();
+    EXPECT_FALSE(sending.advance(nothing)); // read, but not closed
+    EXPECT_EQ(send(connection.get(), "?", 1, 0), 1);
+    EXPECT_FALSE(advance(sending)); // an answer says nothing
+    connection = descriptor_owner();
+    EXPECT_TRUE(advance(sending));
+}
+
+TEST(exchange, ends_when_the_unit_resets_the_connection) {
+    fake_unit unit;
+    unit.listen();
+    exchange sending(unit.address, {1, 2, 3}, clock_type::now() + long_time);
+    sending.start();
+    descriptor_owner connection = unit.accept();
+    EXPECT_FALSE(advance(sending));
+    connection = descriptor_owner(); // with bytes that have not been read
+    EXPECT_TRUE(advance(sending));
+}
+
+TEST(exchange, tells_why_it_fails) {
+    fake_unit unit;
+    exchange refused(unit.address, {1}, clock_type::now() + long_time);
+    EXPECT_EQ(failure_of(refused),
+              to_text(unit.address) +
+                  " refuses connections: that machine is up, the service is not");
+    unit.listen();
+    exchange untaken(unit.address, {1}, clock_type::now() + std::chrono::milliseconds(20));
+    EXPECT_TRUE(
+        failure_of(untaken).starts_with("the message is on its way, but " + to_text(unit.address)));
+}
+
+TEST(poll_set, tells_who_has_an_event) {
+    int ends[2][2];
+    for (auto &pair : ends) {
+        ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, pair), 0);
+    }
+    const descriptor_owner owners[] = {descriptor_owner(ends[0][0]), descriptor_owner(ends[0][1]),
+                                       descriptor_owner(ends[1][0]), descriptor_owner(ends[1][1])};
+    EXPECT_EQ(send(owners[1].get(), "?", 1, 0), 1);
+    poll_set events(clock_type::now() + long_time);
+    events.watch(owners[0].get(), POLLIN);
+    events.watch(owners[2].get(), POLLIN);
+    EXPECT_TRUE(events.wait());
+    EXPECT_TRUE(events.has_event(owners[0].get()));
+    EXPECT_FALSE(events.has_event(owners[2].get()));
+    EXPECT_FALSE(events.has_event(owners[1].get())); // not watched
+}
+
+TEST(poll_set, wakes_by_the_earliest_time_and_not_before) {
+    const auto early = clock_type::now() + std::chrono::milliseconds(5);
+    poll_set events(clock_type::now() + long_time);
+    events.wake_by(early);
+    events.wake_by(early + long_time);
+    EXPECT_TRUE(events.wait());
+    EXPECT_GE(clock_type::now(), early);
+    EXPECT_LT(clock_type::now(), early + long_time / 2);
+}
+
+TEST(poll_set, is_ended_by_a_signal) {
+    struct sigaction action {};
+    struct sigaction before {};
+    action.sa_handler = [](int) {};
+    sigaction(SIGALRM, &action, &before);
+    const itimerval soon{{0, 1000}, {0, 1000}}; // again and again, as the first may come too early
+    const itimerval never{};
+    setitimer(ITIMER_REAL, &soon, nullptr);
+    poll_set events(clock_type::now() + long_time);
+    EXPECT_FALSE(events.wait());
+    setitimer(ITIMER_REAL, &never, nullptr);
+    sigaction(SIGALRM, &before, nullptr);
+}
+
+// The system refuses to wait for more descriptors than a process may have.
+TEST(poll_set, rests_where_it_cannot_wait) {
+    const descriptor_owner one = open_socket(SOCK_STREAM);
+    poll_set events(clock_type::now() + long_time);
+    events.watch(one.get(), POLLIN);
+    const auto begin = clock_type::now();
+    {
+        const descriptor_limit none(0);
+        EXPECT_TRUE(events.wait());
+    }
+    EXPECT_GE(clock_type::now() - begin, std::chrono::milliseconds(50));
+    EXPECT_FALSE(events.has_event(one.get()));
+}
+
+TEST(socket, tells_a_shortage_from_other_failures) {
+    const descriptor_limit none(0);
+    EXPECT_THROW(open_socket(SOCK_STREAM), shortage_failure);
+    try {
+        open_socket(-1);
+        FAIL();
+    } catch (const shortage_failure &) {
+        FAIL();
+    } catch (const run_failure &failure) {
+        EXPECT_EQ(failure.what(), "no socket can be had: " + reason(EINVAL));
+    }
+}
+
+TEST(shortage, rests_and_says_so_once) {
+    int begins = 0;
+    shortage lack([&begins] { ++begins; });
+    EXPECT_FALSE(lack.is_resting());
+    for (int i = 0; i < 3; ++i) {
+        lack.note();
+        EXPECT_TRUE(lack.is_resting());
+        poll_set rest(lack.rest_end());
+        rest.wait();
+        EXPECT_FALSE(lack.is_resting());
+    }
+    EXPECT_EQ(begins, 1);
+}
+
+} // namespace

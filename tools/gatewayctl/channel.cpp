@@ -11,7 +11,7 @@
 void send_over_tcp(const sockaddr_in &unit, const message_bytes &message,
                    std::chrono::milliseconds limit) {
     const auto end = clock_type::now() + limit;
-    exchange sending(unit, message, end);
+    exchange sending(open_socket(exchange::socket_type), unit, message, end);
     sending.start();
     for (bool is_taken = false; !is_taken;) {
         poll_set events(end);

@@ -6,9 +6,11 @@
 #include "tools/gatewayctl/failure.h"
 #include "tools/gatewayctl/messages.h"
 #include "tools/gatewayctl/say.h"
+#include "tools/gatewayctl/socket.h"
 #include "tools/gatewayctl/text.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace {
 
@@ -131,16 +133,16 @@ bool answer_desk::answer_request(visitor &served, const unit_record &request) {
     if (answers_ == most_answers || lack_.is_resting()) {
         return false;
     }
-    const bool is_for_date = request.type == record_type::set_date_request;
-    try {
-        served.answer.emplace(served.unit,
-                              is_for_date ? make_set_date(date_now(), transport::tcp)
-                                          : make_hdtv_settings(settings_.rotation),
-                              clock_type::now() + settings_.timeout);
-    } catch (const shortage_failure &) {
+    descriptor_owner connection = try_socket(exchange::socket_type);
+    if (connection.get() < 0) {
         lack_.note();
         return false;
     }
+    const bool is_for_date = request.type == record_type::set_date_request;
+    served.answer.emplace(std::move(connection), served.unit,
+                          is_for_date ? make_set_date(date_now(), transport::tcp)
+                                      : make_hdtv_settings(settings_.rotation),
+                          clock_type::now() + settings_.timeout);
     served.what = is_for_date ? "the date" : "the rotation " + std::to_string(settings_.rotation);
     say_record(served.unit, request);
     start_answer(served);

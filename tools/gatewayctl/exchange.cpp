@@ -5,7 +5,6 @@
 #include "tools/gatewayctl/socket.h"
 
 #include <cerrno>
-#include <sys/socket.h>
 #include <utility>
 
 namespace {
@@ -19,9 +18,9 @@ int pending_error(int fd) {
 
 } // namespace
 
-exchange::exchange(const sockaddr_in &unit, message_bytes message, clock_type::time_point end)
-    : connection_(open_socket(SOCK_STREAM | SOCK_NONBLOCK)), unit_(unit),
-      message_(std::move(message)), end_(end) {}
+exchange::exchange(descriptor_owner connection, const sockaddr_in &unit, message_bytes message,
+                   clock_type::time_point end)
+    : connection_(std::move(connection)), unit_(unit), message_(std::move(message)), end_(end) {}
 
 void exchange::start() {
     if (connect(connection_.get(), generic(unit_), sizeof unit_) == 0) {

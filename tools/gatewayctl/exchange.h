@@ -5,13 +5,17 @@
 #include "tools/gatewayctl/poll_set.h"
 
 #include <netinet/in.h>
+#include <sys/socket.h>
 
 /// One message on its way to a unit, over a connection of its own. It never waits itself: whoever
 /// holds it does. All failures are run_failure.
 class exchange {
   public:
-    /// Opens the socket, nothing more. The unit has to have taken the message by the end.
-    exchange(const sockaddr_in &unit, message_bytes message, clock_type::time_point end);
+    static constexpr int socket_type = SOCK_STREAM | SOCK_NONBLOCK;
+
+    /// With a new socket. The unit has to have taken the message by the end.
+    exchange(descriptor_owner connection, const sockaddr_in &unit, message_bytes message,
+             clock_type::time_point end);
 
     void start();
 

@@ -11,8 +11,3 @@ struct usage_failure : std::runtime_error {
 struct run_failure : std::runtime_error {
     using std::runtime_error::runtime_error;
 };
-
-/// There is no descriptor left for it at the moment.
-struct shortage_failure : run_failure {
-    using run_failure::run_failure;
-};

@@ -7,16 +7,15 @@
 #include <sys/socket.h>
 
 descriptor_owner open_socket(int type) {
-    descriptor_owner socket_fd(socket(AF_INET, type | SOCK_CLOEXEC, 0));
+    descriptor_owner socket_fd = try_socket(type);
     if (socket_fd.get() < 0) {
-        const int error = errno;
-        const std::string words = "no socket can be had: " + reason(error);
-        if (is_shortage(error)) {
-            throw shortage_failure(words);
-        }
-        throw run_failure(words);
+        throw run_failure("no socket can be had: " + reason(errno));
     }
     return socket_fd;
+}
+
+descriptor_owner try_socket(int type) {
+    return descriptor_owner(socket(AF_INET, type | SOCK_CLOEXEC, 0));
 }
 
 bool is_shortage(int error) {

@@ -4,9 +4,11 @@
 
 #include <string>
 
-/// A socket of the internet. Where the machine or this process has no descriptor left it fails with
-/// shortage_failure, else with run_failure.
+/// A socket of the internet; a run_failure where there is none to be had.
 descriptor_owner open_socket(int type);
+
+/// The same, but without a descriptor, and with errno, where there is none to be had.
+descriptor_owner try_socket(int type);
 
 /// Whether it is descriptors that there are not enough of, or what the system needs for them.
 bool is_shortage(int error);

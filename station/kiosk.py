@@ -5,17 +5,33 @@
 
 Without a display it draws into nothing (headless). SETTINGS is an INI file whose section "proxy"
 may name a host and a port. Whatever shows or drives the browser finds it at DEBUGGING_PORT.
+
+The address may come from anybody on the network. One that is not of the web could be an option of
+the browser's: it is said on standard error, and the station page is shown.
 """
 
-import argparse
 import configparser
+import ctypes
+import getopt
 import os
+import re
+import signal
+import sys
 import tempfile
 
 BROWSER = "/usr/bin/chromium"
 DEBUGGING_PORT = 9222
 LOG = "/tmp/browser.log"
 SIZE = (1280, 720)
+
+STATION_PAGE = "http://127.0.0.1/station_web/"
+
+# In a memory of its own: nothing that a page does takes room from the alert document or its log.
+PLACE = "/dev/shm"
+PLACE_SIZE = "256m"
+
+_CLONE_NEWNS = 0x00020000
+_CLONE_NEWUSER = 0x10000000
 
 # It is alone with the station's network, and has nothing to ask anybody else.
 FLAGS = [
@@ -32,6 +48,24 @@ FLAGS = [
 ]
 
 
+def say(text: str) -> None:
+    print(f"qt-webkit-kiosk: {text}", file=sys.stderr, flush=True)
+
+
+def printable(text: str) -> str:
+    """What came from outside, for a terminal or a log."""
+    return "".join(c if " " <= c <= "~" else "?" for c in text[:100])
+
+
+def page_of(address: str) -> str:
+    if re.match("https?://.", address):
+        return address
+    say(f"no address of the web: {printable(address)}")
+    # The service appends it to whatever it was sent.
+    rotation = re.search(r"\?rotation=[0-9]{1,3}\Z", address)
+    return STATION_PAGE + (rotation[0] if rotation else "")
+
+
 def proxy_flags(settings: str | None) -> list[str]:
     if settings is None:
         return []
@@ -42,28 +76,62 @@ def proxy_flags(settings: str | None) -> list[str]:
     return [f"--proxy-server={host}:{port}"]
 
 
-def page_arguments(address: str, display: str | None) -> list[str]:
+def page_arguments(page: str, display: str | None) -> list[str]:
     """A plain window of the screen's size; or the whole of a screen that exists by its word only."""
     if display:
-        return [f"--window-size={SIZE[0]},{SIZE[1]}", f"--app={address}"]
-    return ["--headless", "--kiosk", f"--screen-info={{{SIZE[0]}x{SIZE[1]}}}", address]
+        return [f"--window-size={SIZE[0]},{SIZE[1]}", f"--app={page}"]
+    return ["--headless", "--kiosk", f"--screen-info={{{SIZE[0]}x{SIZE[1]}}}", "--", page]
+
+
+def read_command_line(arguments: list[str]) -> dict[str, str]:
+    """A value is taken whole, whatever it begins with; the last one counts."""
+    try:
+        return dict(getopt.getopt(arguments, "c:u:")[0])
+    except getopt.GetoptError:
+        say("usage: qt-webkit-kiosk [-c SETTINGS] -u ADDRESS")
+        return {}
+
+
+def _write(path: str, text: str) -> None:
+    with open(path, "w", encoding="ascii") as file:
+        file.write(text)
+
+
+def enter_own_memory() -> None:
+    """A /dev/shm of the browser's own. The station's service may not mount, so it is the root of a
+    user namespace that does."""
+    libc = ctypes.CDLL(None, use_errno=True)
+    ids = {"uid_map": os.getuid(), "gid_map": os.getgid()}
+    options = f"size={PLACE_SIZE},mode=700".encode()
+    try:
+        if libc.unshare(_CLONE_NEWUSER | _CLONE_NEWNS) == 0:
+            _write("/proc/self/setgroups", "deny")
+            for name, number in ids.items():
+                _write(f"/proc/self/{name}", f"0 {number} 1")
+            if libc.mount(b"browser", PLACE.encode(), b"tmpfs", 0, options) == 0:
+                return
+        say(f"the browser shares {PLACE}: {os.strerror(ctypes.get_errno())}")
+    except OSError as error:
+        say(f"the browser shares {PLACE}: {error.strerror}")
 
 
 def main() -> None:
-    parser = argparse.ArgumentParser()
-    parser.add_argument("-u", dest="address", required=True)
-    parser.add_argument("-c", dest="settings")
-    arguments = parser.parse_args()
+    options = read_command_line(sys.argv[1:])
+    page = page_of(options.get("-u", ""))
+    enter_own_memory()
     log = os.open(LOG, os.O_WRONLY | os.O_CREAT | os.O_APPEND, 0o644)
     os.dup2(log, 1)
     os.dup2(log, 2)
+    os.environ["TMPDIR"] = PLACE
+    signal.signal(signal.SIGPIPE, signal.SIG_DFL)  # which Python ignores, for its children too
     command = [
         BROWSER,
+        "--",  # for Debian's launcher, which would take the one before the page
         *FLAGS,
-        *proxy_flags(arguments.settings),
+        *proxy_flags(options.get("-c")),
         f"--remote-debugging-port={DEBUGGING_PORT}",
-        f"--user-data-dir={tempfile.mkdtemp(prefix='browser-')}",
-        *page_arguments(arguments.address, os.environ.get("DISPLAY")),
+        f"--user-data-dir={tempfile.mkdtemp(prefix='browser-', dir=PLACE)}",
+        *page_arguments(page, os.environ.get("DISPLAY")),
     ]
     os.execv(command[0], command)
 

@@ -23,6 +23,7 @@
 #include <string>
 #include <sys/prctl.h>
 #include <unistd.h>
+#include <vector>
 
 namespace {
 
@@ -85,6 +86,16 @@ std::string first_line(const std::string &path) {
     std::string line;
     std::getline(file, line);
     return line;
+}
+
+// Read to its end before any is carried out: the next program is not to inherit the file.
+std::vector<std::string> lines_of(const std::string &path) {
+    std::ifstream file(path);
+    std::vector<std::string> lines;
+    for (std::string line; std::getline(file, line);) {
+        lines.push_back(line);
+    }
+    return lines;
 }
 
 std::string ignored_signals() {
@@ -166,8 +177,8 @@ void behave(const std::string &line, char **argv) {
 int main(int argc, char **argv) {
     const std::string path = read_link("/proc/self/exe");
     journal(path, argc, argv);
-    std::ifstream behaviour(behaviour_directory + path.substr(path.rfind('/') + 1));
-    for (std::string line; std::getline(behaviour, line);) {
+    for (const std::string &line :
+         lines_of(behaviour_directory + path.substr(path.rfind('/') + 1))) {
         behave(line, argv);
     }
     return 0;

@@ -39,16 +39,24 @@ var station_page = (function () {
     }
 
     function recall() {
+        var memory = null;
         try {
-            state = JSON.parse(window.localStorage.getItem(MEMORY)) || state;
+            memory = JSON.parse(window.localStorage.getItem(MEMORY));
         } catch (error) {
             /* Nothing to recall. */
         }
-        shown = alert_document.read(String(state.response));
+        /* Every page of this machine's address may have written there, and anything. */
+        if (memory !== null && typeof memory === 'object') {
+            state.response = typeof memory.response === 'string' ? memory.response : '';
+            state.stopped = typeof memory.stopped === 'number' ? memory.stopped : 0;
+            state.address = is_address(memory.address) ? memory.address : '';
+        }
+        shown = alert_document.read(state.response);
     }
 
     function is_address(text) {
-        return text === 'No Network Connection' || /^[0-9]+(\.[0-9]+){3}$/.test(text);
+        return text === 'No Network Connection' ||
+            typeof text === 'string' && /^[0-9]+(\.[0-9]+){3}$/.test(text);
     }
 
     /* "stop_turnout" tells nothing of the alert, so what is shown stays. */

@@ -2,6 +2,7 @@
 
 import contextlib
 import os
+import socket
 import subprocess
 import time
 import urllib.error
@@ -21,7 +22,7 @@ from station.forward import Forward
 from station.gateway import Unit, deliver
 from station.screen import Screen
 from station.station import DOCUMENT, LIVENESS_FILE, UNIT_ADDRESS, WEB_PORT, Process, Station
-from station.waiting import wait_for
+from station.waiting import DEADLINE, wait_for
 
 pytestmark = pytest.mark.once
 
@@ -228,6 +229,27 @@ def test_browser_restarted_after_stop_turnout_still_shows_the_alert(shown: Shown
     shown.screen.driver.refresh()
     shown.screen.wait_until_drawn()
     assert (shown.text("text"), shown.units(), shown.text("timer")) == ("FIRE", ["E1"], "")
+
+
+@pytest.mark.parametrize(
+    "memory",
+    [
+        *("5", '"x"', "[]", "null", "true", "{}", "not JSON", '{"response":5,"stopped":"x"}'),
+        '{"response":null,"stopped":{},"address":{}}',
+        '{"response":"[{}]","stopped":[],"address":["10.0.0.1"]}',
+    ],
+)
+def test_page_gets_over_whatever_it_finds_in_its_memory(shown: Shown, memory: str) -> None:
+    shown.deliver(gateway.detail_alert("FIRE", turnout_end=100))
+    shown.deliver(gateway.stop_turnout())
+    shown.script("localStorage.setItem('station_page', arguments[0])", memory)
+    shown.screen.driver.refresh()
+    shown.screen.wait_until_drawn()
+    assert shown.text("alert") == ""
+    shown.deliver(gateway.detail_alert("FIRE", turnout_end=100))
+    assert shown.text("text") == "FIRE"
+    shown.deliver(gateway.detail_alert(""))
+    assert shown.text("alert") == ""
 
 
 @pytest.mark.parametrize(
@@ -673,6 +695,75 @@ def test_only_the_televisions_own_page_is_taken_for_alive(
         headers = {"Host": "127.0.0.1", "X-Station-Page": "alive"}
         assert request(forward.port, "alive.cgi", method="POST", headers=headers) == 204
         assert station.path(LIVENESS_FILE).exists()
+
+
+def answer_to(station: Station, *parts: bytes) -> bytes:
+    """What the web server says before it closes the connection. Of the parts all but the first are
+    sent as long as it listens."""
+    with station.in_unit():
+        connection = socket.create_connection(("127.0.0.1", WEB_PORT), timeout=DEADLINE)
+    with connection:
+        answer = b""
+        with contextlib.suppress(ConnectionResetError, BrokenPipeError):
+            for part in parts:
+                connection.sendall(part)
+        with contextlib.suppress(ConnectionResetError):
+            while piece := connection.recv(4096):
+                answer += piece
+    return answer
+
+
+SIGN = b"POST /station_web/alive.cgi HTTP/1.1\r\nHost: 127.0.0.1\r\nX-Station-Page: alive\r\n"
+
+
+@pytest.mark.parametrize(
+    "parts, status",
+    [
+        ((SIGN + b"Content-Length: 1000000000\r\n\r\n", b"x" * 4096), b"413"),
+        ((SIGN + b"Transfer-Encoding: chunked\r\n\r\n", *[b"1000\r\n" + b"x" * 4096] * 9), b""),
+        ((SIGN + b"Content-Length: 100\r\n\r\n", b"x" * 50), b""),
+        ((SIGN + b"X: " + b"x" * 5000 + b"\r\n\r\n",), b"431"),
+        ((SIGN,), b""),
+    ],
+    ids=["large", "endless", "never complete", "large header", "endless header"],
+)
+def test_sign_of_life_that_is_no_small_request_is_none(
+    station: Station, parts: tuple[bytes, ...], status: bytes
+) -> None:
+    station.start_web_server()
+    answer = answer_to(station, *parts)
+    assert b" 204 " not in answer
+    assert status in answer[:20]
+    assert not station.path(LIVENESS_FILE).exists()
+    assert b" 204 " in answer_to(station, SIGN + b"Content-Length: 0\r\nConnection: close\r\n\r\n")
+
+
+def test_page_in_another_pages_frame_shows_nothing(station: Station, tmp_path: Path) -> None:
+    """Nor does it say that it is alive."""
+    (tmp_path / "frame.html").write_text(
+        "<iframe id=own src='own.html'></iframe>"
+        "<iframe id=page src='http://127.0.0.1/station_web/'></iframe>"
+    )
+    (tmp_path / "own.html").write_text("<p id=idle_text>own")
+    station.start_web_server()
+    station.use_real_browser()
+    with gateway.web_server(station, tmp_path) as requests, Screen(station) as screen:
+        station.start_service()
+        wait_for(station.path(LIVENESS_FILE).exists, "the page by itself")
+        deliver(station, gateway.set_page_address(f"http://{gateway.GATEWAY}/frame.html"))
+        station.wait_for_calls("qt-webkit-kiosk", 2)
+        wait_for(lambda: "/own.html" in requests, "the other page")
+        station.path(LIVENESS_FILE).unlink()
+        driver = screen.driver
+        loaded = "return document.readyState === 'complete' && frames.length === 2"
+        wait_for(lambda: driver.execute_script(loaded), "both frames")
+        shown = {}
+        for frame in ("own", "page"):
+            driver.switch_to.frame(frame)
+            shown[frame] = len(driver.find_elements("id", "idle_text"))
+            driver.switch_to.default_content()
+        assert shown == {"own": 1, "page": 0}
+        assert not station.path(LIVENESS_FILE).exists()
 
 
 @pytest.mark.slow

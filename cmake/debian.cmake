@@ -34,7 +34,7 @@ set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXE
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SECTION misc)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
-set(CPACK_DEBIAN_PACKAGE_DEPENDS "alsa-utils, init-system-helpers (>= 1.54), lighttpd, net-tools, psmisc, udhcpc, usbutils, wget")
+set(CPACK_DEBIAN_PACKAGE_DEPENDS "adduser, alsa-utils, init-system-helpers (>= 1.54), lighttpd, net-tools, psmisc, udhcpc, usbutils, wget")
 set(CPACK_DEBIAN_PACKAGE_SUGGESTS "chromium, v4l-utils, wireshark")
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA

@@ -17,7 +17,7 @@ armv6_packages=(cmake g++-arm-linux-gnueabi libgtest-dev ninja-build pkg-config 
 
 # What it takes to make the Debian package, and what that needs where it is installed.
 package_packages=(
-    alsa-utils cmake dpkg-dev file g++ libcli11-dev libevent-dev lighttpd lintian net-tools ninja-build
+    adduser alsa-utils cmake dpkg-dev file g++ libcli11-dev libevent-dev lighttpd lintian net-tools ninja-build
     pkg-config psmisc udhcpc usbutils wget
 )
 

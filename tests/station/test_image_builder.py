@@ -61,6 +61,9 @@ $(STATION_WEB_SITE)/install:
 	$(STATION_WEB_INSTALL_INIT_SYSV)
 
 install: $(STATION_WEB_SITE)/install
+
+users:
+	$(info $(STATION_WEB_USERS))
 """
 
 
@@ -139,3 +142,13 @@ def test_page_and_init_scripts_come_onto_the_board(builder: ImageBuilder) -> Non
     assert all(file.stat().st_mode & 0o111 for file in init.iterdir())
     page = {file.name for file in (builder.target / "var/www/station_web").iterdir()}
     assert page == {file.name for file in (TOP / "station_web").iterdir()} - {"CMakeLists.txt"}
+
+
+def test_web_servers_account_comes_onto_the_board(builder: ImageBuilder) -> None:
+    builder.choose("BR2_PACKAGE_STATION_WEB=y")
+    # Name, number, group, its number, password, home, shell, groups, comment.
+    fields = builder.run("make", "users").split("\n")[0].split(maxsplit=8)
+    assert fields[:4] == ["station-web", "-1", "station-web", "-1"]
+    assert fields[4:8] == ["*", "-", "-", "-"]
+    script = (builder.directory / BOARD / "package/station-web/S80station-web").read_text()
+    assert f"\nACCOUNT={fields[0]} " in script

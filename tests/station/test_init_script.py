@@ -1,6 +1,7 @@
 """The board's init scripts, with busybox and nothing else."""
 
 from collections.abc import Iterator
+from functools import partial
 
 import pytest
 from conftest import StationMaker
@@ -176,21 +177,51 @@ def test_wrong_word_is_answered_with_the_right_ones(board: Board) -> None:
     )
 
 
-def test_web_server_starts_restarts_and_stops(board: Board) -> None:
+NO_ACCOUNT = "station-web: there is no account station-web: the web server runs as root\n"
+
+
+def is_page_served(board: Board) -> bool:
     page = ("/usr/bin/wget", "-q", "-O", "-", "http://127.0.0.1/station_web/")
+    process = board.station.start(*page)
+    process.wait()
+    return "<html" in process.output
 
-    def is_served() -> bool:
-        process = board.station.start(*page)
-        process.wait()
-        return "<html" in process.output
 
-    assert board.script("start", "S80station-web") == (0, "")
+def test_web_server_starts_restarts_and_stops(board: Board) -> None:
+    is_served = partial(is_page_served, board)
+    assert board.script("start", "S80station-web") == (0, NO_ACCOUNT)
     wait_for(is_served, "the page")
     first = board.station.path("/run/station-web.pid").read_text()
-    assert board.script("restart", "S80station-web") == (0, "")
+    assert board.script("restart", "S80station-web") == (0, NO_ACCOUNT)
     wait_for(is_served, "the page")
     assert board.station.path("/run/station-web.pid").read_text() != first
     assert board.script("stop", "S80station-web") == (0, "")
     assert not is_served()
     assert board.script("stop", "S80station-web") == (0, "")
     assert board.script("reload", "S80station-web")[0] == 2
+
+
+def test_web_server_has_an_account_of_its_own(board: Board) -> None:
+    """It takes its port as root, and what it serves and writes is not its own."""
+    station = board.station
+    for file in ("/etc/passwd", "/etc/group"):
+        line = "station-web:x:988:988:::\n" if file == "/etc/passwd" else "station-web:x:988:\n"
+        station.path(file).write_text(station.path(file).read_text() + line)
+    station.write_config("{}")
+    board.script("start")
+    assert board.script("start", "S80station-web") == (0, "")
+    wait_for(lambda: is_page_served(board), "the page")
+    pid = station.path("/run/station-web.pid").read_text().strip()
+    assert station.path(f"/proc/{pid}").stat().st_uid == 988
+    sign = "wget -q -O - --header X-Station-Page:alive --post-data= http://127.0.0.1/station_web/alive.cgi"
+    assert station.start("/usr/bin/env", *sign.split()).wait() == 0
+    assert station.path("/dev/shm/web_watchdog").stat().st_uid == 988
+    wait_for(lambda: station.document(), "the document")
+    document = station.start(
+        *("/usr/bin/wget", "-q", "-O", "-", "http://127.0.0.1/station_web/alerts.json")
+    )
+    assert document.wait() == 0 and document.output == station.document_text()
+    assert board.script("restart", "S80station-web") == (0, "")
+    wait_for(lambda: is_page_served(board), "the page")
+    assert board.script("stop", "S80station-web") == (0, "")
+    assert not station.path("/run/station-web.conf").exists()

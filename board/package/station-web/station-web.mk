@@ -9,6 +9,11 @@ STATION_WEB_SITE = $(BR2_EXTERNAL_STATION_DISPLAY_PATH)/../station_web
 STATION_WEB_SITE_METHOD = local
 STATION_WEB_DEPENDENCIES = lighttpd
 
+# The web server's account.
+define STATION_WEB_USERS
+	station-web -1 station-web -1 * - - - Web server of the station page
+endef
+
 define STATION_WEB_INSTALL_TARGET_CMDS
 	mkdir -p $(TARGET_DIR)/var/www/station_web
 	$(INSTALL) -m 644 $(@D)/*.html $(@D)/*.css $(@D)/*.js $(@D)/lighttpd.conf \

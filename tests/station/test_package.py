@@ -1,0 +1,87 @@
+"""What the Debian package does to a machine that is not as it came: its scripts, run by themselves."""
+
+import pytest
+from conftest import StationMaker
+
+from station.station import REAL, STATION_WEB, Station, top_directory
+
+pytestmark = pytest.mark.once
+
+DEBIAN = top_directory() / "board" / "debian"
+PAGE = "/usr/share/hdtv/station_web"
+USER = "hdtv-kiosk"
+
+
+@pytest.fixture
+def machine(make_station: StationMaker) -> Station:
+    """With what the package holds, and without what a station lends."""
+    station = make_station(programs={"postinst": DEBIAN / "postinst", "postrm": DEBIAN / "postrm"})
+    station.run(f"{REAL}/usr/bin/umount", "--recursive", "/var/www")
+    station.run("mkdir", "--parents", PAGE)
+    station.run("touch", f"{PAGE}/index.html")
+    station.path("/usr/share/hdtv/config.json").write_bytes((DEBIAN / "config.json").read_bytes())
+    return station
+
+
+def install(machine: Station) -> None:
+    machine.run("/run/station/bin/postinst", "configure")
+
+
+def check_page_and_settings(machine: Station) -> None:
+    settings = machine.run("cat", "/var/www/config.json")
+    assert settings == (DEBIAN / "config.json").read_text()
+    assert machine.run("ls", f"{STATION_WEB}/") == "index.html\n"
+
+
+@pytest.mark.parametrize(
+    "arrangement",
+    [
+        "",
+        "ln -s /nowhere /var/www/station_web",
+        "ln -s /nowhere/config.json /var/www/config.json",
+        "ln -s /var/lib/config.json /var/www/config.json",
+        "rmdir /var/www; mkdir /srv/web; ln -s /srv/web /var/www",
+        "rmdir /var/www; ln -s /srv/not/there /var/www",
+        "rm -r /var/www",
+        "mkdir /var/www/html",
+    ],
+)
+def test_links_in_the_place_of_its_files_are_no_obstacle(
+    machine: Station, arrangement: str
+) -> None:
+    machine.run("sh", "-ec", "rm -rf /var/www/*; " + arrangement)
+    links = "find /var/www -type l ! -name station_web"
+    before = machine.run("sh", "-c", f"{links} 2>/dev/null; true")
+    install(machine)
+    check_page_and_settings(machine)
+    assert machine.run("sh", "-c", links) == before
+    install(machine)
+    check_page_and_settings(machine)
+
+
+def test_page_and_settings_of_the_machines_own_are_left_alone(machine: Station) -> None:
+    machine.run(
+        "sh", "-ec", "rm -rf /var/www/*; mkdir /srv/page; ln -s /srv/page /var/www/station_web"
+    )
+    machine.path("/var/www/config.json").write_text("own")
+    install(machine)
+    assert machine.run("readlink", STATION_WEB) == "/srv/page\n"
+    assert machine.run("cat", "/var/www/config.json") == "own"
+    machine.run("/run/station/bin/postrm", "remove")
+    assert machine.run("readlink", STATION_WEB) == "/srv/page\n"
+
+
+def test_browsers_user_comes_and_goes_with_the_package(machine: Station) -> None:
+    install(machine)
+    name, _, number, _, _, home, shell = machine.run("getent", "passwd", USER).strip().split(":")
+    assert (name, home, shell) == (USER, "/nonexistent", "/usr/sbin/nologin")
+    assert 100 <= int(number) < 1000
+    groups = machine.run("id", "--name", "--groups", USER).split()
+    assert set(groups) <= {USER, "render"}
+    install(machine)
+    assert machine.run("id", "--user", USER).strip() == number
+    machine.run("/run/station/bin/postrm", "remove")
+    assert machine.run("id", "--user", USER).strip() == number
+    machine.run("/run/station/bin/postrm", "purge")
+    assert USER not in machine.path("/etc/passwd").read_text()
+    assert USER not in machine.path("/etc/group").read_text()

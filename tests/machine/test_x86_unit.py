@@ -190,6 +190,39 @@ def test_mount_of_debian_leaves_a_read_only_root_file_system_alone(
     unit.wait_for_output("cat /var/www/config.json", '"rotation":"0"')
 
 
+# Stands for Chromium, in the example that starts it; it tells who it is and what it has.
+CHROMIUM = r"""#!/bin/bash
+{ id -un; id -ru; grep NoNewPrivs /proc/self/status; df -m --output=size /dev/shm /tmp; } | xargs >$HOME/self
+printf '%s\n' "$@" >$HOME/arguments
+exec -a "chromium ${!#}" sleep 1000000
+"""
+EXAMPLE = "/usr/share/doc/hdtv/examples/qt-webkit-kiosk"
+KEPT = "/root/qt-webkit-kiosk"
+
+
+def test_page_address_is_no_option_and_no_command_of_roots(unit: X86Unit, network: Station) -> None:
+    unit.run(f"mv /usr/bin/qt-webkit-kiosk {KEPT}; install {EXAMPLE} /usr/bin")
+    unit.run(f"cat >/usr/bin/browser <<'END'\n{CHROMIUM}END\nchmod 755 /usr/bin/browser")
+    unit.run("mv -f /usr/bin/browser /usr/bin/chromium")
+    hostile = "--renderer-cmd-prefix=/usr/bin/mkdir -p /tmp/pwned --"
+    gateway.send_datagram(network, gateway.set_page_address(hostile), destination=ADDRESS)
+    shown = "ps -e -o user:20,args | grep '[c]hromium http'"
+    unit.wait_for_output(shown, "hdtv-kiosk           chromium http://127.0.0.1/station_web/")
+    unit.wait_for_output(JOURNAL, "qt-webkit-kiosk: no address of the web: --renderer-cmd-prefix=")
+    profile = "/proc/$(pgrep -o -f '^chromium http')/root/run/hdtv/browser/profile"
+    user = unit.run("id -u hdtv-kiosk").strip()
+    expected = f"hdtv-kiosk {user} NoNewPrivs: 1 1M-blocks 256 256"
+    assert unit.run(f"cat {profile}/self").strip() == expected
+    arguments = unit.run(f"cat {profile}/arguments").split("\n")
+    assert "--no-sandbox" not in arguments
+    assert not [x for x in arguments if "cmd-prefix" in x]
+    gateway.send_datagram(network, gateway.set_page_address("http://x/"), destination=ADDRESS)
+    unit.wait_for_output(shown, "chromium http://x/")
+    assert "http://127" not in unit.run(shown)
+    unit.run(f"mv {KEPT} /usr/bin/qt-webkit-kiosk; systemctl restart hdtv")
+    unit.wait_for_output(JOURNAL, "Starting qt-webkit-kiosk")
+
+
 def test_missing_interface_is_noticed(unit: X86Unit) -> None:
     """By ifconfig. None of what lsusb lists is the board's controller."""
     assert "0627:0001" in unit.run("lsusb")
@@ -241,6 +274,7 @@ def test_purged_package_leaves_nothing(unit: X86Unit) -> None:
     assert "Purging" in unit.run("dpkg --force-unsafe-io -P hdtv 2>&1")
     assert state(unit, "station-web") == "inactive"
     assert unit.run("ls -d $(cat /tmp/files) 2>/dev/null").strip() == ""
+    assert unit.run("getent passwd hdtv-kiosk").strip() == ""
 
 
 def test_enabled_service_starts_with_the_machine(unit: X86Unit, network: Station) -> None:

@@ -3,6 +3,7 @@ comes from the network reaches neither its options nor anybody's terminal."""
 
 import os
 import signal
+from pathlib import Path
 
 import pytest
 from conftest import StationMaker
@@ -228,15 +229,19 @@ def test_unit_without_user_namespaces_shows_the_page_all_the_same(browserless: S
     assert "no user namespaces: the browser runs without its sandbox" in service.errors
 
 
+def write_browser(station: Station, script: str) -> None:
+    browser = station.path("/usr/bin/chromium")
+    browser.unlink()
+    browser.write_text(script if script.startswith("#!") else f"#!/bin/sh\n{script}\n")
+    browser.chmod(0o755)
+
+
 def run_example(station: Station, script: str) -> None:
     """With the privilege to mount, and a script for Chromium."""
     if USER not in station.path("/etc/passwd").read_text():
         add_user(station)
     station.behave("mount", f"exec {REAL}/usr/bin/mount")
-    browser = station.path("/usr/bin/chromium")
-    browser.unlink()
-    browser.write_text(f"#!/bin/sh\n{script}\n")
-    browser.chmod(0o755)
+    write_browser(station, script)
     station.run(f"{BIN}/example", "-u", "http://x/")
 
 
@@ -269,6 +274,81 @@ def test_next_browser_finds_its_place_tidy(browserless: Station) -> None:
     run_example(browserless, "dd if=/dev/zero of=$HOME/large bs=1M count=70 2>/dev/null")
     run_example(browserless, "ls -A $HOME >$TMPDIR/seen")
     assert browserless.path("/run/hdtv/browser/tmp/seen").read_text() == ""
+
+
+def test_stations_browser_fills_no_memory_but_its_own(browserless: Station) -> None:
+    write_browser(browserless, FILL.replace("$HOME", "/run/station") + "\nexec sleep 1000")
+    browserless.use_real_browser()
+    service = browserless.start_service()
+    seen = browserless.path("/run/station/sizes")
+    wait_for(lambda: seen.exists() and seen.read_text().count("\n") == 5, "the sizes")
+    sizes = seen.read_text().split()[1:]
+    assert sizes[0] == sizes[2] == str(256 * 1024)
+    assert "shares" not in service.errors
+    assert not browserless.path("/dev/shm/fill").exists()
+
+
+# What takes shared memory from the browser: what is drawn, and what goes from process to process.
+GREEDY = """<script>
+var kept = [];
+function take() {
+    var canvas = document.createElement('canvas'), channel = new BroadcastChannel('x');
+    canvas.width = canvas.height = 2048;
+    canvas.style.cssText = 'position:absolute;width:64px;height:64px;will-change:transform';
+    canvas.getContext('2d').fillRect(0, 0, 2048, 2048);
+    document.body.appendChild(canvas);
+    channel.postMessage(new Uint8Array(8 << 20));
+    kept.push(new Blob([new Uint8Array(8 << 20)]), channel);
+    setTimeout(take, 10);
+}
+onload = take;
+</script>"""
+
+
+def test_page_that_takes_all_the_memory_it_gets_leaves_room_for_the_alert(
+    make_station: StationMaker, tmp_path: Path
+) -> None:
+    """Also in a browser that cannot keep its shared memory outside of file systems."""
+    station = make_station()
+    station.run(*f"{REAL}/usr/bin/mount -t tmpfs -o size=16m,mode=1777 shm /dev/shm".split())
+    forbid_memory_files(station)
+    station.use_real_browser()
+    (tmp_path / "greedy.html").write_text(GREEDY)
+    with gateway.web_server(station, tmp_path):
+        station.start_service()
+        station.wait_for_calls("qt-webkit-kiosk")
+        address = f"http://{gateway.GATEWAY}/greedy.html"
+        deliver(station, gateway.set_page_address(address))
+        browser = station.wait_for_calls("qt-webkit-kiosk", 2)[1].pid
+        own = station.path(f"/proc/{browser}/root/dev/shm")
+        wait_for(lambda: own.exists() and used(own) > 64 << 20, "memory taken")
+        assert used(station.path("/dev/shm")) < 100_000
+        deliver(station, gateway.detail_alert("F" * 3000))
+        assert station.document()["alert_area"] == "F" * 3000
+
+
+def used(path: Path) -> int:
+    """Bytes of its file system."""
+    system = os.statvfs(path)
+    return (system.f_blocks - system.f_bfree) * system.f_frsize
+
+
+# memfd_create, of whatever machine this is, is not implemented; everything else is allowed.
+NO_MEMORY_FILES = """#!/usr/bin/python3 -I
+import ctypes, os, struct, sys
+number = {"x86_64": 319, "aarch64": 279}[os.uname().machine]
+steps = [(0x20, 0, 0, 0), (0x15, 0, 1, number), (0x06, 0, 0, 0x50026), (0x06, 0, 0, 0x7FFF0000)]
+code = ctypes.create_string_buffer(b"".join(struct.pack("HBBI", *step) for step in steps))
+program = ctypes.create_string_buffer(struct.pack("HxxxxxxQ", len(steps), ctypes.addressof(code)))
+libc = ctypes.CDLL(None)
+assert libc.prctl(38, 1, 0, 0, 0) == 0 and libc.prctl(22, 2, program, 0, 0) == 0
+os.execv("/usr/bin/real-chromium", sys.argv)
+"""
+
+
+def forbid_memory_files(station: Station) -> None:
+    station.run("cp", "/usr/bin/chromium", "/usr/bin/real-chromium")
+    write_browser(station, NO_MEMORY_FILES)
 
 
 def test_real_browser_shows_the_page_from_its_sandbox(make_station: StationMaker) -> None:

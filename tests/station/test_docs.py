@@ -3,6 +3,7 @@
 import json
 import re
 import shlex
+import socket
 import subprocess
 from pathlib import Path
 
@@ -10,7 +11,9 @@ import pytest
 from conftest import StationMaker
 from test_gatewayctl import GATEWAYCTL
 
-from station.station import STATION_WEB, top_directory
+from station import gateway
+from station.gateway import deliver
+from station.station import STATION_WEB, UNIT_ADDRESS, top_directory
 
 pytestmark = pytest.mark.once
 
@@ -41,12 +44,36 @@ def test_operations_explain_every_line_of_the_service() -> None:
     assert [text for text in texts if text not in OPERATIONS] == []
 
 
-@pytest.mark.parametrize("document", ["README.md", "docs/operations.md"])
+@pytest.mark.parametrize("document", ["README.md", "docs/operations.md", "docs/security.md"])
 def test_links_lead_somewhere(document: str) -> None:
     path = TOP / document
     links = re.findall(r"\]\(([^)#]+)\)", path.read_text())
     assert links
     assert [link for link in links if not (path.parent / link).exists()] == []
+
+
+def test_packet_filter_lets_the_gateway_in_and_nobody_else(make_station: StationMaker) -> None:
+    text = (TOP / "docs" / "security.md").read_text()
+    (rules,) = re.findall(r"(?:^    (?:table|delete| |}).*\n)+", text, re.MULTILINE)
+    station = make_station()
+    service = station.start_service()
+    station.wait_for_calls("qt-webkit-kiosk")
+    station.path("/tmp/rules").write_text(rules)
+    for _ in range(2):
+        station.run("/usr/sbin/nft", "--file", "/tmp/rules")
+    # Datagrams arrive in their order.
+    for source in (gateway.OTHER_GATEWAY, gateway.GATEWAY):
+        gateway.send_datagram(station, gateway.display_alert("from " + source), source=source)
+    service.wait_for_output(f"from {gateway.GATEWAY}")
+    assert f"from {gateway.OTHER_GATEWAY}" not in service.output
+    with station.on_gateway(), pytest.raises(TimeoutError):
+        other = (gateway.OTHER_GATEWAY, 0)
+        socket.create_connection((UNIT_ADDRESS, gateway.COMMAND_PORT), 2, source_address=other)
+    deliver(station, gateway.display_alert("by connection"))
+    assert station.document()["alert_area"] == "by connection"
+    with gateway.record_listener(station) as records:
+        gateway.send_datagram(station, gateway.roll_call())
+        records.wait_for_records(1)
 
 
 def shell_lines(program: str) -> list[str]:

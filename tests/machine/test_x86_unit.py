@@ -168,6 +168,24 @@ def test_lower_volume_is_heard(unit: X86Unit, network: Station, tmp_path: Path) 
     assert max(abs(a - factor * b) for a, b in zip(heard, clip, strict=True)) <= 2
 
 
+def test_clips_address_is_no_option_and_fills_no_disk(
+    unit: X86Unit, network: Station, tmp_path: Path
+) -> None:
+    control = b'{"play_audio":"-o/root/owned.wav"}'
+    gateway.send_datagram(network, control, destination=ADDRESS)
+    unit.wait_for_output(JOURNAL, "wget: no address: -o/root/owned.wav")
+    with open(tmp_path / "endless.wav", "wb") as clip:
+        clip.truncate(100 << 20)
+    control = f'{{"play_audio":"http://{gateway.GATEWAY}/endless.wav"}}'.encode()
+    with gateway.web_server(network, tmp_path) as paths:
+        gateway.send_datagram(network, control, destination=ADDRESS)
+        wait_for(lambda: paths, "the download")
+        wait_for(lambda: not unit.run("ps -C wget -o stat= | grep -v Z").strip(), "its end")
+    assert int(unit.run("stat -c %s /tmp/play.wav")) <= 32 << 20
+    assert "No such file" in unit.run("ls /root/owned.wav 2>&1")
+    unit.run("killall -q aplay-now; rm /tmp/play.wav")
+
+
 def test_rotation_is_kept_where_the_root_file_system_is_writable(
     unit: X86Unit, network: Station
 ) -> None:

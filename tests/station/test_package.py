@@ -85,3 +85,20 @@ def test_browsers_user_comes_and_goes_with_the_package(machine: Station) -> None
     machine.run("/run/station/bin/postrm", "purge")
     assert USER not in machine.path("/etc/passwd").read_text()
     assert USER not in machine.path("/etc/group").read_text()
+
+
+def test_wget_of_the_service_takes_no_option_for_an_address(make_station: StationMaker) -> None:
+    station = make_station(programs={"wget": DEBIAN / "wget"})
+    station.path("/run/hdtv").mkdir()
+    station.run("cp", "/run/station/bin/stand-in", "/run/hdtv/wget")
+    station.behave("wget")
+    fixed = ("-O", "/tmp/play.wav", "-T", "1")
+    for option in ("--config=/tmp/play.wav", "-o/root/x.wav", "-\x1b[2J\n\xff.wav", "-"):
+        process = station.start("/run/station/bin/wget", *fixed, option)
+        assert process.wait() == 2
+        assert process.errors.startswith("wget: no address: -")
+        assert process.errors.count("\n") == 1 and process.errors.rstrip("\n").isprintable()
+    assert station.calls("wget") == []
+    for address in ("http://x/a.wav", "10.87.33.20/a b.wav", "$(id)`id`.wav"):
+        assert station.start("/run/station/bin/wget", *fixed, address).wait() == 0
+        assert station.calls("wget")[-1].argv[1:] == [*fixed, address]

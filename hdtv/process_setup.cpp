@@ -11,7 +11,7 @@ namespace {
 
 // The longest line is that of a configuration of 4095 bytes that are closing braces, each with a new
 // member before it: 74 KB. The longest document has 36 KB. What is never printed is never paged in.
-constexpr std::size_t longest_line = 80 * 1024;
+constexpr std::size_t longest_line = std::size_t{80} * 1024;
 
 void open_if_closed(int descriptor) {
     if (fcntl(descriptor, F_GETFD) >= 0) {

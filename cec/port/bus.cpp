@@ -201,6 +201,8 @@ __attribute__((format(printf, 1, 2))) std::int32_t write_line(const char *format
     char text[longest_line];
     std::va_list arguments;
     va_start(arguments, format);
+    // The analyzer loses sight of va_start.
+    // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized)
     const int length = std::vsnprintf(text, sizeof text, format, arguments);
     va_end(arguments);
     if (!is_connected || length < 0 || length >= static_cast<int>(sizeof text)) {

@@ -4,6 +4,7 @@ set(DOCUMENTS ${CMAKE_INSTALL_DATADIR}/doc/hdtv)
 
 install(FILES ${BOARD}/debian/hdtv.service ${BOARD}/debian/station-web.service
   DESTINATION /lib/systemd/system)
+install(FILES ${BOARD}/debian/sysctl.conf DESTINATION lib/sysctl.d RENAME 60-hdtv.conf)
 install(FILES ${BOARD}/debian/config.json DESTINATION ${CMAKE_INSTALL_DATADIR}/hdtv)
 install(FILES ${BOARD}/debian/examples/hdtv-screen.service DESTINATION ${DOCUMENTS}/examples)
 install(PROGRAMS ${BOARD}/debian/examples/qt-webkit-kiosk DESTINATION ${DOCUMENTS}/examples)

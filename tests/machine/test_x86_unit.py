@@ -2,6 +2,7 @@
 the machine's watchdog makes of a service that hangs. The tests share one machine, in their order."""
 
 import re
+import socket
 import struct
 import wave
 from collections.abc import Iterator
@@ -83,6 +84,10 @@ def test_pages_sign_of_life_reaches_the_service(unit: X86Unit) -> None:
         " http://127.0.0.1/station_web/alive.cgi"
     )
     assert unit.run("stat -c %s /dev/shm/web_watchdog").strip() == "0"
+
+
+def test_browser_can_make_its_sandbox(unit: X86Unit) -> None:
+    unit.wait_for_output(JOURNAL, "the browser's namespaces are there")
 
 
 def test_service_that_died_is_started_again(unit: X86Unit) -> None:
@@ -262,6 +267,114 @@ def test_watchdog_is_kicked(unit: X86Unit) -> None:
     assert watchdog(unit) == ["i6300ESB timer", "active", "15"]
     wait_for(lambda: uptime(unit) > 20, "20 seconds")
     assert state(unit, "hdtv") == "active"
+
+
+def test_renderer_that_takes_too_much_memory_does_not_end_the_service(unit: X86Unit) -> None:
+    first = main_process(unit)
+    group = "/sys/fs/cgroup/system.slice/hdtv.service"
+    unit.run("systemctl set-property --runtime hdtv MemoryMax=100M")
+    unit.run(f"sh -c 'echo $$ >{group}/cgroup.procs; exec tail /dev/zero' 2>/dev/null")
+    assert "oom_kill 1" in unit.run(f"cat {group}/memory.events")
+    unit.run("systemctl set-property --runtime hdtv MemoryMax=infinity")
+    assert state(unit, "hdtv") == "active"
+    assert main_process(unit) == first
+
+
+def timeouts(unit: X86Unit) -> int:
+    """How often a segment, a SYN for example, had to be sent again."""
+    return int(unit.run("nstat -asz TcpExtTCPTimeouts").split()[-2])
+
+
+def show(unit: X86Unit, network: Station, text: str) -> None:
+    """Over UDP, so that no connection holds the service's port afterwards."""
+    gateway.send_datagram(network, gateway.display_alert(text), destination=ADDRESS)
+    unit.wait_for_output(DOCUMENT, f'"alert_area":"{text}"')
+
+
+def test_peer_that_swallows_connections_does_not_end_in_a_reset(
+    unit: X86Unit, network: Station
+) -> None:
+    """At the start, and when it calls the roll. What it would answer over TCP does not leave it."""
+    assert unit.run("sysctl -n net.ipv4.tcp_syn_retries").strip() == "1"
+    silence = ("from", gateway.OTHER_GATEWAY, "ipproto", "tcp", "blackhole")
+    assert network.start_on_gateway("ip", "rule", "add", *silence).wait() == 0
+    before = timeouts(unit)
+    config = f'{{"comm_gw":"{gateway.OTHER_GATEWAY}","rotation":"0"}}'
+    unit.run(f"cp /var/www/config.json /tmp; echo '{config}' >/var/www/config.json")
+    unit.run("systemctl restart hdtv")
+    unit.wait_for_output(JOURNAL, "Starting qt-webkit-kiosk")
+    assert "sending gratuitous rollcall reply" in unit.run(JOURNAL)
+    assert timeouts(unit) > before
+    before = timeouts(unit)
+    roll_call = gateway.roll_call()
+    gateway.send_datagram(network, roll_call, gateway.OTHER_GATEWAY, ADDRESS)
+    wait_for(lambda: timeouts(unit) >= before + 2, "the end of the attempt")
+    show(unit, network, "HEARD")
+    wait_for(lambda: uptime(unit) > 20, "20 seconds")
+    show(unit, network, "")
+    assert state(unit, "hdtv") == "active"
+    unit.run("cp /tmp/config.json /var/www")
+    assert network.start_on_gateway("ip", "rule", "del", *silence).wait() == 0
+
+
+def reset(connection: socket.socket) -> None:
+    """Leaves nothing of it at the unit either."""
+    connection.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, struct.pack("ii", 1, 0))
+    connection.close()
+
+
+def connect_and_stay(network: Station, message: bytes) -> socket.socket:
+    """The unit has taken the message, and closed its end."""
+    connection = gateway.connect(network, destination=ADDRESS)
+    connection.sendall(message)
+    gateway.wait_until_closed(connection)
+    return connection
+
+
+def alert_over_tcp(unit: X86Unit, network: Station, text: str) -> None:
+    reset(connect_and_stay(network, gateway.display_alert(text)))
+    unit.wait_for_output(DOCUMENT, f'"alert_area":"{text}"')
+
+
+def test_refused_roll_calls_do_not_make_the_unit_deaf(unit: X86Unit, network: Station) -> None:
+    """Each leaves a descriptor open."""
+    descriptors = f"ls /proc/{main_process(unit)}/fd | wc -l"
+    first = int(unit.run(descriptors))
+    for count in range(100, 1200, 100):
+        for _ in range(100):
+            gateway.send_datagram(network, gateway.roll_call(), destination=ADDRESS)
+        wait_for(lambda: int(unit.run(descriptors)) >= first + count, "the refusals")
+    alert_over_tcp(unit, network, "HEARD")
+
+
+LOOKS = "pgrep -fc 'S90hdtv retry-port'"
+
+
+def test_service_that_came_too_late_for_its_port_gets_it_later(
+    unit: X86Unit, network: Station
+) -> None:
+    connection = connect_and_stay(network, gateway.display_alert(""))
+    unit.run("echo LIMIT=1 >/etc/default/hdtv; systemctl restart hdtv")
+    unit.wait_for_output(JOURNAL, "Starting qt-webkit-kiosk")
+    assert "it will hear datagrams only" in unit.run(JOURNAL)
+    assert unit.run(LOOKS).strip() == "1"
+    first = main_process(unit)
+    reset(connection)
+    wait_for(lambda: main_process(unit) not in (0, first), "another process")
+    unit.wait_for_output(JOURNAL, "Starting qt-webkit-kiosk")
+    alert_over_tcp(unit, network, "HEARD")
+    alert_over_tcp(unit, network, "")
+    unit.wait_for_output(LOOKS, "0")
+
+
+def test_stopped_service_looks_at_its_port_no_longer(unit: X86Unit, network: Station) -> None:
+    connection = connect_and_stay(network, gateway.display_alert(""))
+    unit.run("systemctl restart hdtv")
+    unit.wait_for_output(LOOKS, "1")
+    unit.run("systemctl stop hdtv")
+    assert unit.run(LOOKS).strip() == "0"
+    reset(connection)
+    unit.run("rm /etc/default/hdtv; systemctl start hdtv")
 
 
 def test_date_is_set(unit: X86Unit, network: Station) -> None:

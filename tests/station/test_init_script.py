@@ -172,7 +172,11 @@ def leave_ended_connection(board: Board) -> Release:
     board.alert("")
     board.script("stop")
     assert states(board) == {"TIME_WAIT"}
-    return lambda: wait_for(lambda: not states(board), "its last minute", 90) and None
+
+    def outlive() -> None:
+        wait_for(lambda: not states(board), "its last minute", 90)
+
+    return outlive
 
 
 def leave_open_peer(board: Board) -> Release:

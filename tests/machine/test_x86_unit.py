@@ -375,6 +375,7 @@ def test_stopped_service_looks_at_its_port_no_longer(unit: X86Unit, network: Sta
     assert unit.run(LOOKS).strip() == "0"
     reset(connection)
     unit.run("rm /etc/default/hdtv; systemctl start hdtv")
+    unit.wait_for_output(JOURNAL, "Starting qt-webkit-kiosk")
 
 
 def test_date_is_set(unit: X86Unit, network: Station) -> None:

@@ -287,7 +287,7 @@ def test_start_goes_on_when_the_port_is_free(
 def test_watchdog_is_disarmed_while_the_port_is_waited_for(board: Board) -> None:
     leave_other_program(board)
     board.call("wait-for-port")
-    assert wait_for(lambda: board.watchdog.read(4096), "a word to the watchdog") == b"V"
+    assert wait_for(board.station.read_kicks, "a word to the watchdog") == b"V"
 
 
 def test_services_own_port_is_not_waited_for(board: Board) -> None:
@@ -388,6 +388,11 @@ def test_init_and_a_restart_start_one_service(board: Board) -> None:
     looks.clear()
     wait_for(lambda: count_looks(board, looks) >= 3 or not respawn.is_running(), "init's look")
     assert board.services() == [board.pid()]
+
+
+def test_start_that_was_killed_is_not_waited_for(board: Board) -> None:
+    board.station.path("/run/hdtv.starting").symlink_to("999999")
+    assert board.script("start") == (0, "hdtv: started\n")
 
 
 def leave_open_peer_of_running(board: Board) -> Release:

@@ -451,7 +451,8 @@ TEST_F(cec_linux, removed_device_ends_the_waking_of_a_television_in_standby) {
     });
     cec_alert_active();
     technician.join();
-    EXPECT_EQ(errors(), "CEC: /dev/cec0: the adapter is gone\n");
+    // A message that was sent at that very moment may be complained about, too.
+    EXPECT_NE(errors().find("CEC: /dev/cec0: the adapter is gone\n"), std::string::npos);
     // What was never received is never printed as if it had been.
     EXPECT_EQ(output.text().find("NOT in standby"), std::string::npos);
 }

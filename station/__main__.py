@@ -16,7 +16,7 @@ from station.forward import Forward
 from station.incident import INCIDENT, Scene, Step
 from station.pictures import Pictures
 from station.screen import Screen
-from station.station import WEB_PORT, Process, Station, StationError, enter_command
+from station.station import WEB_PORT, Process, Station, StationError, launch_command
 from station.television import IN_STANDBY, Television
 from station.timeline import Timeline
 from station.waiting import wait_for
@@ -212,7 +212,7 @@ def run_inside(name: str, program: list[str], on_gateway: bool) -> int:
     if pid is None:
         print("No station is running here: start one with ./scripts/station.", file=sys.stderr)
         return 1
-    command = enter_command(pid, *program)
+    command = launch_command(pid, *program)
     os.execvp(command[0], command)
 
 

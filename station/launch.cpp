@@ -1,17 +1,26 @@
-// Starts a program as the unit's own, inside a simulated station, and refuses everywhere else. The
-// service reboots, sets clocks, remounts and kills: outside it would do so to this machine.
+// Starts a program inside a simulated station, with no more rights than the station has for it, and
+// refuses everywhere else. The service reboots, sets clocks, remounts and kills: outside it would do so
+// to this machine.
 //
-// /run/station/outside names the namespaces that the station was started from, a line each;
-// /run/station/stand-ins names the paths at which a stand-in must lie.
+// What the station's keeper has left in /run/station for it to check, a line each:
+//     outside      the namespaces that the station was started from
+//     stand-ins    the paths at which a stand-in must lie
+//     dangerous    the names of programs that must not lie anywhere on a search path but as stand-ins
+//     gateway      exists on the gateway's side, whose files are the machine's, to be read only
 
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <dirent.h>
 #include <fstream>
 #include <iterator>
 #include <linux/capability.h>
+#include <set>
 #include <string>
 #include <sys/prctl.h>
 #include <sys/stat.h>
+#include <sys/statvfs.h>
+#include <sys/syscall.h>
 #include <sys/sysmacros.h>
 #include <unistd.h>
 #include <vector>
@@ -20,9 +29,17 @@ namespace {
 
 const std::string station_directory = "/run/station/";
 
-// What a namespace does not confine: the clock, mounts, modules, raw devices, the console.
-constexpr int dropped_capabilities[] = {CAP_SYS_TIME,  CAP_SYS_ADMIN, CAP_SYS_MODULE,
-                                        CAP_SYS_RAWIO, CAP_SYS_BOOT,  CAP_SYS_TTY_CONFIG};
+// Every other capability is taken from the program and from all that it starts.
+constexpr int kept_capabilities[] = {
+    CAP_DAC_OVERRIDE,     // the lent programs and pages may belong to somebody else
+    CAP_KILL,             // ends its children, whoever they run as; nobody else's are in sight
+    CAP_NET_ADMIN,        // ifconfig and the DHCP client's script set up the station's own network
+    CAP_NET_BIND_SERVICE, // the page's port 80, the DHCP client's 68 and server's 67
+    CAP_NET_RAW,          // the DHCP client asks before it has an address
+};
+
+constexpr const char *search_path[] = {"/bin",      "/sbin",          "/usr/bin",
+                                       "/usr/sbin", "/usr/local/bin", "/usr/local/sbin"};
 
 [[noreturn]] void refuse(const char *program, const std::string &reason) {
     std::fprintf(stderr, "Refusing to start %s outside the simulated station: %s.\n", program,
@@ -65,17 +82,65 @@ void require_own_namespaces(const char *program) {
     }
 }
 
+bool is_same_file_size(const std::string &path, std::size_t size) {
+    struct stat status {};
+    return stat(path.c_str(), &status) == 0 && status.st_size == static_cast<off_t>(size);
+}
+
+void require_stand_in(const char *program, const std::string &path, const std::string &stand_in) {
+    // A tool that is missing altogether can do no harm.
+    if (access(path.c_str(), F_OK) == 0 &&
+        (!is_same_file_size(path, stand_in.size()) || contents_of(path) != stand_in)) {
+        refuse(program, path + " is the machine's own");
+    }
+}
+
+// A name stands for itself and for itself with any ending: mkfs is mkfs.ext4 too.
+void require_stand_ins_in(const char *program, const std::string &directory,
+                          const std::set<std::string> &dangerous, const std::string &stand_in) {
+    DIR *entries = opendir(directory.c_str());
+    if (entries == nullptr) {
+        return;
+    }
+    while (const dirent *entry = readdir(entries)) {
+        const std::string name = entry->d_name;
+        const std::string path = directory + "/" + name;
+        const std::string stem = name.substr(0, name.find('.'));
+        if (stem == "busybox") {
+            require_stand_in(program, path, contents_of(station_directory + "bin/busybox"));
+        } else if (dangerous.contains(stem)) {
+            require_stand_in(program, path, stand_in);
+        }
+    }
+    closedir(entries);
+}
+
 void require_stand_ins(const char *program) {
     const std::string stand_in = contents_of(station_directory + "bin/stand-in");
     const std::vector<std::string> paths = lines_of(station_directory + "stand-ins");
-    if (stand_in.empty() || paths.empty()) {
+    const std::vector<std::string> names = lines_of(station_directory + "dangerous");
+    if (stand_in.empty() || paths.empty() || names.empty()) {
         refuse(program, "there are no stand-ins for the machine's tools");
     }
     for (const std::string &path : paths) {
-        // A tool that is missing altogether can do no harm.
-        if (access(path.c_str(), F_OK) == 0 && contents_of(path) != stand_in) {
-            refuse(program, path + " is the machine's own");
+        require_stand_in(program, path, stand_in);
+    }
+    const std::set<std::string> dangerous(names.begin(), names.end());
+    std::set<std::string> seen;
+    for (const char *directory : search_path) {
+        // One of two names of the same directory is enough.
+        char *real = realpath(directory, nullptr);
+        if (real != nullptr && seen.insert(real).second) {
+            require_stand_ins_in(program, real, dangerous, stand_in);
         }
+        std::free(real);
+    }
+}
+
+void require_read_only(const char *program, const char *path) {
+    struct statvfs status {};
+    if (statvfs(path, &status) != 0 || (status.f_flag & ST_RDONLY) == 0) {
+        refuse(program, std::string(path) + " can be written");
     }
 }
 
@@ -87,12 +152,43 @@ void require_masked_sysrq(const char *program) {
     }
 }
 
+bool is_kept(int capability) {
+    for (const int kept : kept_capabilities) {
+        if (kept == capability) {
+            return true;
+        }
+    }
+    return false;
+}
+
+// A user id of 0 gives a program what is in its starter's bounding set, at each exec anew: what has
+// left that set does not come back.
 void drop_capabilities(const char *program) {
-    for (const int capability : dropped_capabilities) {
-        if (prctl(PR_CAPBSET_DROP, capability) != 0 && prctl(PR_CAPBSET_READ, capability) != 0) {
+    __user_cap_header_struct header{_LINUX_CAPABILITY_VERSION_3, 0};
+    __user_cap_data_struct sets[2]{};
+    for (int capability = 0; prctl(PR_CAPBSET_READ, capability) >= 0; ++capability) {
+        if (is_kept(capability)) {
+            sets[CAP_TO_INDEX(capability)].permitted |= CAP_TO_MASK(capability);
+            sets[CAP_TO_INDEX(capability)].effective |= CAP_TO_MASK(capability);
+        } else if (prctl(PR_CAPBSET_READ, capability) != 0 &&
+                   prctl(PR_CAPBSET_DROP, capability) != 0) {
             refuse(program, "a capability cannot be dropped");
         }
     }
+    // No inheritable ones, and so no ambient ones either.
+    if (syscall(SYS_capset, &header, sets) != 0 || prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) != 0) {
+        refuse(program, "its capabilities cannot be set");
+    }
+}
+
+// Whatever the station's starter ignores or blocks, the program starts like any other.
+void reset_signals() {
+    for (int number = 1; number < NSIG; ++number) {
+        std::signal(number, SIG_DFL);
+    }
+    sigset_t none;
+    sigemptyset(&none);
+    sigprocmask(SIG_SETMASK, &none, nullptr);
 }
 
 } // namespace
@@ -104,10 +200,17 @@ int main(int argc, char **argv) {
     }
     const char *program = argv[1];
     require_own_namespaces(program);
-    require_stand_ins(program);
+    if (access((station_directory + "gateway").c_str(), F_OK) == 0) {
+        require_read_only(program, "/");
+    } else {
+        require_stand_ins(program);
+    }
+    require_read_only(program, "/sys");
+    require_read_only(program, "/proc/sys");
     require_masked_sysrq(program);
     drop_capabilities(program);
-    execv(program, argv + 1);
+    reset_signals();
+    execvp(program, argv + 1);
     std::perror(program);
     return 1;
 }

@@ -22,6 +22,11 @@ MS_REC: Final = 16384
 MS_PRIVATE: Final = 1 << 18
 
 _PR_SET_PDEATHSIG: Final = 1
+_MNT_DETACH: Final = 2
+_AT_FDCWD: Final = -100
+_AT_RECURSIVE: Final = 0x8000
+_MOUNT_ATTR_RDONLY: Final = 1
+_SYS_MOUNT_SETATTR: Final = 442  # on every kind of machine
 _libc = ctypes.CDLL(None, use_errno=True)
 
 
@@ -50,6 +55,30 @@ def mount(source: str, target: str, kind: str = "", flags: int = 0, data: str = 
         ),
         target,
     )
+
+
+def make_read_only(path: str) -> None:
+    """The mount at the path and all below it, in this mount namespace."""
+    attributes = struct.pack("QQQQ", _MOUNT_ATTR_RDONLY, 0, 0, 0)
+    _check(
+        _libc.syscall(
+            ctypes.c_long(_SYS_MOUNT_SETATTR),
+            ctypes.c_long(_AT_FDCWD),
+            path.encode(),
+            ctypes.c_long(_AT_RECURSIVE),
+            attributes,
+            ctypes.c_long(len(attributes)),
+        ),
+        "mount_setattr",
+    )
+
+
+def pivot_root(new_root: str) -> None:
+    """The mount at the path becomes the root of this mount namespace, and the old one leaves it."""
+    os.chdir(new_root)
+    _check(_libc.pivot_root(b".", b"."), "pivot_root")
+    _check(_libc.umount2(b".", _MNT_DETACH), "umount")
+    os.chdir("/")
 
 
 def sethostname(name: str) -> None:

@@ -11,7 +11,7 @@ from collections.abc import Iterator, Mapping, Sequence
 from pathlib import Path
 from typing import Any
 
-from station import linux
+from station import dangers, linux
 from station.journal import Call, read_journal
 from station.waiting import DEADLINE, wait_for
 
@@ -33,6 +33,13 @@ BIN = "/run/station/bin"
 # For a service that is built for the board.
 EMULATOR = "/usr/bin/qemu-arm-static"
 EMULATOR_OPTIONS = ["-cpu", "arm1176", "-L", "/usr/arm-linux-gnueabi", "-0", f"{BIN}/hdtv"]
+
+# For a program that only its network confines: what station/launch.cpp leaves to the others.
+CONFINED = [
+    "--bounding-set=-all,+dac_override,+kill,+net_admin,+net_bind_service,+net_raw",
+    "--inh-caps=-all",
+    "--no-new-privs",
+]
 
 _X_SOCKETS = "/tmp/.X11-unix"
 
@@ -82,11 +89,28 @@ def is_for_arm(program: Path) -> bool:
     return False
 
 
+def real_programs() -> dict[str, str]:
+    """What the stand-ins become, by the paths under which they find it."""
+    words = [behaviour.partition(f"exec {REAL}")[2] for behaviour in STAND_INS.values()]
+    return {path: os.path.realpath(path) for path in words if path and os.path.exists(path)}
+
+
 def enter_command(pid: int, *command: str) -> list[str]:
     """The command line that runs a command in the namespaces, the root and the directory of the
     process."""
     kinds = [f"--{kind}" for kind in ("mount", "uts", "ipc", "net", "pid", "root", "wd")]
     return ["nsenter", f"--target={pid}", *kinds, "--", *command]
+
+
+def launch_command(pid: int, *command: str) -> list[str]:
+    """The command line that runs a command on one side of a station, the process being its first,
+    with the capabilities that the station has for it and no more. Only what enters has others."""
+    return enter_command(pid, f"{BIN}/launch", *command)
+
+
+def dying_with_starter(command: Sequence[str]) -> list[str]:
+    """The command line that runs a command which does not outlive its starter."""
+    return ["setpriv", "--pdeathsig=KILL", "--", *command]
 
 
 class Process:
@@ -100,7 +124,7 @@ class Process:
         self._output = os.memfd_create("output")
         self._errors = os.memfd_create("errors")
         self._process = subprocess.Popen(
-            command,
+            dying_with_starter(command),
             stdin=subprocess.DEVNULL,
             stdout=self._output,
             stderr=self._errors,
@@ -195,6 +219,12 @@ class Station:
             "behaviour": {
                 path.rpartition("/")[2]: behaviour + "\n" for path, behaviour in STAND_INS.items()
             },
+            "dangerous_names": sorted(dangers.DANGEROUS),
+            "dangerous_programs": dangers.dangerous_programs(),
+            "busyboxes": dangers.masked_applets(),
+            "mask": dangers.MASK.decode(),
+            "hidden": dangers.hidden_paths(),
+            "real": real_programs(),
             "loudspeaker": LOUDSPEAKER,
             "programs": {
                 "stand-in": str(station_programs / "station-standin"),
@@ -314,17 +344,23 @@ class Station:
 
     def start(self, *command: str, environment: Mapping[str, str] | None = None) -> Process:
         """A program in the unit, confined like the service."""
-        launched = enter_command(self.unit_pid, f"{BIN}/launch", *command)
+        launched = launch_command(self.unit_pid, *command)
         display = {} if self._has_display else {"DISPLAY": ""}
         return self._keep(launched, {**display, **(environment or {})})
 
     def start_on_gateway(self, *command: str) -> Process:
-        return self._keep(enter_command(self.gateway_pid, *command), {})
+        """A program of this machine on the gateway's side, where it can only read the machine's
+        files; confined like the service."""
+        return self._keep(launch_command(self.gateway_pid, *command), {})
 
     def start_in_gateway_network(self, *command: str) -> Process:
         """A program of this machine, with its files, on the gateway's network only."""
+        entered = self.gateway_network_command(*command)
+        return self._keep(entered, {}, is_waited_for=False)
+
+    def gateway_network_command(self, *command: str) -> list[str]:
         target = f"--target={self.gateway_pid}"
-        return self._keep(["nsenter", target, "--net", "--", *command], {}, is_waited_for=False)
+        return ["nsenter", target, "--net", "--", "setpriv", *CONFINED, "--", *command]
 
     def _keep(
         self, command: list[str], environment: Mapping[str, str], is_waited_for: bool = True
@@ -334,9 +370,14 @@ class Station:
         return process
 
     def run(self, *command: str) -> str:
-        """What a program that arranges the unit prints, confined by the namespaces only."""
+        """What a program that arranges the unit prints, confined like the service."""
         return subprocess.run(
-            enter_command(self.unit_pid, *command), check=True, capture_output=True, text=True
+            dying_with_starter(launch_command(self.unit_pid, *command)),
+            check=True,
+            stdin=subprocess.DEVNULL,
+            capture_output=True,
+            text=True,
+            timeout=DEADLINE,
         ).stdout
 
     def start_service(

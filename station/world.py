@@ -13,7 +13,6 @@ else: there is nothing to clean up, however the starter ends.
 
 import json
 import os
-import shutil
 import signal
 import socket
 import subprocess
@@ -23,7 +22,7 @@ from typing import Any, NoReturn
 
 sys.path.insert(0, str(Path(__file__).resolve().parent.parent))
 
-from station import linux  # noqa: E402
+from station import confinement, linux  # noqa: E402
 
 NO_PRIVILEGE = "The simulated station needs the privilege to make namespaces: run it as root."
 NAMESPACES = ("pid", "mnt", "net", "ipc", "uts")
@@ -70,6 +69,7 @@ def keep_gateway_side(
         reap_until(unit)
     unshared[0].recv(1)
     connect_networks(settings, builder)
+    confinement.confine_gateway_side(settings, outside)
     report.send(b"gateway")
     report.close()
     connected[1].send(b".")
@@ -104,29 +104,32 @@ def keep_unit(settings: dict[str, Any], report: socket.socket, outside: list[str
         commands += [f"route add default dev {interface}"]
     ip(*commands)
     build_root(settings, outside)
-    enter_root()
+    linux.pivot_root(ROOT)
     report.send(b"unit")
     report.close()
     reap_until(None)
 
 
 def build_root(settings: dict[str, Any], outside: list[str]) -> None:
-    linux.mount("station", STAGE, "tmpfs", data="mode=755")
+    confinement.mount_tmpfs(STAGE, "256m")
     tools, upper, work = f"{STAGE}/tools", f"{STAGE}/upper", f"{STAGE}/work"
     for directory in (tools, upper, work, ROOT):
         os.mkdir(directory)
-    install_stand_ins(settings["programs"]["stand-in"], settings["stand_ins"], tools)
+    confinement.install_masks(settings, tools)
+    confinement.install_busyboxes(settings, tools)
     linux.mount("root", ROOT, "overlay", data=f"lowerdir={tools}:/,upperdir={upper},workdir={work}")
-    for directory in ("proc", "sys", "dev", "tmp", "run", "var/www", "usr/etc/xdg/QtWebkitKiosk"):
-        os.makedirs(f"{ROOT}/{directory}", exist_ok=True)
-    linux.mount("proc", f"{ROOT}/proc", "proc")
-    if os.path.exists(f"{ROOT}/proc/sysrq-trigger"):
-        linux.mount("/dev/null", f"{ROOT}/proc/sysrq-trigger", flags=linux.MS_BIND)
+    confinement.make_directories(ROOT)
+    confinement.mount_proc(f"{ROOT}/proc")
     linux.mount("sys", f"{ROOT}/sys", "sysfs", linux.MS_RDONLY)
-    build_devices()
-    for directory in ("tmp", "run", "var/www", "dev/shm"):
-        linux.mount("unit", f"{ROOT}/{directory}", "tmpfs", data="mode=1777")
+    confinement.mount_devices(f"{ROOT}/dev")
+    for directory, size in (("tmp", "512m"), ("run", "16m"), ("var/www", "16m")):
+        confinement.mount_tmpfs(f"{ROOT}/{directory}", size, "1777")
     build_station_directory(settings, outside)
+    write_settings(settings)
+
+
+def write_settings(settings: dict[str, Any]) -> None:
+    """The unit's own."""
     Path(f"{ROOT}/etc/asound.conf").write_text(
         "pcm.!default {\n"
         f'    type file\n    file "{settings["loudspeaker"]}"\n    format "wav"\n'
@@ -138,64 +141,25 @@ def build_root(settings: dict[str, Any], outside: list[str]) -> None:
     Path(f"{ROOT}/etc/resolv.conf").write_text("")
 
 
-def install_stand_ins(stand_in: str, paths: list[str], tools: str) -> None:
-    original = f"{STAGE}/stand-in"
-    shutil.copy(stand_in, original)
-    for path in paths:
-        # The machine's directories may be symbolic links, /bin to /usr/bin above all.
-        place = Path(tools + os.path.realpath(os.path.dirname(path))) / os.path.basename(path)
-        place.parent.mkdir(parents=True, exist_ok=True)
-        os.link(original, place)
-
-
-def build_devices() -> None:
-    dev = f"{ROOT}/dev"
-    linux.mount("dev", dev, "tmpfs", data="mode=755")
-    nodes = {"null": 3, "zero": 5, "full": 7, "random": 8, "urandom": 9}
-    # The console is a stand-in: the real one would switch this machine's screen to text.
-    nodes["tty0"] = nodes["null"]
-    for name, minor in nodes.items():
-        os.mknod(f"{dev}/{name}", 0o020666, os.makedev(1, minor))
-        os.chmod(f"{dev}/{name}", 0o666)
-    os.mknod(f"{dev}/tty", 0o020666, os.makedev(5, 0))
-    os.symlink("/proc/self/fd", f"{dev}/fd")
-    os.symlink("pts/ptmx", f"{dev}/ptmx")
-    os.mkfifo(f"{dev}/watchdog")
-    os.mkdir(f"{dev}/shm")
-    os.mkdir(f"{dev}/pts")
-    linux.mount("devpts", f"{dev}/pts", "devpts", data="newinstance,ptmxmode=0666,mode=620,gid=5")
-
-
 def build_station_directory(settings: dict[str, Any], outside: list[str]) -> None:
     station = f"{ROOT}/run/station"
-    for directory in ("bin", "real/usr", "behaviour"):
-        os.makedirs(f"{station}/{directory}")
-    lend("/usr", f"{station}/real/usr")
+    os.makedirs(f"{station}/behaviour")
     for name, program in settings["programs"].items():
-        Path(f"{station}/bin/{name}").parent.mkdir(exist_ok=True)
-        Path(f"{station}/bin/{name}").touch()
-        lend(program, f"{station}/bin/{name}")
+        confinement.lend_file(program, f"{station}/bin/{name}")
+    for path, program in settings["real"].items():
+        own = ROOT + program if program in settings["busyboxes"] else program
+        confinement.lend_file(own, f"{station}/real{path}")
+    for path in settings["busyboxes"]:
+        confinement.lend_file(ROOT + path, f"{station}/bin/busybox")
     for place, source in settings["lent"].items():
         os.makedirs(ROOT + place)
-        lend(source, ROOT + place)
+        confinement.lend(source, ROOT + place)
     for name, behaviour in settings["behaviour"].items():
         Path(f"{station}/behaviour/{name}").write_text(behaviour)
     Path(f"{station}/journal").touch(mode=0o666)
-    Path(f"{station}/stand-ins").write_text("".join(p + "\n" for p in settings["stand_ins"]))
-    Path(f"{station}/outside").write_text("".join(name + "\n" for name in outside))
-
-
-def lend(source: str, target: str) -> None:
-    """A part of this machine in the unit, to read and run only."""
-    linux.mount(source, target, flags=linux.MS_BIND)
-    linux.mount("none", target, flags=linux.MS_BIND | linux.MS_REMOUNT | linux.MS_RDONLY)
-
-
-def enter_root() -> None:
-    os.chdir(ROOT)
-    linux.mount(ROOT, "/", flags=linux.MS_MOVE)
-    os.chroot(".")
-    os.chdir("/")
+    confinement.write_lines(f"{station}/stand-ins", settings["stand_ins"])
+    confinement.write_lines(f"{station}/dangerous", settings["dangerous_names"])
+    confinement.write_lines(f"{station}/outside", outside)
 
 
 def reap_until(last: int | None) -> NoReturn:

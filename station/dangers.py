@@ -1,0 +1,100 @@
+"""What of this machine must not be found in a unit: the programs that change or end the machine, and
+the files that not everybody may read."""
+
+import functools
+import itertools
+import os
+import stat
+import subprocess
+from pathlib import Path
+
+# By their names, and by these with any ending: mkfs is mkfs.ext4 too.
+DANGEROUS = frozenset(
+    # its power and its services
+    "reboot poweroff halt shutdown init telinit runlevel linuxrc kexec rtcwake systemctl systemd"
+    " systemd-run service loginctl machinectl bootctl busctl initctl"
+    # its clock and its name
+    " date hwclock rtc timedatectl hostnamectl adjtimex adjtime rdate ntpd ntpdate chronyd chronyc"
+    # its kernel
+    " insmod rmmod modprobe depmod kmod sysctl dmesg udevadm bpftool chcpu ldattach devmem"
+    # its disks and mounts
+    " mount umount swapon swapoff mkswap mkfs mke2fs mkdosfs fsck e2fsck resize2fs tune2fs fdisk"
+    " sfdisk cfdisk sgdisk gdisk parted losetup blkdiscard blockdev wipefs fsfreeze fstrim hdparm"
+    " dmsetup cryptsetup mdadm zramctl mkfs_ext2 fatattr flash_eraseall nanddump nandwrite"
+    " pivot_root switch_root freeramdisk"
+    # its screen and keyboard
+    " chvt openvt deallocvt setfont loadkmap fbset fgconsole kbd_mode"
+    # ways out
+    " chroot nsenter unshare".split()
+)
+
+# Where programs are searched; station/launch.cpp looks at the same places.
+_SEARCHED = ("/bin", "/sbin", "/usr/bin", "/usr/sbin", "/usr/local/bin", "/usr/local/sbin")
+
+# What the unit has of the machine's root.
+_SHARED = ("bin", "sbin", "usr", "etc")
+_PRIVATE = ("/etc/shadow", "/etc/gshadow", "/etc/ssh", "/etc/ssl/private", "/etc/sudoers")
+
+MASK = b"~"
+
+
+def _stem(name: str) -> str:
+    return name.partition(".")[0]
+
+
+def _programs() -> list[str]:
+    directories = sorted({os.path.realpath(directory) for directory in _SEARCHED})
+    return [f"{d}/{name}" for d in directories if os.path.isdir(d) for name in os.listdir(d)]
+
+
+@functools.cache
+def dangerous_programs() -> list[str]:
+    """Those that lie on this machine's search path."""
+    return [path for path in _programs() if _stem(os.path.basename(path)) in DANGEROUS]
+
+
+@functools.cache
+def masked_applets() -> dict[str, list[int]]:
+    """For each busybox on this machine's search path, at which bytes of it MASK makes its dangerous
+    programs unknown to it. Its shell runs its own programs wherever it lies, so that stand-ins in
+    the places of its links would not do."""
+    found = [path for path in _programs() if _stem(os.path.basename(path)) == "busybox"]
+    return {path: _applet_ends(Path(path)) for path in found}
+
+
+def _applet_ends(busybox: Path) -> list[int]:
+    listing = subprocess.run([busybox, "--list"], check=True, capture_output=True, timeout=20)
+    names = listing.stdout.split()
+    # The names lie one behind the other in the order of the alphabet, in which it searches them.
+    table = b"\0".join([b"", *names, b""])
+    masked = [name[:-1] + MASK if name.decode() in DANGEROUS else name for name in names]
+    content = busybox.read_bytes()
+    if content.count(table) != 1 or masked != sorted(masked):
+        raise ValueError(f"{busybox} keeps its programs in an unknown way")
+    ends = itertools.accumulate(len(name) + 1 for name in names)
+    start = content.index(table)
+    return [
+        start + end - 1 for end, old, new in zip(ends, names, masked, strict=True) if old != new
+    ]
+
+
+@functools.cache
+def hidden_paths() -> list[str]:
+    """What a unit's root does without: all but programs, libraries and settings, and of the settings
+    those that not everybody may read."""
+    top = [
+        f"/{name}" for name in os.listdir("/") if name not in _SHARED and not name.startswith("lib")
+    ]
+    return top + _private_settings("/etc")
+
+
+def _private_settings(directory: str) -> list[str]:
+    found = []
+    with os.scandir(directory) as entries:
+        for entry in entries:
+            is_for_all = entry.stat(follow_symlinks=False).st_mode & stat.S_IROTH
+            if entry.path in _PRIVATE or not is_for_all:
+                found.append(entry.path)
+            elif entry.is_dir(follow_symlinks=False):
+                found += _private_settings(entry.path)
+    return found

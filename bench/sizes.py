@@ -4,7 +4,6 @@ import argparse
 import re
 import subprocess
 import sys
-import tempfile
 from dataclasses import dataclass
 from pathlib import Path
 
@@ -43,11 +42,9 @@ def main() -> int:
 
 def stripped_size(preset: str) -> int:
     program = top_directory() / "build" / preset / "hdtv" / "hdtv"
-    with tempfile.TemporaryDirectory() as directory:
-        stripped = Path(directory) / "hdtv"
-        command = ["arm-linux-gnueabi-strip", "-o", str(stripped), str(program)]
-        subprocess.run(command, check=True)
-        return round(stripped.stat().st_size / 1000)
+    stripped = program.with_name("hdtv-stripped")
+    subprocess.run(["arm-linux-gnueabi-strip", "-o", str(stripped), str(program)], check=True)
+    return round(stripped.stat().st_size / 1000)
 
 
 def resident_size() -> int:

@@ -24,7 +24,7 @@ package_packages=(
 # What it takes to run whole machines.
 machine_packages=(
     "${package_packages[@]}" busybox-static cpio e2fsprogs kmod man-db python3-pytest
-    python3-pytest-xdist qemu-system-arm qemu-system-x86 systemd-sysv v4l-utils
+    python3-pytest-timeout python3-pytest-xdist qemu-system-arm qemu-system-x86 systemd-sysv v4l-utils
 )
 
 # install_packages PACKAGE...  Installs what is missing, and does nothing when nothing is.

@@ -6,12 +6,11 @@ import os
 import shutil
 import signal
 import sys
-import tempfile
 import threading
 from collections.abc import Callable
 from pathlib import Path
 
-from station import gateway
+from station import gateway, linux
 from station.forward import Forward
 from station.incident import INCIDENT, Scene, Step
 from station.pictures import Pictures
@@ -22,6 +21,10 @@ from station.timeline import Timeline
 from station.waiting import wait_for
 
 OWN_PORT = 8080
+
+# Each ends the station, and all by the same road. A reader of its output that goes away is a SIGHUP too:
+# SIGPIPE itself also comes from connections, whose other ends may go away at any time.
+_ENDING_SIGNALS = (signal.SIGINT, signal.SIGTERM, signal.SIGHUP, signal.SIGQUIT)
 
 _DESCRIPTION = """\
 Runs the station display service in a simulated station and shows what happens there, as it
@@ -34,6 +37,14 @@ From a second terminal, inside the running station:
   ./scripts/station exec cat /dev/shm/alerts.json
   ./scripts/station exec bash -c "printf '\\3\\1\\0\\0\\0\\4FIRE' > /dev/tcp/127.0.0.1/4000"
 """
+
+
+class Ended(BaseException):
+    """By a signal. Not an Exception, so that nothing but main takes it for an error to deal with."""
+
+    def __init__(self, number: int) -> None:
+        super().__init__(number)
+        self.number = number
 
 
 def parse_arguments() -> argparse.Namespace:
@@ -85,20 +96,35 @@ def parse_arguments() -> argparse.Namespace:
 
 
 def main() -> int:
+    linux.open_standard_descriptors()
     arguments = parse_arguments()
     if arguments.command == "exec":
         return run_inside(arguments.name, arguments.program, arguments.gateway)
-    # Ends by the same road whether by Ctrl-C or by a plain kill.
-    signal.signal(signal.SIGTERM, lambda *_: sys.exit(1))
     try:
+        listen_to_signals()
         with contextlib.closing(contextlib.ExitStack()) as stack:
             return run_station(arguments, stack)
     except StationError as error:
         print(error, file=sys.stderr)
         return 1
-    except KeyboardInterrupt:
-        print()
-        return 130
+    except Ended as ended:
+        if ended.number == signal.SIGINT:
+            print(flush=True)  # behind the terminal's ^C
+        return 128 + ended.number
+
+
+def listen_to_signals() -> None:
+    """Whatever the starter ignores or blocks, as shells do for what they start in the background."""
+    signal.signal(signal.SIGPIPE, signal.SIG_IGN)
+    for number in _ENDING_SIGNALS:
+        signal.signal(number, end)
+    signal.pthread_sigmask(signal.SIG_UNBLOCK, _ENDING_SIGNALS)
+
+
+def end(number: int, _: object) -> None:
+    for other in _ENDING_SIGNALS:
+        signal.signal(other, signal.SIG_IGN)  # the end is not to be disturbed
+    raise Ended(number)
 
 
 def run_station(arguments: argparse.Namespace, stack: contextlib.ExitStack) -> int:
@@ -130,7 +156,7 @@ def run_station(arguments: argparse.Namespace, stack: contextlib.ExitStack) -> i
 
 
 def serve_clip_and_map(station: Station, stack: contextlib.ExitStack) -> None:
-    directory = Path(stack.enter_context(tempfile.TemporaryDirectory()))
+    directory = station.gateway_directory()
     gateway.make_clip(directory / "clip.wav")
     shutil.copy(Path(__file__).with_name("map.svg"), directory)
     stack.enter_context(gateway.web_server(station, directory))

@@ -268,8 +268,10 @@ def web_server(station: Station, directory: Path) -> Iterator[list[str]]:
         server = http.server.ThreadingHTTPServer((GATEWAY, 80), Handler)
     with server:
         threading.Thread(target=server.serve_forever, daemon=True).start()
-        yield paths
-        server.shutdown()
+        try:
+            yield paths
+        finally:
+            server.shutdown()
 
 
 def start_dhcp_server(station: Station, interface: str = "gw0") -> None:

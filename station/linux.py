@@ -85,6 +85,16 @@ def sethostname(name: str) -> None:
     _check(_libc.sethostname(name.encode(), len(name)), "sethostname")
 
 
+def open_standard_descriptors() -> None:
+    """Who started this may have closed some of the first three; what is opened next is not to take
+    their places."""
+    for fd in range(3):
+        try:
+            os.fstat(fd)
+        except OSError:
+            os.set_inheritable(os.open(os.devnull, os.O_RDWR), True)
+
+
 def die_with_parent() -> None:
     """SIGKILL for this process when the thread that started it ends."""
     _check(_libc.prctl(_PR_SET_PDEATHSIG, int(signal.SIGKILL), 0, 0, 0), "prctl")

@@ -7,6 +7,7 @@ import signal
 import socket
 import subprocess
 import sys
+import tempfile
 from collections.abc import Iterator, Mapping, Sequence
 from pathlib import Path
 from typing import Any
@@ -108,9 +109,9 @@ def launch_command(pid: int, *command: str) -> list[str]:
     return enter_command(pid, f"{BIN}/launch", *command)
 
 
-def dying_with_starter(command: Sequence[str]) -> list[str]:
+def dying_with_starter(command: Sequence[str], by_signal: str = "KILL") -> list[str]:
     """The command line that runs a command which does not outlive its starter."""
-    return ["setpriv", "--pdeathsig=KILL", "--", *command]
+    return ["setpriv", f"--pdeathsig={by_signal}", "--", *command]
 
 
 class Process:
@@ -250,6 +251,7 @@ class Station:
     def _start_world(self, name: str, settings: Mapping[str, Any]) -> tuple[int, int]:
         ours, theirs = socket.socketpair(socket.AF_UNIX, socket.SOCK_SEQPACKET)
         ours.setsockopt(socket.SOL_SOCKET, socket.SO_PASSCRED, 1)
+        ours.settimeout(DEADLINE)
         with ours, theirs:
             world = Path(__file__).with_name("world.py")
             self._keeper = subprocess.Popen(
@@ -264,12 +266,19 @@ class Station:
             self._keeper.stdin.write(json.dumps(settings).encode())
             self._keeper.stdin.close()
             self._keeper.stdin = None
-            pids: dict[bytes, int] = {}
-            while len(pids) < 2:
-                side, pid = linux.receive_with_pid(ours)
-                if not side:
-                    raise StationError(self._last_words())
-                pids[side] = pid
+            try:
+                return self._receive_pids(ours)
+            except BaseException:
+                self._keeper.kill()
+                raise
+
+    def _receive_pids(self, channel: socket.socket) -> tuple[int, int]:
+        pids: dict[bytes, int] = {}
+        while len(pids) < 2:
+            side, pid = linux.receive_with_pid(channel)
+            if not side:
+                raise StationError(self._last_words())
+            pids[side] = pid
         return pids[b"gateway"], pids[b"unit"]
 
     def _last_words(self) -> str:
@@ -284,10 +293,12 @@ class Station:
         self.close()
 
     def close(self) -> None:
-        for process in self.processes:
-            process.close()
-        self._keeper.kill()
-        self._keeper.communicate()
+        try:
+            for process in self.processes:
+                process.close()
+        finally:
+            self._keeper.kill()
+            self._keeper.communicate()
         for fd in (self._gateway_network, self._unit_network, self._own_network):
             os.close(fd)
 
@@ -295,6 +306,10 @@ class Station:
 
     def path(self, name: str) -> Path:
         return self.root / name.lstrip("/")
+
+    def gateway_directory(self) -> Path:
+        """An empty one on the gateway's side, which is gone when the station is."""
+        return Path(tempfile.mkdtemp(dir=f"/proc/{self.gateway_pid}/root/run"))
 
     def write_config(self, text: str | bytes) -> None:
         self.path(CONFIG).write_bytes(text.encode() if isinstance(text, str) else text)
@@ -359,8 +374,10 @@ class Station:
         return self._keep(entered, {}, is_waited_for=False)
 
     def gateway_network_command(self, *command: str) -> list[str]:
+        """Its signals are what they are for any program, whatever the starter ignores."""
         target = f"--target={self.gateway_pid}"
-        return ["nsenter", target, "--net", "--", "setpriv", *CONFINED, "--", *command]
+        entered = ["nsenter", target, "--net", "--", "setpriv", *CONFINED, "--"]
+        return [*entered, "env", "--default-signal", "--", *command]
 
     def _keep(
         self, command: list[str], environment: Mapping[str, str], is_waited_for: bool = True

@@ -1,6 +1,8 @@
 """What happens in a station, as lines for a person to read while it happens."""
 
 import json
+import os
+import signal
 import sys
 import threading
 import time
@@ -41,7 +43,7 @@ class Timeline:
         self._service = service
         self._records = records
         self._television = television
-        self._out = out or sys.stdout
+        self._out = out or sys.stdout or open(os.devnull, "w", encoding="utf-8")
         self._colours = self._out.isatty()
         self._lock = threading.Lock()
         self._shown_output = 0
@@ -73,7 +75,18 @@ class Timeline:
         if self._colours:
             label = f"\033[{_COLOURS[source]}m{label}\033[0m"
         with self._lock:
-            print(f"{stamp}  {label} {text}", file=self._out, flush=True)
+            try:
+                print(f"{stamp}  {label} {text}", file=self._out, flush=True)
+            except OSError:
+                self._lose_reader()
+
+    def _lose_reader(self) -> None:
+        """Nobody reads any more: that ends what is only there to be read."""
+        nobody = os.open(os.devnull, os.O_WRONLY)
+        # What waits in the buffer is not to fail once more at the end.
+        os.dup2(nobody, self._out.fileno())
+        os.close(nobody)
+        os.kill(os.getpid(), signal.SIGHUP)
 
     def _watch(self) -> None:
         while not self._stopping.wait(_PERIOD):

@@ -9,7 +9,7 @@ from pathlib import Path
 from typing import Self, TypeVar
 
 from station import waiting
-from station.station import Station, top_directory
+from station.station import Station, dying_with_starter, top_directory
 
 T = TypeVar("T")
 
@@ -66,7 +66,7 @@ class Machine:
 
     def __init__(self, station: Station, directory: Path, command: Sequence[str]) -> None:
         self.console_path = directory / "console.log"
-        enter = ("nsenter", f"--target={station.gateway_pid}", "--net", "--")
+        enter = dying_with_starter(["nsenter", f"--target={station.gateway_pid}", "--net", "--"])
         network = ("-netdev", "tap,id=n0,ifname=tap0,script=no,downscript=no")
         serial = ("-nodefaults", "-display", "none", "-serial", "stdio", "-no-reboot")
         self._command = [*enter, *command, *serial, *network]

@@ -13,6 +13,9 @@ from station.station import Station
 
 pytest_plugins = ["console_report"]
 
+# A whole machine has to start first, and to be waited for again and again.
+pytestmark = pytest.mark.timeout(1200)
+
 DOCUMENT = "cat /dev/shm/alerts.json"
 
 

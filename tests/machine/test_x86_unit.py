@@ -17,6 +17,9 @@ from station.station import Station
 
 pytest_plugins = ["console_report"]
 
+# A whole machine has to start first, and to be waited for again and again.
+pytestmark = pytest.mark.timeout(1200)
+
 # Since its last start.
 JOURNAL = (
     "journalctl --no-pager -o cat _SYSTEMD_INVOCATION_ID=$(systemctl show -P InvocationID hdtv)"

@@ -7,9 +7,13 @@ from collections.abc import Callable, Iterator
 
 import pytest
 
+from station import linux
 from station.gateway import deliver, send, set_date, wait_until_taken
 from station.station import Process, Station
 from station.waiting import wait_for
+
+# Before anything else is opened here.
+linux.open_standard_descriptors()
 
 StationMaker = Callable[..., Station]
 

@@ -20,6 +20,7 @@ from station.station import (
     UNIT_ADDRESS,
     Process,
     Station,
+    dying_with_starter,
     host_build_directory,
     top_directory,
 )
@@ -34,7 +35,7 @@ Tool = Callable[..., Result]
 
 def command_line(station: Station, *arguments: str) -> list[str]:
     """In the gateway's network, with this machine's files."""
-    return ["nsenter", f"--target={station.gateway_pid}", "--net", "--", GATEWAYCTL, *arguments]
+    return dying_with_starter(station.gateway_network_command(GATEWAYCTL, *arguments))
 
 
 def run(*command: str, answer: str = "") -> Result:
@@ -262,11 +263,14 @@ def test_serve_ends_at_a_signal(station: Station) -> None:
     with subprocess.Popen(
         command_line(station, "serve"), stdout=subprocess.PIPE, text=True
     ) as server:
-        assert server.stdout is not None
-        assert "listens for units" in server.stdout.readline()
-        server.terminate()
-        assert server.wait(10) == 0
-        assert server.stdout.read().endswith("gateway          ends\n")
+        try:
+            assert server.stdout is not None
+            assert "listens for units" in server.stdout.readline()
+            server.terminate()
+            assert server.wait(10) == 0
+            assert server.stdout.read().endswith("gateway          ends\n")
+        finally:
+            server.kill()
 
 
 def test_serve_survives_what_is_no_record(station: Station) -> None:

@@ -21,7 +21,15 @@ from station import gateway, kiosk
 from station.forward import Forward
 from station.gateway import Unit, deliver
 from station.screen import Screen
-from station.station import DOCUMENT, LIVENESS_FILE, UNIT_ADDRESS, WEB_PORT, Process, Station
+from station.station import (
+    DOCUMENT,
+    LIVENESS_FILE,
+    UNIT_ADDRESS,
+    WEB_PORT,
+    Process,
+    Station,
+    dying_with_starter,
+)
 from station.waiting import DEADLINE, wait_for
 
 pytestmark = pytest.mark.once
@@ -885,7 +893,12 @@ def test_pictures_show_what_a_viewer_sees(tmp_path: Path) -> None:
 def test_browser_opens_a_window_where_there_is_a_display(make_station: StationMaker) -> None:
     read, write = os.pipe()
     command = ["Xvfb", "-displayfd", str(write), "-screen", "0", "1400x900x24", "-nolisten", "tcp"]
-    with subprocess.Popen(command, pass_fds=[write], stderr=subprocess.DEVNULL) as server:
+    with subprocess.Popen(
+        # By a signal that leaves it the time to take its files away.
+        dying_with_starter(command, "TERM"),
+        pass_fds=[write],
+        stderr=subprocess.DEVNULL,
+    ) as server:
         os.close(write)
         try:
             display = ":" + os.read(read, 16).decode().strip()

@@ -24,6 +24,7 @@ def random_message(source: random.Random) -> bytes:
 
 
 @pytest.mark.slow
+@pytest.mark.timeout(1800)  # under emulation
 def test_random_messages_end_with_the_service_alive_and_answering(
     station: Station, service: Process
 ) -> None:

@@ -1,21 +1,33 @@
 """The simulated station itself: what it promises to those who test in it."""
 
+import contextlib
 import fcntl
 import io
 import os
 import pty
+import shutil
 import signal
 import subprocess
 import sys
-import termios
 import time
+from collections.abc import Callable, Iterator, Sequence
 from pathlib import Path
 
 import pytest
 from conftest import StationMaker, start
 
-from station import gateway
-from station.station import STAND_INS, Station, build_directory, host_build_directory
+from station import dangers, gateway
+from station.__main__ import find_running_station
+from station.station import (
+    STAND_INS,
+    UNIT_ADDRESS,
+    Station,
+    build_directory,
+    dying_with_starter,
+    enter_command,
+    host_build_directory,
+    launch_command,
+)
 from station.television import Television
 from station.timeline import Timeline
 from station.waiting import wait_for
@@ -23,21 +35,92 @@ from station.waiting import wait_for
 TOP = Path(__file__).resolve().parents[2]
 
 
+# What programs in a station keep: dac_override, kill, net_bind_service, net_admin, net_raw.
+KEPT_CAPABILITIES = {1, 5, 10, 12, 13}
+
+# As a shell starts what it puts into the background, and worse.
+UNWILLING = [
+    "env",
+    "--ignore-signal=INT,QUIT,HUP,TERM,PIPE",
+    "--block-signal=INT,QUIT,HUP,TERM",
+]
+
+
+def environment(**more: str) -> dict[str, str]:
+    own = {"HDTV_BUILD": str(build_directory()), "PYTHONUNBUFFERED": "1", "PYTHONPATH": str(TOP)}
+    return {**os.environ, **own, **more}
+
+
+def command_line(*arguments: str, prefix: Sequence[str] = ()) -> list[str]:
+    return dying_with_starter([*prefix, "/usr/bin/python3", "-m", "station", *arguments])
+
+
 def run_command(*arguments: str, unprivileged: bool = False) -> subprocess.CompletedProcess[str]:
     prefix = ["setpriv", "--bounding-set=-all", "--inh-caps=-all"] if unprivileged else []
     return subprocess.run(
-        [*prefix, "/usr/bin/python3", "-m", "station", *arguments],
+        command_line(*arguments, prefix=prefix),
         cwd=TOP,
-        env={**os.environ, "HDTV_BUILD": str(build_directory())},
+        env=environment(),
+        stdin=subprocess.DEVNULL,
         capture_output=True,
         text=True,
         timeout=60,
     )
 
 
+@contextlib.contextmanager
+def running_command(
+    *arguments: str, prefix: Sequence[str] = (), **more: str
+) -> Iterator[subprocess.Popen[str]]:
+    """It has ended afterwards, whatever happens to the test."""
+    with subprocess.Popen(
+        command_line(*arguments, prefix=prefix),
+        cwd=TOP,
+        env=environment(**more),
+        stdin=subprocess.DEVNULL,
+        stdout=subprocess.PIPE,
+        stderr=subprocess.PIPE,
+        text=True,
+    ) as running:
+        try:
+            yield running
+        finally:
+            running.kill()
+
+
+def read_until_line(running: subprocess.Popen[str], words: str) -> None:
+    assert running.stdout is not None
+    assert any(words in line for line in running.stdout)
+
+
+def wait_for_end_of_station(name: str) -> None:
+    for depth in (2, 3):
+        wait_for(lambda: find_running_station(name, depth) is None, f"the end of {name}")
+
+
+def capabilities_of(status: str) -> dict[str, set[int]]:
+    """By their set, from the text of a process's status file."""
+    sets = {}
+    for line in status.splitlines():
+        if line.startswith("Cap"):
+            name, number = line.split()
+            sets[name[3:-1]] = {bit for bit in range(64) if int(number, 16) >> bit & 1}
+    return sets
+
+
+# Remounts what it is given so that it can be written.
+REMOUNT = """
+import ctypes, sys
+flags = 32 | 4096 if sys.argv[1] != "/sys" else 32
+assert ctypes.CDLL(None).mount(b"none", sys.argv[1].encode(), None, flags, None) == 0
+"""
+
+
 def test_launcher_refuses_to_start_anything_outside() -> None:
     launch = host_build_directory() / "station" / "station-launch"
-    result = subprocess.run([launch, "/bin/echo", "ran"], capture_output=True, text=True)
+    result = subprocess.run(
+        [launch, "/bin/echo", "ran"], capture_output=True, text=True, timeout=20
+    )
     assert result.returncode == 1
     assert result.stdout == ""
     assert result.stderr == (
@@ -64,18 +147,206 @@ def test_launcher_refuses_in_a_namespace_of_the_machine(station: Station, kind: 
     assert f"its {kind} namespace is not a private one" in service.errors
 
 
-def test_service_runs_without_the_capabilities_that_reach_the_machine(station: Station) -> None:
-    probe = station.start("/bin/grep", "CapEff", "/proc/self/status")
-    assert probe.wait() == 0
-    capabilities = int(probe.output.split()[1], 16)
-    for bit in (25, 21, 16, 17, 22, 26):  # time, admin, module, rawio, boot, tty config
-        assert capabilities >> bit & 1 == 0
+STATUS = ("/bin/cat", "/proc/self/status")
+
+
+def status_of_started(station: Station) -> str:
+    process = station.start(*STATUS)
+    assert process.wait() == 0
+    return process.output
+
+
+def status_of_started_on_gateway(station: Station) -> str:
+    process = station.start_on_gateway(*STATUS)
+    assert process.wait() == 0
+    return process.output
+
+
+def status_of_started_in_gateway_network(station: Station) -> str:
+    process = station.start_in_gateway_network(*STATUS)
+    assert process.wait() == 0
+    return process.output
+
+
+@pytest.mark.parametrize(
+    "read_status",
+    [
+        status_of_started,
+        lambda station: station.run(*STATUS),
+        status_of_started_on_gateway,
+        status_of_started_in_gateway_network,
+    ],
+    ids=["start", "run", "start_on_gateway", "start_in_gateway_network"],
+)
+def test_programs_have_the_kept_capabilities_only(
+    station: Station, read_status: Callable[[Station], str]
+) -> None:
+    status = read_status(station)
+    sets = capabilities_of(status)
+    assert sets["Prm"] == sets["Eff"] == sets["Bnd"] == KEPT_CAPABILITIES
+    assert sets["Inh"] == sets["Amb"] == set()
+    assert "NoNewPrivs:\t1" in status
+
+
+def test_programs_start_with_signals_as_usual(station: Station) -> None:
+    script = "import signal; signal.pthread_sigmask(signal.SIG_BLOCK, range(1, 32));"
+    script += " [signal.signal(x, signal.SIG_IGN) for x in (1, 2, 3, 13, 15)];"
+    script += " import os, sys; os.execv(sys.argv[1], sys.argv[1:])"
+    again = [sys.executable, "-c", script, *launch_command(station.unit_pid, *STATUS)]
+    again[3] = shutil.which("nsenter") or ""
+    status = subprocess.run(again, capture_output=True, text=True, timeout=60).stdout
+    masks = dict(line.split() for line in status.splitlines() if line.startswith(("SigB", "SigI")))
+    assert masks == {"SigBlk:": "0" * 16, "SigIgn:": "0" * 16}
 
 
 def test_every_dangerous_tool_is_a_stand_in(station: Station) -> None:
-    paths = ["/run/station/bin/stand-in", *STAND_INS]
+    assert {"/sbin/reboot", "/bin/date"} <= STAND_INS.keys()
+    machines_own = dangers.dangerous_programs()
+    assert machines_own
+    paths = ["/run/station/bin/stand-in", *STAND_INS, *machines_own]
     sums = {line.split()[0] for line in station.run("sha256sum", *paths).splitlines()}
     assert len(sums) == 1
+
+
+@pytest.mark.parametrize(
+    "name",
+    "shutdown init telinit runlevel systemctl hwclock insmod rmmod modprobe depmod swapon swapoff"
+    " sysctl kexec mkfs fdisk losetup date reboot poweroff halt chroot nsenter unshare pivot_root"
+    " dmesg mount umount".split(),
+)
+def test_launcher_refuses_where_a_dangerous_program_lies(station: Station, name: str) -> None:
+    path = f"/usr/local/sbin/{name}.other"
+    station.path(path).parent.mkdir(parents=True, exist_ok=True)
+    station.path(path).touch()
+    process = station.start("/bin/echo", "ran")
+    assert process.wait() == 1
+    assert process.output == ""
+    assert process.errors.endswith(f"{path} is the machine's own.\n")
+
+
+def test_dangerous_programs_are_journaled_and_do_nothing(station: Station) -> None:
+    for name in ("systemctl", "swapoff", "sysctl"):
+        process = station.start(name, "-a")
+        assert (process.wait(), process.output, process.errors) == (0, "", "")
+        assert station.calls(name)[0].argv == [name, "-a"]
+
+
+@pytest.mark.parametrize("applet", ["reboot", "hwclock", "insmod", "mount", "swapoff", "date"])
+def test_busybox_does_not_know_its_dangerous_programs(station: Station, applet: str) -> None:
+    process = station.start("/bin/busybox", applet, "--help")
+    assert process.wait() == 127
+    assert process.errors == f"{applet}: applet not found\n"
+    # Nor does its shell, which finds the stand-in.
+    process = station.start("/bin/busybox", "sh", "-c", f"{applet} --help; ls -d /")
+    assert (process.wait(), process.output) == (0, "/\n")
+    assert station.calls(applet)[0].argv == [applet, "--help"]
+
+
+def test_busybox_knows_its_other_programs(station: Station) -> None:
+    names = station.run("/bin/busybox", "--list").split()
+    own = subprocess.run(["/bin/busybox", "--list"], check=True, capture_output=True, text=True)
+    masked = set(own.stdout.split()) - set(names)
+    assert masked == set(own.stdout.split()) & dangers.DANGEROUS
+    for name in set(names) & set(own.stdout.split()):
+        process = station.start("/bin/busybox", name, "--help") if name[0] in "aw" else None
+        assert process is None or process.wait() != 127, name
+
+
+def test_launcher_refuses_the_machines_own_busybox(station: Station) -> None:
+    shutil.copy("/bin/busybox", station.path("/usr/bin/busybox"))
+    process = station.start("/bin/echo", "ran")
+    assert process.wait() == 1
+    assert process.errors.endswith("/usr/bin/busybox is the machine's own.\n")
+
+
+@pytest.mark.parametrize("side", ["unit", "gateway"])
+def test_kernels_settings_cannot_be_written(station: Station, side: str) -> None:
+    start = station.start if side == "unit" else station.start_on_gateway
+    files = [
+        *("/proc/sys/kernel/core_pattern", "/proc/sys/vm/drop_caches", "/proc/irq/x", "/proc/fs/x"),
+        *("/proc/bus/x", "/sys/x"),
+    ]
+    for file in files:
+        process = start("/bin/sh", "-c", f": >{file}")
+        assert process.wait() != 0
+        assert "Read-only file system" in process.errors, process.errors
+    for name in ("kcore", "timer_list", "sysrq-trigger", "kmsg"):
+        if Path(f"/proc/{name}").exists():
+            process = start("/usr/bin/stat", "-c", "%t:%T", f"/proc/{name}")
+            assert (process.wait(), process.output) == (0, "1:3\n"), name
+
+
+@pytest.mark.parametrize("place", ["/proc/sys", "/sys"])
+def test_launcher_refuses_where_the_kernels_settings_can_be_written(
+    station: Station, place: str
+) -> None:
+    remount = enter_command(station.unit_pid, "/usr/bin/python3", "-c", REMOUNT, place)
+    subprocess.run(remount, check=True, timeout=20)
+    process = station.start("/bin/echo", "ran")
+    assert process.wait() == 1
+    assert process.errors.endswith(f"{place} can be written.\n")
+
+
+def test_gateway_side_can_only_read_the_machines_files(station: Station, tmp_path: Path) -> None:
+    process = station.start_on_gateway("/bin/touch", str(tmp_path / "written"))
+    assert process.wait() != 0
+    assert "Read-only file system" in process.errors
+    # Nobody of the machine listens there, and its disks are not there.
+    process = station.start_on_gateway("/bin/ls", "/run", "/dev")
+    process.wait()
+    assert "station" in process.output
+    devices = "fd full null ptmx pts random shm tty tty0 urandom watchdog zero".split()
+    assert process.output.split()[:-3] == ["/dev:", *devices]
+
+
+def test_what_is_written_in_a_station_is_limited(station: Station) -> None:
+    mounts = [line.split() for line in station.run("cat", "/proc/self/mounts").splitlines()]
+    sizes = {where: options for _, where, kind, options, *_ in mounts if kind == "tmpfs"}
+    assert {"/tmp", "/run", "/var/www", "/dev", "/dev/shm"} == {
+        where for where, options in sizes.items() if "size=" in options and "nr_inodes=" in options
+    }
+    # The root's upper layer.
+    space = os.statvfs(station.root)
+    assert space.f_blocks * space.f_frsize == 256 << 20
+    for where, megabytes in (("/tmp", 512), ("/run", 16), ("/var/www", 16), ("/dev/shm", 256)):
+        space = os.statvfs(station.path(where))
+        assert space.f_blocks * space.f_frsize == megabytes << 20
+
+
+def test_private_files_of_the_machine_are_not_in_the_unit(station: Station) -> None:
+    def present(path: str) -> bool:
+        return station.start("/usr/bin/test", "-e", path).wait() == 0
+
+    private = ["/etc/shadow", "/etc/gshadow", "/etc/ssh", "/etc/ssl/private"]
+    assert Path("/etc/shadow").exists()
+    for path in private:
+        assert not present(path), path
+    for directory in ("/root", "/home", "/mnt", "/srv", "/opt", "/var/lib/misc", "/var/log"):
+        assert os.listdir(station.path(directory)) == [], directory
+    kept = {"bin", "sbin", "usr", "etc", "proc", "sys", "dev", "tmp", "run", "root", "home"}
+    kept |= {"mnt", "media", "opt", "srv", "var"}
+    top = {name for name in station.run("ls", "-A", "/").split() if not name.startswith("lib")}
+    assert top == kept
+    unreadable = station.run("find", "/etc", "!", "-type", "l", "!", "-perm", "-o=r")
+    assert unreadable == ""
+
+
+def test_nothing_of_the_machines_mounts_is_left_in_the_unit(station: Station) -> None:
+    mounts = [line.split() for line in station.run("cat", "/proc/self/mountinfo").splitlines()]
+    assert mounts[0][4] == "/" and "overlay" in mounts[0]
+    own = ("/proc", "/sys", "/dev", "/tmp", "/run", "/var/www")
+    assert all(mount[4].startswith(own) for mount in mounts[1:])
+
+
+def test_what_is_lent_can_only_be_read(station: Station) -> None:
+    for path in (
+        "/var/www/station_web/x",
+        "/run/station/bin/hdtv",
+        "/run/station/real/usr/bin/wget",
+    ):
+        process = station.start("/bin/sh", "-c", f": >>{path}")
+        assert process.wait() != 0
+        assert "Read-only file system" in process.errors
 
 
 def test_stand_in_journals_a_call_completely(station: Station) -> None:
@@ -136,15 +407,19 @@ def test_killed_starter_leaves_nothing_behind(tmp_path: Path) -> None:
         "print(station.gateway_pid, station.unit_pid, service.pid, flush=True)\n"
         "time.sleep(1000)\n"
     )
-    environment = {**os.environ, "PYTHONPATH": str(TOP), "HDTV_BUILD": str(build_directory())}
     with subprocess.Popen(
-        [sys.executable, "-c", script], env=environment, stdout=subprocess.PIPE, text=True
+        dying_with_starter([sys.executable, "-c", script]),
+        env=environment(),
+        stdout=subprocess.PIPE,
+        text=True,
     ) as starter:
-        assert starter.stdout is not None
-        pids = [int(pid) for pid in starter.stdout.readline().split()]
-        assert len(pids) == 3
-        mounts = Path("/proc/self/mounts").read_text()
-        starter.send_signal(signal.SIGKILL)
+        try:
+            assert starter.stdout is not None
+            pids = [int(pid) for pid in starter.stdout.readline().split()]
+            assert len(pids) == 3
+            mounts = Path("/proc/self/mounts").read_text()
+        finally:
+            starter.kill()
     for pid in pids:
         wait_for(lambda: not Path(f"/proc/{pid}").exists(), f"the end of process {pid}")
     assert Path("/proc/self/mounts").read_text() == mounts
@@ -194,15 +469,10 @@ def test_once_ends_with_status_1_when_the_service_does_not_do_its_work(tmp_path:
     (build / "station").symlink_to(host_build_directory() / "station")
     (build / "hdtv" / "hdtv").write_text("#!/bin/sh\nexec sleep 100\n")
     (build / "hdtv" / "hdtv").chmod(0o755)
-    result = subprocess.run(
-        ["/usr/bin/python3", "-m", "station", "--once"],
-        cwd=TOP,
-        env={**os.environ, "HDTV_BUILD": str(build)},
-        capture_output=True,
-        text=True,
-    )
-    assert result.returncode == 1
-    assert "not observed: the station is idle" in result.stdout
+    with running_command("--once", HDTV_BUILD=str(build)) as running:
+        output, _ = running.communicate(timeout=60)
+    assert running.returncode == 1
+    assert "not observed: the station is idle" in output
 
 
 def test_help_explains() -> None:
@@ -224,28 +494,106 @@ def test_without_the_privilege_one_sentence_and_status_1() -> None:
 def test_second_terminal_runs_programs_inside_the_running_station() -> None:
     name = f"test-{os.getpid()}"
     assert "No station is running here" in run_command("--name", name, "exec", "true").stderr
-    environment = {**os.environ, "HDTV_BUILD": str(build_directory()), "PYTHONUNBUFFERED": "1"}
-    with subprocess.Popen(
-        ["/usr/bin/python3", "-m", "station", "--name", name, "--pause", "0.1"],
-        cwd=TOP,
-        env=environment,
-        stdout=subprocess.PIPE,
-        text=True,
-    ) as running:
-        assert running.stdout is not None
-        for line in running.stdout:
-            if "keeps running" in line:
-                break
-        try:
-            document = run_command("--name", name, "exec", "cat", "/dev/shm/alerts.json")
-            unit = run_command("--name", name, "exec", "hostname")
-            gateway_side = run_command("--name", name, "exec", "--gateway", "hostname")
-            failing = run_command("--name", name, "exec", "sh", "-c", "exit 7")
-        finally:
-            running.send_signal(signal.SIGINT)
+    gatewayctl = str(host_build_directory() / "tools" / "gatewayctl" / "gatewayctl")
+
+    def inside(*arguments: str) -> subprocess.CompletedProcess[str]:
+        return run_command("--name", name, "exec", *arguments)
+
+    with running_command("--name", name, "--pause", "0.1") as running:
+        read_until_line(running, "keeps running")
+        document = inside("cat", "/dev/shm/alerts.json")
+        failing = inside("sh", "-c", "exit 7")
+        sent = inside("--gateway", gatewayctl, "--to", UNIT_ADDRESS, "display", "FROM THE GATEWAY")
+        shown = inside("cat", "/dev/shm/alerts.json")
+        names = [inside("hostname").stdout, inside("--gateway", "hostname").stdout]
+        statuses = [inside(*STATUS).stdout, inside("--gateway", *STATUS).stdout]
+        running.send_signal(signal.SIGINT)
         assert running.wait(20) == 130
     assert document.stdout.startswith('[{"alert_type":"display_alert"')
-    assert (unit.stdout, gateway_side.stdout, failing.returncode) == ("unit\n", "gateway\n", 7)
+    assert failing.returncode == 7
+    assert sent.returncode == 0, sent.stderr
+    assert "FROM THE GATEWAY" in shown.stdout
+    assert names == ["unit\n", "gateway\n"]
+    for status in statuses:
+        sets = capabilities_of(status)
+        assert sets["Prm"] == sets["Eff"] == sets["Bnd"] == KEPT_CAPABILITIES
+        assert sets["Inh"] == sets["Amb"] == set()
+
+
+@pytest.mark.parametrize("name", ["SIGINT", "SIGQUIT", "SIGHUP", "SIGTERM"])
+def test_signal_ends_it_even_where_its_starter_ignored_and_blocked_it(name: str) -> None:
+    number = signal.Signals[name]
+    station_name = f"test-{os.getpid()}-{name}"
+    with running_command("--once", "--name", station_name, prefix=UNWILLING) as running:
+        read_until_line(running, "the station is idle")
+        running.send_signal(number)
+        _, errors = running.communicate(timeout=30)
+    assert running.returncode == 128 + number
+    assert errors == ""
+    wait_for_end_of_station(station_name)
+
+
+def test_reader_that_goes_away_ends_it() -> None:
+    station_name = f"test-{os.getpid()}-reader"
+    with running_command("--name", station_name, "--pause", "0.1", prefix=UNWILLING) as running:
+        read_until_line(running, "the station is idle")
+        assert running.stdout is not None and running.stderr is not None
+        running.stdout.close()
+        assert running.wait(30) == 128 + signal.SIGHUP
+        assert running.stderr.read() == ""
+    wait_for_end_of_station(station_name)
+
+
+@pytest.mark.parametrize("closed", ["<&-", ">&-", "<&- >&- 2>&-"])
+def test_closed_standard_descriptors_do_not_matter(closed: str) -> None:
+    command = f'exec "$@" {closed}'
+    with running_command("--once", "--pause", "0", prefix=["sh", "-c", command, "sh"]) as running:
+        _, errors = running.communicate(timeout=60)
+    assert (running.returncode, errors) == (0, "")
+
+
+def test_killed_command_leaves_no_files_behind(tmp_path: Path) -> None:
+    station_name = f"test-{os.getpid()}-killed"
+    with running_command(
+        *("--name", station_name, "--pause", "0.1", "--pictures", str(tmp_path / "pictures")),
+        TMPDIR=str(tmp_path),
+    ) as running:
+        read_until_line(running, "roll call")
+        running.kill()
+    wait_for_end_of_station(station_name)
+    assert [path.name for path in tmp_path.iterdir()] == ["pictures"]
+
+
+def test_killed_tests_leave_no_process_behind(tmp_path: Path) -> None:
+    """Not of a station, and not of a program on the gateway's network."""
+    (tmp_path / "test_endless.py").write_text(
+        "import time\n"
+        "from station.station import Station\n"
+        "def test_endless():\n"
+        "    with Station() as station:\n"
+        "        service = station.start_service()\n"
+        "        outer = station.start_in_gateway_network('/bin/sleep', '1000')\n"
+        "        pids = [station.gateway_pid, station.unit_pid, service.pid, outer.pid]\n"
+        "        print(*pids, flush=True)\n"
+        "        time.sleep(1000)\n"
+    )
+    command = [*UNWILLING, "/usr/bin/python3", "-m", "pytest", "-s", "-q", "-p", "no:cacheprovider"]
+    with subprocess.Popen(
+        dying_with_starter([*command, "--timeout=20", str(tmp_path)]),
+        cwd=tmp_path,
+        env=environment(),
+        stdin=subprocess.DEVNULL,
+        stdout=subprocess.PIPE,
+        text=True,
+    ) as tests:
+        try:
+            assert tests.stdout is not None
+            pids = [int(pid) for pid in tests.stdout.readline().split()]
+            assert len(pids) == 4
+        finally:
+            tests.kill()
+    for pid in pids:
+        wait_for(lambda: not Path(f"/proc/{pid}").exists(), f"the end of process {pid}")
 
 
 @pytest.mark.parametrize(
@@ -275,31 +623,47 @@ def test_timeline_shows_nothing_raw_whatever_is_sent(
 
 def test_ctrl_c_on_a_terminal_ends_it_quietly_and_in_colour() -> None:
     terminal, inside = pty.openpty()
-    environment = {**os.environ, "HDTV_BUILD": str(build_directory())}
-    running = subprocess.Popen(
-        ["/usr/bin/python3", "-m", "station", "--pause", "0.1"],
-        cwd=TOP,
-        env=environment,
-        stdin=inside,
-        stdout=inside,
-        stderr=inside,
-        preexec_fn=lambda: take(inside),
-    )
-    os.close(inside)
-    text = read_until(terminal, b"Ctrl-C ends it")
-    os.write(terminal, b"\x03")
-    text += read_until(terminal, b"")
-    assert running.wait(20) == 130
+    with contextlib.ExitStack() as stack:
+        stack.callback(os.close, terminal)
+        # With a session of its own, whose terminal this is.
+        running = subprocess.Popen(
+            command_line("--pause", "0.1", prefix=[*UNWILLING, "setsid", "--ctty"]),
+            cwd=TOP,
+            env=environment(),
+            stdin=inside,
+            stdout=inside,
+            stderr=inside,
+        )
+        stack.callback(running.wait)
+        stack.callback(running.kill)
+        os.close(inside)
+        text = read_until(terminal, b"Ctrl-C ends it")
+        os.write(terminal, b"\x03")
+        text += read_until(terminal, b"")
+        assert running.wait(20) == 130
     assert b"\033[32mdocument" in text
     assert b"Traceback" not in text
     assert b"the service has ended" not in text
-    os.close(terminal)
 
 
-def take(terminal: int) -> None:
-    """Makes the terminal the controlling one of a new session."""
-    os.setsid()
-    fcntl.ioctl(terminal, termios.TIOCSCTTY, 0)
+def test_terminal_that_goes_away_ends_it() -> None:
+    terminal, inside = pty.openpty()
+    running = subprocess.Popen(
+        command_line("--pause", "0.1", prefix=[*UNWILLING, "setsid", "--ctty"]),
+        cwd=TOP,
+        env=environment(),
+        stdin=inside,
+        stdout=inside,
+        stderr=subprocess.DEVNULL,
+    )
+    try:
+        os.close(inside)
+        read_until(terminal, b"the station is idle")
+        os.close(terminal)
+        assert running.wait(30) == 128 + signal.SIGHUP
+    finally:
+        running.kill()
+        running.wait()
 
 
 def read_until(terminal: int, words: bytes) -> bytes:

@@ -15,7 +15,14 @@ from station.forward import Forward
 from station.incident import INCIDENT, Scene, Step
 from station.pictures import Pictures
 from station.screen import Screen
-from station.station import WEB_PORT, Process, Station, StationError, launch_command
+from station.station import (
+    UNIT_ENVIRONMENT,
+    WEB_PORT,
+    Process,
+    Station,
+    StationError,
+    launch_command,
+)
 from station.television import IN_STANDBY, Television
 from station.timeline import Timeline
 from station.waiting import wait_for
@@ -239,7 +246,8 @@ def run_inside(name: str, program: list[str], on_gateway: bool) -> int:
         print("No station is running here: start one with ./scripts/station.", file=sys.stderr)
         return 1
     command = launch_command(pid, *program)
-    os.execvp(command[0], command)
+    environment = {} if on_gateway else UNIT_ENVIRONMENT
+    os.execvpe(command[0], command, {**os.environ, **environment})
 
 
 def find_running_station(name: str, depth: int) -> int | None:

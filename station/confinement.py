@@ -100,15 +100,14 @@ def install_masks(settings: dict[str, Any], tools: str) -> None:
             os.link(original, place)
 
 
-def install_busyboxes(settings: dict[str, Any], tools: str) -> None:
-    for path, masked in settings["busyboxes"].items():
-        place = Path(tools + path)
-        place.parent.mkdir(parents=True, exist_ok=True)
-        shutil.copy(path, place)
-        with open(place, "rb+") as file:
-            for offset in masked:
-                file.seek(offset)
-                file.write(settings["mask"].encode())
+def install_busybox(tools: str, path: str, masked: list[int], mask: str) -> None:
+    place = Path(tools + path)
+    place.parent.mkdir(parents=True, exist_ok=True)
+    shutil.copy(path, place)
+    with open(place, "rb+") as file:
+        for offset in masked:
+            file.seek(offset)
+            file.write(mask.encode())
 
 
 def make_directories(root: str) -> None:

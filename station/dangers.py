@@ -35,7 +35,7 @@ _SEARCHED = ("/bin", "/sbin", "/usr/bin", "/usr/sbin", "/usr/local/bin", "/usr/l
 _SHARED = ("bin", "sbin", "usr", "etc")
 _PRIVATE = ("/etc/shadow", "/etc/gshadow", "/etc/ssh", "/etc/ssl/private", "/etc/sudoers")
 
-MASK = b"~"
+_MASK = b"~"  # behind every letter, as the order of the names wants it
 
 
 def _stem(name: str) -> str:
@@ -44,22 +44,28 @@ def _stem(name: str) -> str:
 
 def _programs() -> list[str]:
     directories = sorted({os.path.realpath(directory) for directory in _SEARCHED})
-    return [f"{d}/{name}" for d in directories if os.path.isdir(d) for name in os.listdir(d)]
+    existing = [directory for directory in directories if os.path.isdir(directory)]
+    return [f"{place}/{name}" for place in existing for name in sorted(os.listdir(place))]
+
+
+def _busyboxes() -> list[str]:
+    return [path for path in _programs() if _stem(os.path.basename(path)) == "busybox"]
 
 
 @functools.cache
 def dangerous_programs() -> list[str]:
-    """Those that lie on this machine's search path."""
-    return [path for path in _programs() if _stem(os.path.basename(path)) in DANGEROUS]
+    """Those that lie on this machine's search path. One busybox is enough."""
+    named = [path for path in _programs() if _stem(os.path.basename(path)) in DANGEROUS]
+    return named + _busyboxes()[1:]
 
 
 @functools.cache
-def masked_applets() -> dict[str, list[int]]:
-    """For each busybox on this machine's search path, at which bytes of it MASK makes its dangerous
-    programs unknown to it. Its shell runs its own programs wherever it lies, so that stand-ins in
-    the places of its links would not do."""
-    found = [path for path in _programs() if _stem(os.path.basename(path)) == "busybox"]
-    return {path: _applet_ends(Path(path)) for path in found}
+def masked_busybox() -> tuple[str, list[int], str] | None:
+    """The busybox on this machine's search path, and at which bytes of it which character makes its
+    dangerous programs unknown to it. Its shell runs its own programs wherever it lies, so that
+    stand-ins in the places of its links would not do."""
+    found = _busyboxes()
+    return (found[0], _applet_ends(Path(found[0])), _MASK.decode()) if found else None
 
 
 def _applet_ends(busybox: Path) -> list[int]:
@@ -67,7 +73,7 @@ def _applet_ends(busybox: Path) -> list[int]:
     names = listing.stdout.split()
     # The names lie one behind the other in the order of the alphabet, in which it searches them.
     table = b"\0".join([b"", *names, b""])
-    masked = [name[:-1] + MASK if name.decode() in DANGEROUS else name for name in names]
+    masked = [name[:-1] + _MASK if name.decode() in DANGEROUS else name for name in names]
     content = busybox.read_bytes()
     if content.count(table) != 1 or masked != sorted(masked):
         raise ValueError(f"{busybox} keeps its programs in an unknown way")

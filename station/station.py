@@ -42,6 +42,9 @@ CONFINED = [
     "--no-new-privs",
 ]
 
+# This machine's directories are not in the unit.
+UNIT_ENVIRONMENT = {"HOME": "/root", "TMPDIR": "/tmp"}
+
 _X_SOCKETS = "/tmp/.X11-unix"
 
 # Every tool that the service starts, or that would harm this machine, with what its stand-in does.
@@ -222,8 +225,7 @@ class Station:
             },
             "dangerous_names": sorted(dangers.DANGEROUS),
             "dangerous_programs": dangers.dangerous_programs(),
-            "busyboxes": dangers.masked_applets(),
-            "mask": dangers.MASK.decode(),
+            "busybox": dangers.masked_busybox(),
             "hidden": dangers.hidden_paths(),
             "real": real_programs(),
             "loudspeaker": LOUDSPEAKER,
@@ -361,7 +363,7 @@ class Station:
         """A program in the unit, confined like the service."""
         launched = launch_command(self.unit_pid, *command)
         display = {} if self._has_display else {"DISPLAY": ""}
-        return self._keep(launched, {**display, **(environment or {})})
+        return self._keep(launched, {**UNIT_ENVIRONMENT, **display, **(environment or {})})
 
     def start_on_gateway(self, *command: str) -> Process:
         """A program of this machine on the gateway's side, where it can only read the machine's

@@ -116,7 +116,8 @@ def build_root(settings: dict[str, Any], outside: list[str]) -> None:
     for directory in (tools, upper, work, ROOT):
         os.mkdir(directory)
     confinement.install_masks(settings, tools)
-    confinement.install_busyboxes(settings, tools)
+    if settings["busybox"]:
+        confinement.install_busybox(tools, *settings["busybox"])
     linux.mount("root", ROOT, "overlay", data=f"lowerdir={tools}:/,upperdir={upper},workdir={work}")
     confinement.make_directories(ROOT)
     confinement.mount_proc(f"{ROOT}/proc")
@@ -146,11 +147,13 @@ def build_station_directory(settings: dict[str, Any], outside: list[str]) -> Non
     os.makedirs(f"{station}/behaviour")
     for name, program in settings["programs"].items():
         confinement.lend_file(program, f"{station}/bin/{name}")
+    busybox = (settings["busybox"] or [""])[0]
+    if busybox:
+        # The layer's file, which a unit that writes its own busybox does not reach.
+        confinement.lend_file(f"{STAGE}/tools{busybox}", f"{station}/bin/busybox")
     for path, program in settings["real"].items():
-        own = ROOT + program if program in settings["busyboxes"] else program
+        own = f"{STAGE}/tools{busybox}" if program == busybox else program
         confinement.lend_file(own, f"{station}/real{path}")
-    for path in settings["busyboxes"]:
-        confinement.lend_file(ROOT + path, f"{station}/bin/busybox")
     for place, source in settings["lent"].items():
         os.makedirs(ROOT + place)
         confinement.lend(source, ROOT + place)

@@ -20,12 +20,12 @@ DANGEROUS = frozenset(
     # its disks and mounts
     " mount umount swapon swapoff mkswap mkfs mke2fs mkdosfs fsck e2fsck resize2fs tune2fs fdisk"
     " sfdisk cfdisk sgdisk gdisk parted losetup blkdiscard blockdev wipefs fsfreeze fstrim hdparm"
-    " dmsetup cryptsetup mdadm zramctl mkfs_ext2 fatattr flash_eraseall nanddump nandwrite"
-    " pivot_root switch_root freeramdisk"
+    " dmsetup cryptsetup mdadm zramctl fatattr flash_eraseall nanddump nandwrite"
+    " freeramdisk"
     # its screen and keyboard
     " chvt openvt deallocvt setfont loadkmap fbset fgconsole kbd_mode"
     # ways out
-    " chroot nsenter unshare".split()
+    " chroot nsenter unshare pivot_root switch_root run-init".split()
 )
 
 # Where programs are searched; station/launch.cpp looks at the same places.

@@ -565,22 +565,32 @@ def test_killed_command_leaves_no_files_behind(tmp_path: Path) -> None:
     assert [path.name for path in tmp_path.iterdir()] == ["pictures"]
 
 
-def test_killed_tests_leave_no_process_behind(tmp_path: Path) -> None:
+ENDLESS_TEST = """
+import time
+from pathlib import Path
+from station.station import Station
+
+def test_endless(tmp_path):
+    with Station() as station:
+        service = station.start_service()
+        outer = station.start_in_gateway_network("/bin/sleep", "1000")
+        pids = station.gateway_pid, station.unit_pid, service.pid, outer.pid
+        draft = Path(__file__).with_name("draft")
+        draft.write_text(" ".join(str(pid) for pid in pids))
+        draft.rename(draft.with_name("pids"))
+        time.sleep(1000)
+"""
+
+
+@pytest.mark.parametrize("workers", ["0", "1"])
+@pytest.mark.parametrize("end", ["killed", "at its time limit"])
+def test_endless_test_leaves_no_process_behind(tmp_path: Path, workers: str, end: str) -> None:
     """Not of a station, and not of a program on the gateway's network."""
-    (tmp_path / "test_endless.py").write_text(
-        "import time\n"
-        "from station.station import Station\n"
-        "def test_endless():\n"
-        "    with Station() as station:\n"
-        "        service = station.start_service()\n"
-        "        outer = station.start_in_gateway_network('/bin/sleep', '1000')\n"
-        "        pids = [station.gateway_pid, station.unit_pid, service.pid, outer.pid]\n"
-        "        print(*pids, flush=True)\n"
-        "        time.sleep(1000)\n"
-    )
-    command = [*UNWILLING, "/usr/bin/python3", "-m", "pytest", "-s", "-q", "-p", "no:cacheprovider"]
+    (tmp_path / "test_endless.py").write_text(ENDLESS_TEST)
+    command = [*UNWILLING, "/usr/bin/python3", "-m", "pytest", "-p", "no:cacheprovider"]
+    options = ["-n", workers, "--timeout", "3" if end == "at its time limit" else "100"]
     with subprocess.Popen(
-        dying_with_starter([*command, "--timeout=20", str(tmp_path)]),
+        dying_with_starter([*command, *options, f"--basetemp={tmp_path}/temporary", str(tmp_path)]),
         cwd=tmp_path,
         env=environment(),
         stdin=subprocess.DEVNULL,
@@ -588,9 +598,13 @@ def test_killed_tests_leave_no_process_behind(tmp_path: Path) -> None:
         text=True,
     ) as tests:
         try:
-            assert tests.stdout is not None
-            pids = [int(pid) for pid in tests.stdout.readline().split()]
-            assert len(pids) == 4
+            names = tmp_path / "pids"
+            wait_for(lambda: names.exists() or tests.poll() is not None, "the test's start")
+            pids = [int(pid) for pid in names.read_text().split()]
+            if end == "at its time limit":
+                output, _ = tests.communicate(timeout=60)
+                assert "Failed: Timeout >3.0s" in output
+                assert tests.returncode == 1
         finally:
             tests.kill()
     for pid in pids:

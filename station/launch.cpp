@@ -8,6 +8,7 @@
 //     dangerous    the names of programs that must not lie anywhere on a search path but as stand-ins
 //     gateway      exists on the gateway's side, whose files are the machine's, to be read only
 
+#include <algorithm>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -104,7 +105,8 @@ void require_stand_ins_in(const char *program, const std::string &directory,
     }
     while (const dirent *entry = readdir(entries)) {
         const std::string name = entry->d_name;
-        const std::string path = directory + "/" + name;
+        std::string path = directory;
+        path += "/" + name;
         const std::string stem = name.substr(0, name.find('.'));
         // The station has one whose dangerous programs are masked, to be had here too.
         const bool is_masked =
@@ -154,12 +156,7 @@ void require_masked_sysrq(const char *program) {
 }
 
 bool is_kept(int capability) {
-    for (const int kept : kept_capabilities) {
-        if (kept == capability) {
-            return true;
-        }
-    }
-    return false;
+    return std::ranges::find(kept_capabilities, capability) != std::end(kept_capabilities);
 }
 
 // A user id of 0 gives a program what is in its starter's bounding set, at each exec anew: what has

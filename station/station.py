@@ -99,6 +99,17 @@ def real_programs() -> dict[str, str]:
     return {path: os.path.realpath(path) for path in words if path and os.path.exists(path)}
 
 
+def machine_settings() -> dict[str, Any]:
+    """What is to be kept from a unit on this machine."""
+    return {
+        "dangerous_names": sorted(dangers.DANGEROUS),
+        "dangerous_programs": dangers.dangerous_programs(),
+        "busybox": dangers.masked_busybox(),
+        "hidden": dangers.hidden_paths(),
+        "real": real_programs(),
+    }
+
+
 def enter_command(pid: int, *command: str) -> list[str]:
     """The command line that runs a command in the namespaces, the root and the directory of the
     process."""
@@ -211,10 +222,9 @@ class Station:
     ) -> None:
         self.processes: list[Process] = []
         self._has_display = has_display
-        hdtv = build_directory() / "hdtv" / "hdtv"
-        station_programs = host_build_directory() / "station"
-        self._is_emulated = is_for_arm(hdtv)
+        self._is_emulated = is_for_arm(build_directory() / "hdtv" / "hdtv")
         settings = {
+            **machine_settings(),
             "address": address,
             "interface": interface,
             "hardware_address": hardware_address,
@@ -223,21 +233,8 @@ class Station:
             "behaviour": {
                 path.rpartition("/")[2]: behaviour + "\n" for path, behaviour in STAND_INS.items()
             },
-            "dangerous_names": sorted(dangers.DANGEROUS),
-            "dangerous_programs": dangers.dangerous_programs(),
-            "busybox": dangers.masked_busybox(),
-            "hidden": dangers.hidden_paths(),
-            "real": real_programs(),
             "loudspeaker": LOUDSPEAKER,
-            "programs": {
-                "stand-in": str(station_programs / "station-standin"),
-                "launch": str(station_programs / "station-launch"),
-                "hdtv": str(hdtv),
-                # By the service's name, which its children see.
-                **({"arm/hdtv": EMULATOR} if self._is_emulated else {}),
-                "kiosk": str(Path(__file__).with_name("kiosk.py")),
-                **{name: str(path) for name, path in (programs or {}).items()},
-            },
+            "programs": self._programs(programs or {}),
             "lent": {
                 STATION_WEB: str(top_directory() / "station_web"),
                 **({_X_SOCKETS: _X_SOCKETS} if has_display else {}),
@@ -249,6 +246,19 @@ class Station:
         self._unit_network = os.open(f"/proc/{self.unit_pid}/ns/net", os.O_RDONLY)
         self._own_network = os.open("/proc/thread-self/ns/net", os.O_RDONLY)
         self._current_network = self._own_network
+
+    def _programs(self, more: Mapping[str, Path]) -> dict[str, str]:
+        """What the unit finds in BIN."""
+        station_programs = host_build_directory() / "station"
+        return {
+            "stand-in": str(station_programs / "station-standin"),
+            "launch": str(station_programs / "station-launch"),
+            "hdtv": str(build_directory() / "hdtv" / "hdtv"),
+            # By the service's name, which its children see.
+            **({"arm/hdtv": EMULATOR} if self._is_emulated else {}),
+            "kiosk": str(Path(__file__).with_name("kiosk.py")),
+            **{name: str(path) for name, path in more.items()},
+        }
 
     def _start_world(self, name: str, settings: Mapping[str, Any]) -> tuple[int, int]:
         ours, theirs = socket.socketpair(socket.AF_UNIX, socket.SOCK_SEQPACKET)

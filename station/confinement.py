@@ -3,6 +3,7 @@
 import os
 import shutil
 import stat
+from collections.abc import Sequence
 from pathlib import Path
 from typing import Any
 
@@ -30,11 +31,15 @@ def mount_tmpfs(target: str, size: str, mode: str = "755") -> None:
     linux.mount("station", target, "tmpfs", data=f"mode={mode},size={size},nr_inodes=50k")
 
 
-def mount_proc(target: str) -> None:
+def mount_proc(target: str, own: Sequence[str] = ()) -> None:
+    """Of the kernel's settings those can be written which the network namespace has of its own."""
     linux.mount("proc", target, "proc")
     for name in _READ_ONLY:
         if os.path.isdir(f"{target}/{name}"):
             lend(f"{target}/{name}", f"{target}/{name}")
+    for name in own:
+        linux.mount(f"{target}/{name}", f"{target}/{name}", flags=linux.MS_BIND)
+        linux.mount("none", f"{target}/{name}", flags=linux.MS_BIND | linux.MS_REMOUNT)
     for name in _MASKED:
         if os.path.exists(f"{target}/{name}"):
             linux.mount("/dev/null", f"{target}/{name}", flags=linux.MS_BIND)

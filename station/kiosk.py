@@ -29,6 +29,7 @@ STATION_PAGE = "http://127.0.0.1/station_web/"
 # In a memory of its own: nothing that a page does takes room from the alert document or its log.
 PLACE = "/dev/shm"
 PLACE_SIZE = "256m"
+USER_NAMESPACE = "/run/station/user-namespace"
 
 _CLONE_NEWNS = 0x00020000
 _CLONE_NEWUSER = 0x10000000
@@ -92,27 +93,16 @@ def read_command_line(arguments: list[str]) -> dict[str, str]:
         return {}
 
 
-def _write(path: str, text: str) -> None:
-    with open(path, "w", encoding="ascii") as file:
-        file.write(text)
-
-
 def enter_own_memory() -> None:
-    """A /dev/shm of the browser's own. The station's service may not mount, so it is the root of a
-    user namespace that does."""
+    """A /dev/shm of the browser's own. The station's service may not mount, but the root of the user
+    namespace that the station has for this may, in a mount namespace that belongs to it."""
     libc = ctypes.CDLL(None, use_errno=True)
-    ids = {"uid_map": os.getuid(), "gid_map": os.getgid()}
     options = f"size={PLACE_SIZE},mode=700".encode()
-    try:
-        if libc.unshare(_CLONE_NEWUSER | _CLONE_NEWNS) == 0:
-            _write("/proc/self/setgroups", "deny")
-            for name, number in ids.items():
-                _write(f"/proc/self/{name}", f"0 {number} 1")
-            if libc.mount(b"browser", PLACE.encode(), b"tmpfs", 0, options) == 0:
-                return
+    users = os.open(USER_NAMESPACE, os.O_RDONLY)
+    is_entered = libc.setns(users, _CLONE_NEWUSER) == 0 and libc.unshare(_CLONE_NEWNS) == 0
+    os.close(users)
+    if not is_entered or libc.mount(b"browser", PLACE.encode(), b"tmpfs", 0, options) != 0:
         say(f"the browser shares {PLACE}: {os.strerror(ctypes.get_errno())}")
-    except OSError as error:
-        say(f"the browser shares {PLACE}: {error.strerror}")
 
 
 def main() -> None:

@@ -39,6 +39,15 @@ constexpr int kept_capabilities[] = {
     CAP_NET_RAW,          // the DHCP client asks before it has an address
 };
 
+// What a board's root has, too, in a unit with a user namespace: there, it counts for nothing else.
+constexpr int board_root_capabilities[] = {
+    CAP_CHOWN,     CAP_FOWNER, CAP_FSETID, CAP_SETGID, CAP_SETUID,
+    CAP_SYS_ADMIN, // mounts, namespaces
+};
+
+// Of a unit whose root is a board's.
+constexpr unsigned long most_ids = 65536;
+
 constexpr const char *search_path[] = {"/bin",      "/sbin",          "/usr/bin",
                                        "/usr/sbin", "/usr/local/bin", "/usr/local/sbin"};
 
@@ -147,6 +156,18 @@ void require_read_only(const char *program, const char *path) {
     }
 }
 
+// A user namespace that is nobody's but a station's maps fewer ids than the machine has. The file is the
+// kernel's word.
+void require_own_users(const char *program) {
+    unsigned long inside = 0;
+    unsigned long outside = 0;
+    unsigned long count = 0;
+    std::ifstream("/proc/self/uid_map") >> inside >> outside >> count;
+    if (count == 0 || count > most_ids) {
+        refuse(program, "a board's root is one in a user namespace only");
+    }
+}
+
 void require_masked_sysrq(const char *program) {
     struct stat status {};
     const bool exists = stat("/proc/sysrq-trigger", &status) == 0;
@@ -155,17 +176,19 @@ void require_masked_sysrq(const char *program) {
     }
 }
 
-bool is_kept(int capability) {
-    return std::ranges::find(kept_capabilities, capability) != std::end(kept_capabilities);
+bool is_kept(int capability, bool is_board_root) {
+    return std::ranges::find(kept_capabilities, capability) != std::end(kept_capabilities) ||
+           (is_board_root && std::ranges::find(board_root_capabilities, capability) !=
+                                 std::end(board_root_capabilities));
 }
 
 // A user id of 0 gives a program what is in its starter's bounding set, at each exec anew: what has
 // left that set does not come back.
-void drop_capabilities(const char *program) {
+void drop_capabilities(const char *program, bool is_board_root) {
     __user_cap_header_struct header{_LINUX_CAPABILITY_VERSION_3, 0};
     __user_cap_data_struct sets[2]{};
     for (int capability = 0; prctl(PR_CAPBSET_READ, capability) >= 0; ++capability) {
-        if (is_kept(capability)) {
+        if (is_kept(capability, is_board_root)) {
             sets[CAP_TO_INDEX(capability)].permitted |= CAP_TO_MASK(capability);
             sets[CAP_TO_INDEX(capability)].effective |= CAP_TO_MASK(capability);
         } else if (prctl(PR_CAPBSET_READ, capability) != 0 &&
@@ -192,11 +215,13 @@ void reset_signals() {
 } // namespace
 
 int main(int argc, char **argv) {
-    if (argc < 2) {
-        std::fprintf(stderr, "usage: station-launch PROGRAM [ARGUMENT...]\n");
+    const bool is_board_root = argc > 1 && std::string(argv[1]) == "--board-root";
+    char **command = argv + (is_board_root ? 2 : 1);
+    const char *program = *command;
+    if (program == nullptr) {
+        std::fprintf(stderr, "usage: station-launch [--board-root] PROGRAM [ARGUMENT...]\n");
         return 1;
     }
-    const char *program = argv[1];
     require_own_namespaces(program);
     if (access((station_directory + "gateway").c_str(), F_OK) == 0) {
         require_read_only(program, "/");
@@ -206,9 +231,12 @@ int main(int argc, char **argv) {
     require_read_only(program, "/sys");
     require_read_only(program, "/proc/sys");
     require_masked_sysrq(program);
-    drop_capabilities(program);
+    if (is_board_root) {
+        require_own_users(program);
+    }
+    drop_capabilities(program, is_board_root);
     reset_signals();
-    execvp(program, argv + 1);
+    execvp(program, command);
     std::perror(program);
     return 1;
 }

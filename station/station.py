@@ -47,6 +47,12 @@ UNIT_ENVIRONMENT = {"HOME": "/root", "TMPDIR": "/tmp"}
 
 _X_SOCKETS = "/tmp/.X11-unix"
 
+# What can be written in a unit, its root apart, with its limit.
+_WRITABLE = {"/tmp": "512m", "/run": "16m", "/var/www": "16m"}
+
+# Of its own network: a unit whose root is a board's may write them.
+_BOARD_SETTINGS = ("sys/net/ipv4/tcp_syn_retries",)
+
 # Every tool that the service starts, or that would harm this machine, with what its stand-in does.
 # An empty behaviour ends at once with status 0.
 STAND_INS: dict[str, str] = {
@@ -67,6 +73,11 @@ STAND_INS: dict[str, str] = {
     "/usr/bin/wget": f"exec {REAL}/usr/bin/wget",
     "/usr/bin/aplay": f"exec {REAL}/usr/bin/aplay",
 }
+
+
+# What else there is where the unit's root is a board's. The service's own mounts stay without effect.
+BOARD_TOOLS: dict[str, str] = {"/usr/bin/unshare": f"exec {REAL}/usr/bin/unshare"}
+BOARD_MOUNT = "/usr/bin/mount"
 
 
 class StationError(Exception):
@@ -93,34 +104,43 @@ def is_for_arm(program: Path) -> bool:
     return False
 
 
-def real_programs() -> dict[str, str]:
+def real_programs(is_board_root: bool) -> dict[str, str]:
     """What the stand-ins become, by the paths under which they find it."""
-    words = [behaviour.partition(f"exec {REAL}")[2] for behaviour in STAND_INS.values()]
+    behaviours = [*STAND_INS.values(), *(BOARD_TOOLS.values() if is_board_root else [])]
+    words = [behaviour.partition(f"exec {REAL}")[2] for behaviour in behaviours]
+    words += [BOARD_MOUNT] if is_board_root else []
     return {path: os.path.realpath(path) for path in words if path and os.path.exists(path)}
 
 
-def machine_settings() -> dict[str, Any]:
+def machine_settings(is_board_root: bool) -> dict[str, Any]:
     """What is to be kept from a unit on this machine."""
     return {
         "dangerous_names": sorted(dangers.DANGEROUS),
         "dangerous_programs": dangers.dangerous_programs(),
         "busybox": dangers.masked_busybox(),
         "hidden": dangers.hidden_paths(),
-        "real": real_programs(),
+        "real": real_programs(is_board_root),
     }
+
+
+def has_own_users(pid: int) -> bool:
+    """Whether the process is in another user namespace than this one. Its root's rights end there."""
+    return os.readlink(f"/proc/{pid}/ns/user") != os.readlink("/proc/self/ns/user")
 
 
 def enter_command(pid: int, *command: str) -> list[str]:
     """The command line that runs a command in the namespaces, the root and the directory of the
     process."""
-    kinds = [f"--{kind}" for kind in ("mount", "uts", "ipc", "net", "pid", "root", "wd")]
+    users = ["user"] if has_own_users(pid) else []
+    kinds = [f"--{kind}" for kind in (*users, "mount", "uts", "ipc", "net", "pid", "root", "wd")]
     return ["nsenter", f"--target={pid}", *kinds, "--", *command]
 
 
 def launch_command(pid: int, *command: str) -> list[str]:
     """The command line that runs a command on one side of a station, the process being its first,
     with the capabilities that the station has for it and no more. Only what enters has others."""
-    return enter_command(pid, f"{BIN}/launch", *command)
+    options = ["--board-root"] if has_own_users(pid) else []
+    return enter_command(pid, f"{BIN}/launch", *options, *command)
 
 
 def dying_with_starter(command: Sequence[str], by_signal: str = "KILL") -> list[str]:
@@ -219,26 +239,32 @@ class Station:
         programs: Mapping[str, Path] | None = None,
         name: str = "",
         has_display: bool = False,
+        is_board_root: bool = False,
+        has_page: bool = True,
     ) -> None:
+        """For a test of the board's own scripts its programs may be a board's root: become other users,
+        mount, make namespaces. They are that in a user namespace, where it counts for the unit
+        alone."""
         self.processes: list[Process] = []
         self._has_display = has_display
         self._is_emulated = is_for_arm(build_directory() / "hdtv" / "hdtv")
+        behaviours = {**STAND_INS, **(BOARD_TOOLS if is_board_root else {})}
         settings = {
-            **machine_settings(),
+            **machine_settings(is_board_root),
+            "is_board_root": is_board_root,
+            "own_kernel_settings": _BOARD_SETTINGS if is_board_root else (),
             "address": address,
             "interface": interface,
             "hardware_address": hardware_address,
             "gateway_addresses": GATEWAY_ADDRESSES,
             "stand_ins": list(STAND_INS),
             "behaviour": {
-                path.rpartition("/")[2]: behaviour + "\n" for path, behaviour in STAND_INS.items()
+                path.rpartition("/")[2]: behaviour + "\n" for path, behaviour in behaviours.items()
             },
             "loudspeaker": LOUDSPEAKER,
             "programs": self._programs(programs or {}),
-            "lent": {
-                STATION_WEB: str(top_directory() / "station_web"),
-                **({_X_SOCKETS: _X_SOCKETS} if has_display else {}),
-            },
+            "writable": {x: size for x, size in _WRITABLE.items() if has_page or x != "/var/www"},
+            "lent": self._lent(has_page),
         }
         self.gateway_pid, self.unit_pid = self._start_world(name, settings)
         self.root = Path(f"/proc/{self.unit_pid}/root")
@@ -246,6 +272,12 @@ class Station:
         self._unit_network = os.open(f"/proc/{self.unit_pid}/ns/net", os.O_RDONLY)
         self._own_network = os.open("/proc/thread-self/ns/net", os.O_RDONLY)
         self._current_network = self._own_network
+
+    def _lent(self, has_page: bool) -> dict[str, str]:
+        return {
+            **({STATION_WEB: str(top_directory() / "station_web")} if has_page else {}),
+            **({_X_SOCKETS: _X_SOCKETS} if self._has_display else {}),
+        }
 
     def _programs(self, more: Mapping[str, Path]) -> dict[str, str]:
         """What the unit finds in BIN."""

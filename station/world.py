@@ -31,6 +31,9 @@ NAMESPACES = ("pid", "mnt", "net", "ipc", "uts")
 STAGE = "/sys"
 ROOT = STAGE + "/root"
 
+# The users and groups of a unit whose root is a board's, who may become any of them.
+ALL_IDS = 65536
+
 
 def main() -> None:
     linux.die_with_parent()
@@ -59,12 +62,16 @@ def keep_gateway_side(
     builder = os.fork()
     if builder == 0:
         linux.die_with_parent()
+        users, network = make_user_namespace(ALL_IDS if settings["is_board_root"] else 1)
         linux.unshare(linux.NEW_WORLD)
+        if settings["is_board_root"]:
+            linux.setns(network, linux.CLONE_NEWNET)
+        os.close(network)
         unshared[1].send(b".")
         connected[0].recv(1)
         unit = os.fork()
         if unit == 0:
-            keep_unit(settings, report, outside)
+            keep_unit(settings, report, outside, users)
         report.close()
         reap_until(unit)
     unshared[0].recv(1)
@@ -74,6 +81,28 @@ def keep_gateway_side(
     report.close()
     connected[1].send(b".")
     reap_until(builder)
+
+
+def make_user_namespace(ids: int) -> tuple[int, int]:
+    """With the first of this machine's ids, by the same numbers; and a network that belongs to it.
+    Whoever is root there alone has no rights over what belongs to the machine."""
+    ours, theirs = socket.socketpair()
+    maker = os.fork()
+    if maker == 0:
+        linux.die_with_parent()
+        ours.close()
+        linux.unshare(linux.CLONE_NEWUSER | linux.CLONE_NEWNET)
+        theirs.send(b".")
+        theirs.recv(1)
+        os._exit(0)
+    theirs.close()
+    ours.recv(1)
+    for name in ("uid_map", "gid_map"):
+        Path(f"/proc/{maker}/{name}").write_text(f"0 0 {ids}")
+    made = [os.open(f"/proc/{maker}/ns/{kind}", os.O_RDONLY) for kind in ("user", "net")]
+    ours.close()
+    os.waitpid(maker, 0)
+    return made[0], made[1]
 
 
 def connect_networks(settings: dict[str, Any], unit: int) -> None:
@@ -93,7 +122,9 @@ def ip(*commands: str) -> None:
     subprocess.run(["ip", "-batch", "-"], input=text.encode(), check=True)
 
 
-def keep_unit(settings: dict[str, Any], report: socket.socket, outside: list[str]) -> NoReturn:
+def keep_unit(
+    settings: dict[str, Any], report: socket.socket, outside: list[str], users: int
+) -> NoReturn:
     linux.die_with_parent()
     signal.pthread_sigmask(signal.SIG_BLOCK, {signal.SIGCHLD})
     linux.sethostname("unit")
@@ -104,7 +135,15 @@ def keep_unit(settings: dict[str, Any], report: socket.socket, outside: list[str
         commands += [f"route add default dev {interface}"]
     ip(*commands)
     build_root(settings, outside)
+    # For the browser, which wants to mount.
+    confinement.lend_file(f"/proc/self/fd/{users}", f"{ROOT}/run/station/user-namespace")
     linux.pivot_root(ROOT)
+    if settings["is_board_root"]:
+        # Its mounts so far can neither be taken away nor be made writable from here on.
+        linux.setns(users, linux.CLONE_NEWUSER)
+        linux.unshare(linux.CLONE_NEWNS)
+        linux.die_with_parent()  # which new rights undo
+    os.close(users)
     report.send(b"unit")
     report.close()
     reap_until(None)
@@ -120,11 +159,11 @@ def build_root(settings: dict[str, Any], outside: list[str]) -> None:
         confinement.install_busybox(tools, *settings["busybox"])
     linux.mount("root", ROOT, "overlay", data=f"lowerdir={tools}:/,upperdir={upper},workdir={work}")
     confinement.make_directories(ROOT)
-    confinement.mount_proc(f"{ROOT}/proc")
+    confinement.mount_proc(f"{ROOT}/proc", settings["own_kernel_settings"])
     linux.mount("sys", f"{ROOT}/sys", "sysfs", linux.MS_RDONLY)
     confinement.mount_devices(f"{ROOT}/dev")
-    for directory, size in (("tmp", "512m"), ("run", "16m"), ("var/www", "16m")):
-        confinement.mount_tmpfs(f"{ROOT}/{directory}", size, "1777")
+    for directory, size in settings["writable"].items():
+        confinement.mount_tmpfs(f"{ROOT}{directory}", size, "1777")
     build_station_directory(settings, outside)
     write_settings(settings)
 

@@ -3,6 +3,7 @@ comes from the network reaches neither its options nor anybody's terminal."""
 
 import os
 import signal
+import subprocess
 from pathlib import Path
 
 import pytest
@@ -17,6 +18,7 @@ from station.station import (
     REAL,
     Process,
     Station,
+    enter_command,
     top_directory,
 )
 from station.waiting import wait_for
@@ -53,8 +55,11 @@ NO_ADDRESSES = [
 
 @pytest.fixture
 def browserless(make_station: StationMaker) -> Station:
-    """Its Chromium is a stand-in."""
-    station = make_station(programs={"example": EXAMPLE})
+    """Its Chromium is a stand-in. The board's example becomes another user, and mounts."""
+    return without_browser(make_station(programs={"example": EXAMPLE}, is_board_root=True))
+
+
+def without_browser(station: Station) -> Station:
     station.run("cp", "--remove-destination", f"{BIN}/stand-in", "/usr/bin/chromium")
     station.path("/run/station/journal").chmod(0o666)  # for another user, too
     return station
@@ -220,9 +225,10 @@ def test_unit_without_that_user_shows_the_page_all_the_same(browserless: Station
 def test_unit_without_user_namespaces_shows_the_page_all_the_same(browserless: Station) -> None:
     add_user(browserless)
     refusing = "#!/bin/sh\ncase $* in *--map-root-user*) exit 1 ;; esac\n"
-    place = browserless.path("/usr/local/bin/unshare")
+    place = browserless.path("/tmp/refusing-unshare")
     place.write_text(refusing + f'exec {REAL}/usr/bin/unshare "$@"\n')
     place.chmod(0o755)
+    browserless.behave("unshare", "exec /tmp/refusing-unshare")
     service, call = start_example(browserless)
     assert "--no-sandbox" in call.argv
     assert status(browserless, call.pid)["Uid"].split()[0] == str(USER_ID)
@@ -276,16 +282,17 @@ def test_next_browser_finds_its_place_tidy(browserless: Station) -> None:
     assert browserless.path("/run/hdtv/browser/tmp/seen").read_text() == ""
 
 
-def test_stations_browser_fills_no_memory_but_its_own(browserless: Station) -> None:
-    write_browser(browserless, FILL.replace("$HOME", "/run/station") + "\nexec sleep 1000")
-    browserless.use_real_browser()
-    service = browserless.start_service()
-    seen = browserless.path("/run/station/sizes")
+def test_stations_browser_fills_no_memory_but_its_own(make_station: StationMaker) -> None:
+    station = without_browser(make_station())
+    write_browser(station, FILL.replace("$HOME", "/run/station") + "\nexec sleep 1000")
+    station.use_real_browser()
+    service = station.start_service()
+    seen = station.path("/run/station/sizes")
     wait_for(lambda: seen.exists() and seen.read_text().count("\n") == 5, "the sizes")
     sizes = seen.read_text().split()[1:]
     assert sizes[0] == sizes[2] == str(256 * 1024)
     assert "shares" not in service.errors
-    assert not browserless.path("/dev/shm/fill").exists()
+    assert not station.path("/dev/shm/fill").exists()
 
 
 # What takes shared memory from the browser: what is drawn, and what goes from process to process.
@@ -310,7 +317,7 @@ def test_page_that_takes_all_the_memory_it_gets_leaves_room_for_the_alert(
 ) -> None:
     """Also in a browser that cannot keep its shared memory outside of file systems."""
     station = make_station()
-    station.run(*f"{REAL}/usr/bin/mount -t tmpfs -o size=16m,mode=1777 shm /dev/shm".split())
+    make_memory_small(station)
     forbid_memory_files(station)
     station.use_real_browser()
     (tmp_path / "greedy.html").write_text(GREEDY)
@@ -325,6 +332,19 @@ def test_page_that_takes_all_the_memory_it_gets_leaves_room_for_the_alert(
         assert used(station.path("/dev/shm")) < 100_000
         deliver(station, gateway.detail_alert("F" * 3000))
         assert station.document()["alert_area"] == "F" * 3000
+
+
+SMALL_MEMORY = """
+import ctypes
+options = b"size=16m,mode=1777"
+assert ctypes.CDLL(None).mount(b"shm", b"/dev/shm", b"tmpfs", 0, options) == 0
+"""
+
+
+def make_memory_small(station: Station) -> None:
+    """As nothing in the station may."""
+    mount = enter_command(station.unit_pid, "/usr/bin/python3", "-c", SMALL_MEMORY)
+    subprocess.run(mount, check=True, timeout=20)
 
 
 def used(path: Path) -> int:
@@ -352,7 +372,7 @@ def forbid_memory_files(station: Station) -> None:
 
 
 def test_real_browser_shows_the_page_from_its_sandbox(make_station: StationMaker) -> None:
-    station = make_station(programs={"example": EXAMPLE})
+    station = make_station(programs={"example": EXAMPLE}, is_board_root=True)
     add_user(station)
     station.start("/usr/bin/Xvfb", ":0", "-screen", "0", "1280x720x24", "-nolisten", "tcp")
     wait_for(station.path("/tmp/.X11-unix/X0").exists, "the X server")

@@ -103,7 +103,7 @@ class Board:
 
 @pytest.fixture
 def board(make_station: StationMaker) -> Iterator[Board]:
-    board = Board(make_station(programs=SCRIPTS))
+    board = Board(make_station(programs=SCRIPTS, is_board_root=True))
     yield board
     board.watchdog.close()
     for kept in board.kept:

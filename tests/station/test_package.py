@@ -3,7 +3,7 @@
 import pytest
 from conftest import StationMaker
 
-from station.station import REAL, STATION_WEB, Station, top_directory
+from station.station import STATION_WEB, Station, top_directory
 
 pytestmark = pytest.mark.once
 
@@ -15,8 +15,8 @@ USER = "hdtv-kiosk"
 @pytest.fixture
 def machine(make_station: StationMaker) -> Station:
     """With what the package holds, and without what a station lends."""
-    station = make_station(programs={"postinst": DEBIAN / "postinst", "postrm": DEBIAN / "postrm"})
-    station.run(f"{REAL}/usr/bin/umount", "--recursive", "/var/www")
+    scripts = {"postinst": DEBIAN / "postinst", "postrm": DEBIAN / "postrm"}
+    station = make_station(programs=scripts, is_board_root=True, has_page=False)
     station.run("mkdir", "--parents", PAGE)
     station.run("touch", f"{PAGE}/index.html")
     station.path("/usr/share/hdtv/config.json").write_bytes((DEBIAN / "config.json").read_bytes())

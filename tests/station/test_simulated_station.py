@@ -189,6 +189,67 @@ def test_programs_have_the_kept_capabilities_only(
     assert "NoNewPrivs:\t1" in status
 
 
+# chown, fowner, fsetid, setgid, setuid, sys_admin
+BOARD_ROOT_CAPABILITIES = KEPT_CAPABILITIES | {0, 3, 4, 6, 7, 21}
+
+# What only this machine's root may, and what is locked to a unit's.
+ATTEMPTS = """
+import ctypes, os, time
+libc = ctypes.CDLL(None, use_errno=True)
+remount, bind = 32, 4096
+
+def refused(result):
+    return result == -1 and ctypes.get_errno() == 1
+
+def mount(target, kind, flags):
+    return libc.mount(b"none", target, kind, flags, None)
+
+assert refused(libc.reboot(0))
+assert refused(libc.swapoff(b"/etc/passwd"))
+assert refused(libc.adjtimex(ctypes.create_string_buffer(b"\\1" + bytes(300))))
+for path in (b"/proc/sys", b"/proc/irq", b"/sys", b"/run/station/bin/hdtv"):
+    assert refused(mount(path, None, remount | bind)), path
+    assert libc.umount2(path, 2) == -1, path
+for kind in (b"proc", b"sysfs", b"devtmpfs", b"debugfs"):
+    assert refused(mount(b"/mnt", kind, 0)), kind
+try:
+    os.mknod("/tmp/disk", 0o060600, os.makedev(8, 0))
+except PermissionError:
+    print("out of reach")
+"""
+
+
+def test_boards_root_is_none_of_the_machines(make_station: StationMaker) -> None:
+    station = make_station(is_board_root=True)
+    sets = capabilities_of(status_of_started(station))
+    assert sets["Prm"] == sets["Eff"] == sets["Bnd"] == BOARD_ROOT_CAPABILITIES
+    users = station.run("readlink", "/proc/self/ns/user").strip()
+    assert users != os.readlink("/proc/self/ns/user")
+    assert station.run("/usr/bin/python3", "-c", ATTEMPTS) == "out of reach\n"
+    station.run("setpriv", "--reuid=77", "--regid=77", "--clear-groups", "touch", "/tmp/other")
+    assert station.path("/tmp/other").stat().st_uid == 77
+    station.run("/run/station/real/usr/bin/mount", "-t", "tmpfs", "own", "/mnt")
+    assert " /mnt " in station.run("cat", "/proc/self/mounts")
+    assert " own /mnt " not in Path("/proc/self/mounts").read_text()
+
+
+def test_rights_of_a_boards_root_are_not_to_be_had_from_inside(station: Station) -> None:
+    asked = ("/run/station/bin/launch", "--board-root", *STATUS)
+    for command in (launch_command, enter_command):
+        started = command(station.unit_pid, *asked)
+        refused = subprocess.run(started, capture_output=True, text=True, timeout=20)
+        assert refused.returncode == 1
+        assert refused.stderr.endswith("a board's root is one in a user namespace only.\n")
+
+
+def test_root_of_the_browsers_namespace_mounts_nothing_of_the_machines(station: Station) -> None:
+    enter = "users = os.open('/run/station/user-namespace', os.O_RDONLY)\n"
+    enter += "assert libc.setns(users, 0x10000000) == 0 and libc.unshare(0x20000) == 0\n"
+    place = ATTEMPTS.index("assert refused")
+    script = ATTEMPTS[:place] + enter + ATTEMPTS[place:]
+    assert station.run("/usr/bin/python3", "-c", script) == "out of reach\n"
+
+
 def test_programs_start_with_signals_as_usual(station: Station) -> None:
     script = "import signal; signal.pthread_sigmask(signal.SIG_BLOCK, range(1, 32));"
     script += " [signal.signal(x, signal.SIG_IGN) for x in (1, 2, 3, 13, 15)];"

@@ -226,6 +226,7 @@ def play_step(scene: Scene, service: Process, timeline: Timeline, step: Step) ->
     except OSError as error:  # a TimeoutError too
         timeline.say("problem", f"not observed: {step.words} ({error})")
         return False
+    timeline.show_news()
     if not service.is_running():
         timeline.say("problem", f"the service has ended with status {service.wait()}")
         return False

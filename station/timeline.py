@@ -46,6 +46,7 @@ class Timeline:
         self._out = out or sys.stdout or open(os.devnull, "w", encoding="utf-8")
         self._colours = self._out.isatty()
         self._lock = threading.Lock()
+        self._showing = threading.Lock()
         self._shown_output = 0
         self._shown_errors = 0
         self._shown_calls = 0
@@ -63,7 +64,7 @@ class Timeline:
     def __exit__(self, *_: object) -> None:
         self._stopping.set()
         self._thread.join()
-        self._show_news()
+        self.show_news()
 
     def say(self, source: str, text: str) -> None:
         now = time.time()
@@ -90,15 +91,17 @@ class Timeline:
 
     def _watch(self) -> None:
         while not self._stopping.wait(_PERIOD):
-            self._show_news()
+            self.show_news()
 
-    def _show_news(self) -> None:
-        self._show_service()
-        self._show_document()
-        self._show_calls()
-        self._show_records()
-        self._show_television()
-        self._show_kicks()
+    def show_news(self) -> None:
+        """At once: on a busy machine the thread may come too late for what does not last."""
+        with self._showing:
+            self._show_service()
+            self._show_document()
+            self._show_calls()
+            self._show_records()
+            self._show_television()
+            self._show_kicks()
 
     def _show_service(self) -> None:
         lines = self._service.output.split("\n")[:-1]

@@ -2,23 +2,29 @@
 
 #include "bstrlib/bstr_owner.h"
 #include "bstrlib/bstrlib.h"
+#include "hdtv/config_store.h"
 #include "hdtv/descriptor.h"
-#include "hdtv/hdtv.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <ctime>
 #include <fcntl.h>
 #include <string_view>
 #include <unistd.h>
 
-int turnout_timer = 120;
-bool log_alerts = true;
-
 namespace {
 
+constexpr int initial_turnout_timer = 120; // seconds
 constexpr const char *document_path = "/dev/shm/alerts.json";
 constexpr const char *log_path = "/tmp/alerts.log";
 constexpr mode_t file_mode = 0777;
+
+} // namespace
+
+int turnout_timer = initial_turnout_timer;
+bool log_alerts = true;
+
+namespace {
 
 const tagbstring amp = bstr_constant("&");
 const tagbstring escaped_amp = bstr_constant("&amp;");
@@ -58,8 +64,8 @@ constexpr escape escapes[] = {
     {&cr, &escaped_cr},         {&tab, &escaped_tab},
 };
 
-bstr_owner escape_alert_text(const char *text) {
-    bstr_owner escaped(bfromcstr(text));
+bstr_owner escape_alert_text(std::string_view text) {
+    bstr_owner escaped(blk2bstr(text.data(), static_cast<int>(text.size())));
     for (const auto &[find, replace] : escapes) {
         bfindreplace(escaped.get(), find, replace, 0);
     }
@@ -85,7 +91,7 @@ bstring format_log_prefix() {
 }
 
 void append_to_log(const bstr_owner &document) {
-    // Never released: about twenty bytes a document, known and kept.
+    // Deliberate leak, see architecture.md.
     bstring prefix = format_log_prefix();
     binsert(document.get(), 0, prefix, ' ');
     bconchar(document.get(), '\n');
@@ -94,30 +100,81 @@ void append_to_log(const bstr_owner &document) {
     close(fd);
 }
 
+bstr_owner format_document(const alert_document &document) {
+    const bstr_owner area = escape_alert_text(document.alert_area);
+    const std::uint32_t alert_expiration =
+        document.alert_time + static_cast<std::uint32_t>(turnout_timer);
+    return bstr_owner(bformat(
+        "[{\"alert_type\":\"%s\", \"show_turnout_timer\":\"%i\", \"alert_time\":\"%lu\", "
+        "\"turnout_end\":\"%lu\", \"turnout_zero\":\"%lu\", \"turnout_reverse\":\"%i\", "
+        "\"alert_expiration\":\"%lu\", \"alert_area\":\"%s\", \"map_url\":\"%.*s\", "
+        "\"units\":[%.*s]}]",
+        document.type, document.show_turnout_timer, static_cast<unsigned long>(document.alert_time),
+        static_cast<unsigned long>(document.turnout_end),
+        static_cast<unsigned long>(document.turnout_zero), document.turnout_reverse,
+        static_cast<unsigned long>(alert_expiration), bstr_text(area.get()),
+        static_cast<int>(document.map_url.size()), document.map_url.data(),
+        static_cast<int>(document.units.size()), document.units.data()));
+}
+
 } // namespace
+
+void write_alert_document(const alert_document &document) {
+    const bstr_owner text = format_document(document);
+    std::printf("Writing JSON: %s\n", bstr_text(text.get()));
+    replace_document(text);
+    if (log_alerts) {
+        append_to_log(text);
+    }
+}
 
 void write_alert_json(const char *alert_type, std::uint8_t show_turnout_timer,
                       std::uint32_t alert_time, std::uint32_t turnout_end,
                       std::uint32_t turnout_zero, std::uint8_t turnout_reverse,
                       const char *alert_area, const char *map_url, const char *units) {
-    bstr_owner area = escape_alert_text(alert_area);
-    const std::uint32_t alert_expiration = alert_time + static_cast<std::uint32_t>(turnout_timer);
-    const bstr_owner document(bformat(
-        "[{\"alert_type\":\"%s\", \"show_turnout_timer\":\"%i\", \"alert_time\":\"%lu\", "
-        "\"turnout_end\":\"%lu\", \"turnout_zero\":\"%lu\", \"turnout_reverse\":\"%i\", "
-        "\"alert_expiration\":\"%lu\", \"alert_area\":\"%s\", \"map_url\":\"%s\", \"units\":[%s]}]",
-        alert_type, show_turnout_timer, static_cast<unsigned long>(alert_time),
-        static_cast<unsigned long>(turnout_end), static_cast<unsigned long>(turnout_zero),
-        turnout_reverse, static_cast<unsigned long>(alert_expiration), bstr_text(area.get()),
-        map_url, units));
-    area.reset();
-    std::printf("Writing JSON: %s\n", bstr_text(document.get()));
-    replace_document(document);
-    if (log_alerts) {
-        append_to_log(document);
-    }
+    write_alert_document({.type = alert_type,
+                          .show_turnout_timer = show_turnout_timer,
+                          .alert_time = alert_time,
+                          .turnout_end = turnout_end,
+                          .turnout_zero = turnout_zero,
+                          .turnout_reverse = turnout_reverse,
+                          .alert_area = alert_area,
+                          .map_url = map_url,
+                          .units = units});
 }
 
 void write_status_document(const char *line) {
-    write_alert_json("display_alert", 0, 0, 0, 0, 0, line, "", "");
+    write_alert_document({.type = "display_alert", .alert_area = line});
+}
+
+void format_units(std::span<const alerted_unit> units, std::span<char, unit_list_size> list) {
+    constexpr std::size_t longest_entry = 64;
+    static_assert(protocol::detail_alert::unit_slots * longest_entry < unit_list_size);
+    std::ranges::fill(list, '\0');
+    std::size_t length = 0;
+    for (const auto &[name, color] : units) {
+        if (color != 0) {
+            const int size = std::snprintf(
+                &list[length], longest_entry, "%s{\"unit\":\"%.*s\",\"color\":\"%d\"}",
+                length == 0 ? "" : ",", static_cast<int>(name.size()), name.data(), color);
+            length += static_cast<std::size_t>(size);
+        }
+    }
+}
+
+void set_turnout_timer(int seconds) {
+    turnout_timer = seconds;
+}
+
+void read_log_alerts() {
+    // Deliberate leak, see architecture.md.
+    bstring value = get_config_option(config_file, "log_alerts");
+    if (biseqcstrcaseless(value, "true") == 1) {
+        log_alerts = true;
+    }
+}
+
+void reset_alert_document_state() {
+    turnout_timer = initial_turnout_timer;
+    log_alerts = true;
 }

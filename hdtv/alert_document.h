@@ -1,22 +1,39 @@
 #pragma once
 
+#include "hdtv/messages.h"
+
+#include <cstddef>
 #include <cstdint>
+#include <span>
+#include <string_view>
 
-/// The alert document: the one line of JSON that the station page reads to know what to show.
+/// The alert document: the one line of JSON that the station page reads to know what to show. Written
+/// here and nowhere else.
 
-/// Rewrites the document "/dev/shm/alerts.json" (in place), prints it, and appends it with the local
-/// time to "/tmp/alerts.log" while log_alerts is set.
-///
-/// alert_type          "display_alert", "hdtv_alert" or "stop_turnout"
-/// show_turnout_timer  the flag byte of the message, 1 = alert on; 0 in status documents
-/// alert_time          seconds since the epoch; 0 in status documents
-/// turnout_end, turnout_zero, turnout_reverse
-///                     of the detail alert that started the alert, else 0
-/// alert_area          the text to show; escaped here
-/// map_url, units      written as they are: units is a list of JSON objects joined by commas
-///
-/// The texts are never null and stay the caller's. The document's expiration is alert_time +
-/// turnout_timer, in 32 bits.
+extern int turnout_timer; ///< seconds, initially 120: how long after its start an alert expires
+extern bool log_alerts;   ///< initially true, and nothing ever clears it
+
+constexpr std::size_t unit_list_size = 4096; ///< bytes, terminating zero included
+
+/// What the page is to show. The texts are neither null nor kept.
+struct alert_document {
+    const char *type;                    ///< "display_alert", "hdtv_alert" or "stop_turnout"
+    std::uint8_t show_turnout_timer = 0; ///< the flag byte of the message, 1 = alert on
+    std::uint32_t alert_time = 0;        ///< seconds since the epoch; 0 in status documents
+    std::uint32_t turnout_end = 0; ///< these three: of the detail alert that started the alert
+    std::uint32_t turnout_zero = 0;
+    std::uint8_t turnout_reverse = 0;
+    std::string_view alert_area = ""; ///< the text; escaped on its way into the document
+    std::string_view map_url = "";    ///< written as it is
+    std::string_view units = "";      ///< as format_units has made it; written as it is
+};
+
+/// Rewrites "/dev/shm/alerts.json" (in place), prints the document, and appends it with the local time
+/// to "/tmp/alerts.log" while log_alerts is set. Its expiration is alert_time + turnout_timer, in 32
+/// bits.
+void write_alert_document(const alert_document &document);
+
+/// The same, argument by argument.
 void write_alert_json(const char *alert_type, std::uint8_t show_turnout_timer,
                       std::uint32_t alert_time, std::uint32_t turnout_end,
                       std::uint32_t turnout_zero, std::uint8_t turnout_reverse,
@@ -24,3 +41,14 @@ void write_alert_json(const char *alert_type, std::uint8_t show_turnout_timer,
 
 /// The document of an idle station: the one line of text that its page then shows.
 void write_status_document(const char *line);
+
+/// Fills the list with the occupied slots as JSON objects joined by commas, and zeros after them.
+void format_units(std::span<const alerted_unit> units, std::span<char, unit_list_size> list);
+
+void set_turnout_timer(int seconds);
+
+/// The configuration's "log_alerts". Logging is on from the start, so it can only switch on what is on.
+void read_log_alerts();
+
+/// Back to how the process starts.
+void reset_alert_document_state();

@@ -1,20 +1,31 @@
 #pragma once
 
-#include "hdtv/message.h"
+#include "hdtv/alert_document.h"
+#include "hdtv/messages.h"
 
-/// The alert messages: when an alert starts and ends, which units it calls, what the page shows.
-/// The dispatcher has set turnout_timer before it calls.
+/// The alert: when it starts and ends, which units it calls, what the page shows. The turnout timer has
+/// been set from the message before each of these is called.
+
+extern char unit_str[unit_list_size]; ///< the units of the last detail alert as JSON objects
 
 /// Type 3. Flag 1 starts or updates an alert, or ends it when the text is empty; any other flag is
-/// ignored while an alert is active and only shown while none is.
-void handle_display_alert(const gateway_message &datagram);
+/// ignored while an alert is active and only shown while none is. Starting blocks while the television
+/// wakes.
+void handle_display_alert(const display_alert &alert);
 
-/// Type 38. Nothing to do: the dispatcher has already taken the turnout timer.
-void handle_hdtv_alert(const gateway_message &datagram);
+/// Type 38. Nothing is left to do.
+void handle_hdtv_alert(const hdtv_alert &alert);
 
 /// Type 51. As the display alert, with units and turnout values. The length field alone decides
-/// whether the text is empty; what is shown is the text up to its zero byte.
-void handle_detail_alert(const gateway_message &datagram);
+/// whether the text is empty; what is shown is the text up to its zero byte. The message itself is kept
+/// for a map address that may follow.
+void handle_detail_alert(const detail_alert &alert, const gateway_message &datagram);
 
 /// Type 52. Shows the last detail alert (an ignored one too) with a map, while an alert is active.
-void handle_set_map_url(const gateway_message &datagram);
+void handle_set_map_url(const set_map_address &map);
+
+/// No units.
+void clear_unit_list();
+
+/// Back to how the process starts.
+void reset_alert_state();

@@ -54,10 +54,6 @@ void overwrite_config(const char *file, const_bstring cfg) {
     close(fd);
 }
 
-bstring read_current_value(const char *file, const char *option) {
-    return get_config_option(file, option);
-}
-
 } // namespace
 
 bstring get_from_json(const_bstring json_obj, const char *parameter) {
@@ -84,8 +80,8 @@ bstring get_config_option(const char *file, const char *option) {
 }
 
 void set_config_option(const char *file, const char *option, const char *value) {
-    // Never released: a few bytes for each change of a setting, known and kept.
-    bstring current = read_current_value(file, option);
+    // Deliberate leak, see architecture.md.
+    bstring current = get_config_option(file, option);
     if (biseqcstr(current, value) == 1) {
         return;
     }

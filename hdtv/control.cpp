@@ -5,10 +5,9 @@
 #include "hdtv/audio.h"
 #include "hdtv/config_store.h"
 #include "hdtv/gateway_address.h"
-#include "hdtv/protocol.h"
 
-void handle_json_control(const gateway_message &datagram) {
-    const bstr_owner json(bfromcstr(datagram.text(protocol::json_control::text)));
+void handle_json_control(const json_control &control) {
+    const bstr_owner json(blk2bstr(control.text.data(), static_cast<int>(control.text.size())));
     const bstr_owner clip(get_from_json(json.get(), "play_audio"));
     const bstr_owner comm_gw(get_from_json(json.get(), "comm_gw"));
     if (clip) {

@@ -1,7 +1,6 @@
 #include "hdtv/dhcp_client.h"
 
 #include "hdtv/child_process.h"
-#include "hdtv/hdtv.h"
 
 pid_t udhcpc_pid;
 
@@ -9,4 +8,8 @@ void setup_dhcp_background_process() {
     run_program("/usr/bin/killall", {"killall", "-9", "udhcpc"});
     // 30 discovery requests, 30 seconds until the next round, done once there is an address.
     udhcpc_pid = start_program("/sbin/udhcpc", {"udhcpc", "-t", "30", "-A", "30", "-q"});
+}
+
+void reset_dhcp_client_state() {
+    udhcpc_pid = 0;
 }

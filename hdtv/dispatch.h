@@ -1,10 +1,7 @@
 #pragma once
 
-#include "hdtv/message.h"
+#include "hdtv/messages.h"
 
-/// Where a message came in. Types 46 and 52 count on TCP only and type 1 on UDP only, on purpose.
-enum class channel { tcp, udp };
-
-/// Does what the message asks for, by its type byte; an unknown type does nothing. Then, whatever
-/// the type, the web watchdog step. Cuts the trailer off an alert's text. Nothing is reported.
-void dispatch_message(gateway_message &message, channel from, const message_sender &sender);
+/// Does what the message asks for, by its type byte; a type that does not count on this channel does
+/// nothing. Then, whatever the type, the web watchdog step. Nothing is reported.
+void dispatch_message(const gateway_message &message, channel from, const message_sender &sender);

@@ -3,8 +3,8 @@
 #include "bstrlib/bstr_owner.h"
 #include "bstrlib/bstrlib.h"
 #include "hdtv/descriptor.h"
-#include "hdtv/hdtv.h"
 #include "hdtv/network_identity.h"
+#include "hdtv/proxy.h"
 
 #include <arpa/inet.h>
 #include <cstdio>
@@ -44,4 +44,9 @@ void set_gateway(const char *address) {
     current_gateway = bfromcstr(address);
     std::printf("Setting Gateway Address: %s\n", bstr_text(current_gateway));
     write_gateway_file();
+}
+
+void reset_gateway_address_state() {
+    bdestroy(current_gateway);
+    current_gateway = nullptr;
 }

@@ -3,7 +3,6 @@
 #include "bstrlib/bstr_owner.h"
 #include "bstrlib/bstrlib.h"
 #include "hdtv/child_process.h"
-#include "hdtv/hdtv.h"
 #include "hdtv/kiosk.h"
 #include "hdtv/timer.h"
 
@@ -84,7 +83,7 @@ void check_display() {
     reset_fb();
     if (url != nullptr) {
         sleep(2);
-        set_url_w_rotation(url);
+        restart_browser();
     }
 }
 

@@ -3,11 +3,15 @@
 #include "bstrlib/bstr_owner.h"
 #include "bstrlib/bstrlib.h"
 #include "hdtv/child_process.h"
+#include "hdtv/config_store.h"
 #include "hdtv/descriptor.h"
-#include "hdtv/hdtv.h"
+#include "hdtv/proxy.h"
 
+#include <cerrno>
 #include <csignal>
+#include <cstdio>
 #include <sys/prctl.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <tuple>
 #include <unistd.h>
@@ -15,13 +19,20 @@
 bstring url;
 int rotation;
 int kiosk_pid;
-bool use_oru_proxy;
 
 namespace {
 
 constexpr const char *browser_path = "/usr/bin/qt-webkit-kiosk";
 constexpr const char *browser_name = "qt-webkit-kiosk";
 constexpr const char *proxy_settings = "/usr/etc/xdg/QtWebkitKiosk/proxy.ini";
+
+// The rotations as the configuration stores them. Every other text means 0, and every other rotation
+// is stored as "0".
+struct stored_rotation {
+    const char *text;
+    int degrees;
+};
+constexpr stored_rotation stored_rotations[] = {{"90", 90}, {"180", 180}, {"270", 270}};
 
 // Any pid but 0 is signalled, also the -1 that a failed fork left: that reaches every process.
 void stop_browser() {
@@ -31,16 +42,10 @@ void stop_browser() {
     }
 }
 
-void drop_url() {
+// Takes over the record.
+void replace_url(bstring page) {
     bdestroy(url);
-    url = nullptr;
-}
-
-void remember_url(bstring t_url) {
-    if (t_url != url) {
-        bdestroy(url);
-        url = bstrcpy(t_url);
-    }
+    url = page;
 }
 
 // The suffix is appended as it stands, also to an address that already holds a query.
@@ -68,15 +73,87 @@ void start_browser(const char *address) {
     }
 }
 
+bool is_browser_gone() {
+    char path[32] = {};
+    struct stat status {};
+    std::snprintf(path, sizeof path, "/proc/%i", kiosk_pid);
+    return stat(path, &status) == -1 && errno == ENOENT;
+}
+
+const char *rotation_setting() {
+    for (const auto &[text, degrees] : stored_rotations) {
+        if (degrees == rotation) {
+            return text;
+        }
+    }
+    return "0";
+}
+
 } // namespace
 
 void set_url_w_rotation(bstring t_url) {
     stop_browser();
     if (t_url == nullptr || t_url->slen == 0) {
-        drop_url();
+        replace_url(nullptr);
         return;
     }
-    remember_url(t_url);
+    if (t_url != url) {
+        replace_url(bstrcpy(t_url));
+    }
     const bstr_owner launch = make_launch_address(url);
     start_browser(bstr_text(launch.get()));
+}
+
+void choose_station_page() {
+    replace_url(bfromcstr(station_page));
+}
+
+void show_page(std::string_view address) {
+    replace_url(blk2bstr(address.data(), static_cast<int>(address.size())));
+    set_url_w_rotation(url);
+}
+
+void show_station_page() {
+    if (biseqcstr(url, station_page) != 1) {
+        show_page(station_page);
+    }
+}
+
+void restart_browser() {
+    if (url != nullptr) {
+        set_url_w_rotation(url);
+    }
+}
+
+void keep_browser_alive() {
+    if (url != nullptr && kiosk_pid > 0 && is_browser_gone()) {
+        restart_browser();
+    }
+}
+
+void read_rotation() {
+    const bstr_owner value(get_config_option(config_file, "rotation"));
+    if (!value) {
+        return;
+    }
+    rotation = 0;
+    for (const auto &[text, degrees] : stored_rotations) {
+        if (biseqcstr(value.get(), text) == 1) {
+            rotation = degrees;
+        }
+    }
+}
+
+void turn_page(int quarter_turns) {
+    const int previous = rotation;
+    rotation = 90 * quarter_turns;
+    set_config_option(config_file, "rotation", rotation_setting());
+    if (rotation != previous) {
+        restart_browser();
+    }
+}
+
+void reset_kiosk_state() {
+    replace_url(nullptr);
+    rotation = kiosk_pid = 0;
 }

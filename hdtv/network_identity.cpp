@@ -1,7 +1,6 @@
 #include "hdtv/network_identity.h"
 
 #include "hdtv/descriptor.h"
-#include "hdtv/hdtv.h"
 #include "hdtv/protocol.h"
 
 #include <array>
@@ -14,8 +13,6 @@
 #include <sys/socket.h>
 #include <tuple>
 #include <unistd.h>
-
-bool has_ip_address;
 
 namespace {
 
@@ -63,7 +60,7 @@ in_addr_t get_ip_address() {
         return 0;
     }
     if (ioctl(fd, SIOCGIFCONF, &request) < 0) {
-        // Left open, known and kept; at least no child inherits it.
+        // Deliberately left open, see architecture.md; at least no child inherits it.
         set_close_on_exec(fd);
         return 0;
     }

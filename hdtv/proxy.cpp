@@ -1,7 +1,5 @@
 #include "hdtv/proxy.h"
 
-#include "hdtv/hdtv.h"
-
 #include <arpa/inet.h>
 #include <cstdint>
 #include <cstdio>
@@ -11,6 +9,8 @@
 #include <sys/socket.h>
 #include <tuple>
 #include <unistd.h>
+
+bool use_oru_proxy;
 
 namespace {
 
@@ -52,4 +52,8 @@ void choose_proxy(const char *own_address) {
     if (std::string_view(own_address).starts_with(gateway_network) && detect_proxy()) {
         use_oru_proxy = true;
     }
+}
+
+void reset_proxy_state() {
+    use_oru_proxy = false;
 }

@@ -1,7 +1,7 @@
 #include "hdtv/watchdog.h"
 
 #include "hdtv/descriptor.h"
-#include "hdtv/hdtv.h"
+#include "hdtv/first_address.h"
 
 #include <cstdio>
 #include <ctime>
@@ -72,4 +72,9 @@ void refill_watchdog_budget() {
     if (has_ip_address && check_web_watchdog() != 0) {
         wdt_seconds = full_budget;
     }
+}
+
+void reset_watchdog_state() {
+    wdt_fd = 0;
+    wdt_seconds = full_budget;
 }

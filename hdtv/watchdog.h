@@ -4,6 +4,9 @@
 /// budget, wdt_seconds, which only a gateway's message refills, and only while the unit has an
 /// address and the station page is alive.
 
+extern int wdt_fd;      ///< the hardware watchdog; negative if it could not be opened
+extern int wdt_seconds; ///< kicks that are left, one a second
+
 /// Opens the hardware watchdog and enables it.
 void configure_watchdog();
 
@@ -28,3 +31,6 @@ int check_web_watchdog();
 /// The web watchdog step, after every message received: fills the budget when the unit has an
 /// address and the page is alive.
 void refill_watchdog_budget();
+
+/// Back to how the process starts.
+void reset_watchdog_state();

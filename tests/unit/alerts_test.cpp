@@ -3,45 +3,20 @@
 #include "service_test.h"
 
 #include "cec/cec.h"
-#include "hdtv/protocol.h"
 
 namespace {
 
-// The messages, as a gateway puts them together.
-
-gateway_message display_alert(int flag, const std::string &text) {
-    return message_of(std::string("\x03", 1) + static_cast<char>(flag) + std::string(2, '\0') +
-                      big_endian(static_cast<int>(text.size())) + text);
+void display(const std::string &text, int flag = 1) {
+    handle_display_alert(read_display_alert(wire::message_of(wire::display_alert(text, flag))));
 }
 
-struct detail {
-    int flag = 1;
-    std::string text = "FIRE";
-    int text_length = -1; // -1: that of the text
-    std::map<int, std::pair<std::string, int>> units;
-    int turnout_end = 0;
-    int turnout_zero = 0;
-    int turnout_reverse = 0;
+void detail(const wire::detail_alert &alert) {
+    const gateway_message message = wire::message_of(alert.bytes());
+    handle_detail_alert(read_detail_alert(message), message);
+}
 
-    gateway_message message() const {
-        std::string bytes(539, '\0');
-        bytes[0] = 51;
-        bytes[1] = static_cast<char>(flag);
-        for (const auto &[slot, unit] : units) {
-            bytes[static_cast<std::size_t>(4 + slot)] = static_cast<char>(unit.second);
-            bytes.replace(static_cast<std::size_t>(20 + 32 * slot), unit.first.size(), unit.first);
-        }
-        bytes.replace(532, 2, big_endian(turnout_end));
-        bytes.replace(534, 2, big_endian(turnout_zero));
-        bytes[536] = static_cast<char>(turnout_reverse);
-        bytes.replace(537, 2,
-                      big_endian(text_length < 0 ? static_cast<int>(text.size()) : text_length));
-        return message_of(bytes + text);
-    }
-};
-
-gateway_message map_address(const std::string &address) {
-    return message_of("\x34" + address);
+void map_address(const std::string &address) {
+    handle_set_map_url(read_set_map_address(wire::message_of(wire::map_address(address))));
 }
 
 constexpr const char *idle_detail_document =
@@ -53,12 +28,6 @@ class alerts : public service_test {
     void SetUp() override {
         service_test::SetUp();
         have_url(station_page);
-        // An idle station that has forgotten every earlier detail alert.
-        handle_display_alert(display_alert(1, ""));
-        detail nothing;
-        nothing.flag = 0;
-        nothing.text = "";
-        handle_detail_alert(nothing.message());
         // The television shows another source, so that every start and end of an alert is heard.
         cec_init();
         recording_port::receive({0x0F, 0x80, 0x10, 0x00, 0x20, 0x00});
@@ -89,7 +58,7 @@ class alerts : public service_test {
 // Display alerts.
 
 TEST_F(alerts, display_alert_starts_once_and_a_second_one_only_rewrites_the_document) {
-    handle_display_alert(display_alert(1, "FIRE"));
+    display("FIRE");
     const std::string first = document();
     EXPECT_EQ(member("alert_type"), "display_alert");
     EXPECT_EQ(member("show_turnout_timer"), "1");
@@ -97,66 +66,66 @@ TEST_F(alerts, display_alert_starts_once_and_a_second_one_only_rewrites_the_docu
     EXPECT_EQ(member("alert_time"), clock());
     forget_document();
     fake::state.now += 60;
-    handle_display_alert(display_alert(1, "FIRE"));
+    display("FIRE");
     EXPECT_EQ(document(), first);
 }
 
 TEST_F(alerts, display_alert_prints_the_length_of_its_text) {
-    handle_display_alert(display_alert(1, "FIRE"));
+    display("FIRE");
     EXPECT_NE(output().find("4\nstandby_after_alert 0\n"), std::string::npos);
-    handle_display_alert(display_alert(1, ""));
+    display("");
     EXPECT_NE(output().find("\n0\nstandby_after_alert 0\n"), std::string::npos);
 }
 
 TEST_F(alerts, display_alert_with_another_flag_during_an_alert_changes_nothing) {
-    handle_display_alert(display_alert(1, "FIRE"));
+    display("FIRE");
     forget_document();
     for (const int flag : {0, 2, 255}) {
-        handle_display_alert(display_alert(flag, "OTHER"));
-        handle_display_alert(display_alert(flag, ""));
+        display("OTHER", flag);
+        display("", flag);
     }
     EXPECT_FALSE(wrote_document());
     fake::state.now += 60;
-    handle_display_alert(display_alert(1, "FIRE"));
+    display("FIRE");
     EXPECT_EQ(member("alert_time"), std::to_string(fake::state.now - 60));
 }
 
 TEST_F(alerts, display_alert_with_flag_1_and_empty_text_while_idle_writes_its_document) {
-    handle_display_alert(display_alert(1, ""));
+    display("");
     EXPECT_EQ(member("alert_type"), "display_alert");
     EXPECT_EQ(member("show_turnout_timer"), "1");
     EXPECT_EQ(member("alert_area"), "");
 }
 
 TEST_F(alerts, display_alert_with_flag_1_and_empty_text_ends_the_alert_with_its_old_start) {
-    handle_display_alert(display_alert(1, "FIRE"));
+    display("FIRE");
     fake::state.now += 60;
-    handle_display_alert(display_alert(1, ""));
+    display("");
     EXPECT_EQ(member("alert_area"), "");
     EXPECT_EQ(member("alert_time"), std::to_string(fake::state.now - 60));
-    handle_display_alert(display_alert(1, "FIRE"));
+    display("FIRE");
     EXPECT_EQ(member("alert_time"), clock());
 }
 
 TEST_F(alerts, display_alert_with_another_flag_while_idle_shows_its_text_with_the_old_start) {
-    handle_display_alert(display_alert(1, "FIRE"));
+    display("FIRE");
     const std::string start = clock();
-    handle_display_alert(display_alert(1, ""));
+    display("");
     fake::state.now += 60;
-    handle_display_alert(display_alert(7, "NOTICE"));
+    display("NOTICE", 7);
     EXPECT_EQ(member("alert_area"), "NOTICE");
     EXPECT_EQ(member("show_turnout_timer"), "7");
     EXPECT_EQ(member("alert_time"), start);
-    handle_display_alert(display_alert(1, "FIRE"));
+    display("FIRE");
     EXPECT_EQ(member("alert_time"), clock()); // it had not become an alert
 }
 
 TEST_F(alerts, display_alert_during_a_detail_alert_shows_no_units) {
-    detail alert;
+    wire::detail_alert alert;
     alert.units = {{0, {"E1", 2}}};
     alert.turnout_end = 60;
-    handle_detail_alert(alert.message());
-    handle_display_alert(display_alert(1, "UPDATE"));
+    detail(alert);
+    display("UPDATE");
     EXPECT_EQ(member("alert_type"), "display_alert");
     EXPECT_EQ(member("turnout_end"), "0");
     EXPECT_EQ(units(), "");
@@ -165,12 +134,12 @@ TEST_F(alerts, display_alert_during_a_detail_alert_shows_no_units) {
 // Detail alerts.
 
 TEST_F(alerts, detail_alert_shows_text_units_and_turnout_values) {
-    detail alert;
+    wire::detail_alert alert;
     alert.units = {{0, {"E1", 2}}, {2, {"L3", 5}}};
     alert.turnout_end = 0x0102;
     alert.turnout_zero = 0xfffe;
     alert.turnout_reverse = 200;
-    handle_detail_alert(alert.message());
+    detail(alert);
     EXPECT_EQ(member("alert_type"), "hdtv_alert");
     EXPECT_EQ(member("show_turnout_timer"), "1");
     EXPECT_EQ(member("alert_time"), clock());
@@ -184,14 +153,14 @@ TEST_F(alerts, detail_alert_shows_text_units_and_turnout_values) {
 }
 
 TEST_F(alerts, detail_alert_lists_only_filled_slots_the_first_without_a_comma) {
-    detail alert;
+    wire::detail_alert alert;
     alert.units = {{1, {"E1", 255}}, {3, {"L3", 1}}, {4, {"UNSEEN", 0}}};
-    handle_detail_alert(alert.message());
+    detail(alert);
     EXPECT_EQ(units(), R"({"unit":"E1","color":"255"},{"unit":"L3","color":"1"})");
 }
 
 TEST_F(alerts, detail_alert_lists_all_sixteen_slots) {
-    detail alert;
+    wire::detail_alert alert;
     std::string expected;
     for (int slot = 0; slot < 16; ++slot) {
         const std::string name = "U" + std::to_string(slot);
@@ -199,19 +168,19 @@ TEST_F(alerts, detail_alert_lists_all_sixteen_slots) {
         expected += (slot == 0 ? "" : ",") + ("{\"unit\":\"" + name) + "\",\"color\":\"" +
                     std::to_string(slot + 1) + "\"}";
     }
-    handle_detail_alert(alert.message());
+    detail(alert);
     EXPECT_EQ(units(), expected);
 }
 
 TEST_F(alerts, unit_with_an_empty_name_is_listed) {
-    detail alert;
+    wire::detail_alert alert;
     alert.units = {{0, {"", 3}}, {1, {"E1", 4}}};
-    handle_detail_alert(alert.message());
+    detail(alert);
     EXPECT_EQ(units(), R"({"unit":"","color":"3"},{"unit":"E1","color":"4"})");
 }
 
 TEST_F(alerts, at_most_31_bytes_of_a_name_without_a_zero_are_taken) {
-    detail alert;
+    wire::detail_alert alert;
     std::string expected;
     for (int slot = 0; slot < 16; ++slot) {
         alert.units[slot] = {std::string(32, static_cast<char>('A' + slot)), 255};
@@ -219,23 +188,23 @@ TEST_F(alerts, at_most_31_bytes_of_a_name_without_a_zero_are_taken) {
                     ("{\"unit\":\"" + std::string(31, static_cast<char>('A' + slot))) +
                     "\",\"color\":\"255\"}";
     }
-    handle_detail_alert(alert.message());
+    detail(alert);
     EXPECT_EQ(units(), expected);
 }
 
 TEST_F(alerts, detail_alert_update_keeps_start_and_turnout_values_of_the_first) {
-    detail first;
+    wire::detail_alert first;
     first.turnout_end = 60;
     first.turnout_zero = 30;
     first.turnout_reverse = 1;
-    handle_detail_alert(first.message());
+    detail(first);
     const std::string start = clock();
     fake::state.now += 60;
-    detail second;
+    wire::detail_alert second;
     second.text = "UPDATE";
     second.units = {{5, {"E9", 9}}};
     second.turnout_end = 99;
-    handle_detail_alert(second.message());
+    detail(second);
     EXPECT_EQ(member("alert_area"), "UPDATE");
     EXPECT_EQ(member("alert_time"), start);
     EXPECT_EQ(member("turnout_end"), "60");
@@ -245,79 +214,79 @@ TEST_F(alerts, detail_alert_update_keeps_start_and_turnout_values_of_the_first) 
 }
 
 TEST_F(alerts, detail_alert_with_flag_1_and_empty_text_ends_the_alert_with_an_empty_document) {
-    detail alert;
+    wire::detail_alert alert;
     alert.units = {{0, {"E1", 2}}};
-    handle_detail_alert(alert.message());
+    detail(alert);
     alert.text = "";
-    handle_detail_alert(alert.message());
+    detail(alert);
     EXPECT_EQ(member("show_turnout_timer"), "1");
     EXPECT_TRUE(document().ends_with(idle_detail_document)) << document();
-    handle_set_map_url(map_address("http://m"));
+    map_address("http://m");
     EXPECT_EQ(member("map_url"), "");
 }
 
 TEST_F(alerts, length_field_0_ends_the_alert_whatever_text_bytes_follow) {
-    handle_detail_alert(detail().message());
-    detail end;
+    detail({});
+    wire::detail_alert end;
     end.text = "STILL HERE";
     end.text_length = 0;
-    handle_detail_alert(end.message());
+    detail(end);
     EXPECT_TRUE(document().ends_with(idle_detail_document)) << document();
 }
 
 TEST_F(alerts, length_field_alone_starts_an_alert_even_without_text_bytes) {
-    detail alert;
+    wire::detail_alert alert;
     alert.text = "";
     alert.text_length = 1;
-    handle_detail_alert(alert.message());
+    detail(alert);
     EXPECT_EQ(member("alert_time"), clock());
     EXPECT_EQ(member("alert_area"), "");
 }
 
 TEST_F(alerts, length_field_beyond_the_buffer_is_taken_as_not_empty) {
     for (const int length : {3557, 3558, 65535}) {
-        detail alert;
+        wire::detail_alert alert;
         alert.text_length = length;
         alert.text = std::string(4096 - 539, 'x');
-        handle_detail_alert(alert.message());
+        detail(alert);
         EXPECT_EQ(member("alert_area"), alert.text);
-        handle_display_alert(display_alert(1, ""));
+        display("");
     }
 }
 
 TEST_F(alerts, text_shown_is_the_bytes_up_to_the_first_zero_regardless_of_the_length_field) {
-    detail alert;
+    wire::detail_alert alert;
     alert.text = "MUCH LONGER";
     alert.text_length = 2;
-    handle_detail_alert(alert.message());
+    detail(alert);
     EXPECT_EQ(member("alert_area"), "MUCH LONGER");
 }
 
 TEST_F(alerts, detail_alert_with_another_flag_while_idle_writes_an_empty_document) {
-    detail alert;
+    wire::detail_alert alert;
     alert.flag = 9;
     alert.units = {{0, {"E1", 2}}};
-    handle_detail_alert(alert.message());
+    detail(alert);
     EXPECT_EQ(member("alert_type"), "hdtv_alert");
     EXPECT_EQ(member("show_turnout_timer"), "9");
     EXPECT_TRUE(document().ends_with(idle_detail_document)) << document();
 }
 
 TEST_F(alerts, ignored_detail_alert_shows_up_with_a_later_map_address) {
-    detail alert;
+    wire::detail_alert alert;
     alert.units = {{0, {"E1", 2}}};
     alert.turnout_end = 60;
-    handle_detail_alert(alert.message());
+    detail(alert);
     const std::string start = clock();
     forget_document();
-    detail ignored;
+    wire::detail_alert ignored;
     ignored.flag = 0;
     ignored.text = "IGNORED";
     ignored.units = {{7, {"T7", 7}}};
     ignored.turnout_end = 99;
-    handle_detail_alert(ignored.message());
+    detail(ignored);
     EXPECT_FALSE(wrote_document());
-    handle_set_map_url(map_address("http://map/"));
+    map_address("http://map/");
     EXPECT_EQ(member("show_turnout_timer"), "0");
     EXPECT_EQ(member("alert_area"), "IGNORED");
     EXPECT_EQ(member("map_url"), "http://map/");
@@ -329,35 +298,35 @@ TEST_F(alerts, ignored_detail_alert_shows_up_with_a_later_map_address) {
 // Map addresses.
 
 TEST_F(alerts, map_address_while_idle_changes_nothing) {
-    handle_set_map_url(map_address("http://map/"));
+    map_address("http://map/");
     EXPECT_FALSE(wrote_document());
-    detail alert;
+    wire::detail_alert alert;
     alert.flag = 0;
-    handle_detail_alert(alert.message());
+    detail(alert);
     forget_document();
-    handle_set_map_url(map_address("http://map/"));
+    map_address("http://map/");
     EXPECT_FALSE(wrote_document());
 }
 
 TEST_F(alerts, map_address_disappears_with_the_next_detail_alert) {
-    handle_detail_alert(detail().message());
-    handle_set_map_url(map_address("http://map/"));
+    detail({});
+    map_address("http://map/");
     EXPECT_EQ(member("map_url"), "http://map/");
     EXPECT_EQ(member("alert_area"), "FIRE");
-    handle_detail_alert(detail().message());
+    detail({});
     EXPECT_EQ(member("map_url"), "");
 }
 
 TEST_F(alerts, map_address_during_a_display_alert_shows_the_last_detail_alert) {
-    detail earlier;
+    wire::detail_alert earlier;
     earlier.text = "EARLIER";
     earlier.units = {{0, {"E1", 2}}};
-    handle_detail_alert(earlier.message());
-    detail end;
+    detail(earlier);
+    wire::detail_alert end;
     end.text = "";
-    handle_detail_alert(end.message());
-    handle_display_alert(display_alert(1, "FIRE"));
-    handle_set_map_url(map_address("http://map/"));
+    detail(end);
+    display("FIRE");
+    map_address("http://map/");
     EXPECT_EQ(member("alert_type"), "hdtv_alert");
     EXPECT_EQ(member("alert_area"), ""); // the last detail alert was the one that ended it
     EXPECT_EQ(units(), "");
@@ -365,8 +334,8 @@ TEST_F(alerts, map_address_during_a_display_alert_shows_the_last_detail_alert) {
 }
 
 TEST_F(alerts, map_address_may_be_empty) {
-    handle_detail_alert(detail().message());
-    handle_set_map_url(map_address(""));
+    detail({});
+    map_address("");
     EXPECT_EQ(member("map_url"), "");
     EXPECT_EQ(member("alert_area"), "FIRE");
 }
@@ -377,47 +346,47 @@ TEST_F(alerts, television_is_switched_at_the_start_and_handed_back_at_every_end)
     const auto switched = [](const char *call) { return std::vector<std::string>{call}; };
     for (int round = 0; round < 2; ++round) {
         fake::state.calls.clear();
-        handle_display_alert(display_alert(1, "FIRE"));
+        display("FIRE");
         EXPECT_EQ(heard(), switched("cec active source 1000"));
-        handle_display_alert(display_alert(1, "FIRE"));
-        handle_display_alert(display_alert(0, ""));
+        display("FIRE");
+        display("", 0);
         EXPECT_EQ(heard().size(), 1U); // no TV action for an update or an ignored message
         fake::state.calls.clear();
-        handle_display_alert(display_alert(1, ""));
+        display("");
         EXPECT_EQ(heard(), switched("cec active source 2000"));
     }
     fake::state.calls.clear();
-    handle_detail_alert(detail().message());
+    detail({});
     EXPECT_EQ(heard(), switched("cec active source 1000"));
-    handle_detail_alert(detail().message());
-    handle_set_map_url(map_address("http://map/"));
+    detail({});
+    map_address("http://map/");
     EXPECT_EQ(heard().size(), 1U);
-    detail end;
+    wire::detail_alert end;
     end.text = "";
     fake::state.calls.clear();
-    handle_detail_alert(end.message());
+    detail(end);
     EXPECT_EQ(heard(), switched("cec active source 2000"));
 }
 
 TEST_F(alerts, ending_message_while_idle_hands_the_television_back_too) {
-    handle_display_alert(display_alert(1, ""));
+    display("");
     EXPECT_EQ(heard(), std::vector<std::string>{"cec active source 2000"});
-    detail end;
+    wire::detail_alert end;
     end.text = "";
-    handle_detail_alert(end.message());
+    detail(end);
     EXPECT_EQ(heard().size(), 2U);
 }
 
 TEST_F(alerts, message_with_another_flag_while_idle_leaves_the_television_alone) {
-    handle_display_alert(display_alert(0, "NOTICE"));
-    detail notice;
+    display("NOTICE", 0);
+    wire::detail_alert notice;
     notice.flag = 0;
-    handle_detail_alert(notice.message());
+    detail(notice);
     EXPECT_TRUE(heard().empty());
 }
 
 TEST_F(alerts, television_is_switched_before_the_document_is_written) {
-    handle_display_alert(display_alert(1, "FIRE"));
+    display("FIRE");
     const std::vector<std::string> &made = fake::state.calls;
     const auto switched = std::find(made.begin(), made.end(), "cec active source 1000");
     const auto written = std::find_if(made.begin(), made.end(), [](const std::string &call) {
@@ -429,8 +398,7 @@ TEST_F(alerts, television_is_switched_before_the_document_is_written) {
 // The station page.
 
 TEST_F(alerts, alert_brings_the_browser_back_to_the_station_page) {
-    for (const auto &handle : {+[] { handle_display_alert(display_alert(1, "FIRE")); },
-                               +[] { handle_detail_alert(detail().message()); }}) {
+    for (const auto &handle : {+[] { display("FIRE"); }, +[] { detail({}); }}) {
         have_url("http://example/");
         fake::state.calls.clear();
         handle();
@@ -440,8 +408,8 @@ TEST_F(alerts, alert_brings_the_browser_back_to_the_station_page) {
 }
 
 TEST_F(alerts, station_page_already_shown_is_left_alone) {
-    handle_display_alert(display_alert(1, "FIRE"));
-    handle_detail_alert(detail().message());
+    display("FIRE");
+    detail({});
     EXPECT_TRUE(fake::state.calls_of("fork").empty());
 }
 
@@ -449,7 +417,7 @@ TEST_F(alerts, almost_the_station_page_is_another_page) {
     for (const char *address : {"http://127.0.0.1/station_web", "http://127.0.0.1/station_web/x",
                                 "http://127.0.0.1/Station_web/"}) {
         have_url(address);
-        handle_display_alert(display_alert(0, "NOTICE"));
+        display("NOTICE", 0);
         EXPECT_EQ(biseqcstr(url, "http://127.0.0.1/station_web/"), 1);
     }
     EXPECT_EQ(fake::state.calls_of("fork").size(), 3U);
@@ -458,20 +426,20 @@ TEST_F(alerts, almost_the_station_page_is_another_page) {
 TEST_F(alerts, alert_without_any_page_starts_the_browser) {
     bdestroy(url);
     url = nullptr;
-    handle_display_alert(display_alert(1, "FIRE"));
+    display("FIRE");
     EXPECT_EQ(biseqcstr(url, "http://127.0.0.1/station_web/"), 1);
     EXPECT_EQ(fake::state.calls_of("fork").size(), 1U);
 }
 
 TEST_F(alerts, ignored_message_still_brings_the_station_page_back) {
-    handle_display_alert(display_alert(1, "FIRE"));
+    display("FIRE");
     have_url("http://example/");
-    handle_display_alert(display_alert(0, ""));
+    display("", 0);
     EXPECT_EQ(biseqcstr(url, "http://127.0.0.1/station_web/"), 1);
 }
 
 TEST_F(alerts, hdtv_alert_does_nothing) {
-    handle_hdtv_alert(message_of("\x26 text 12345"));
+    handle_hdtv_alert(read_hdtv_alert(wire::message_of(wire::hdtv_alert("text", 60))));
     EXPECT_TRUE(fake::state.calls.empty());
     EXPECT_EQ(output().find("text"), std::string::npos);
 }

@@ -16,7 +16,7 @@ class json_control : public service_test {
 
     static std::vector<std::string> control(const std::string &json) {
         state.calls.clear();
-        handle_json_control(message_of(json));
+        handle_json_control(read_json_control(wire::message_of(json)));
         return state.executed();
     }
 };

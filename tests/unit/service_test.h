@@ -3,11 +3,10 @@
 #include "captured_output.h"
 #include "fake_system.h"
 #include "recording_port.h"
+#include "wire.h"
 
 #include "bstrlib/bstrlib.h"
 #include "hdtv/hdtv.h"
-#include "hdtv/kiosk.h"
-#include "hdtv/message.h"
 
 #include <algorithm>
 #include <gtest/gtest.h>
@@ -70,29 +69,16 @@ class service_test : public testing::Test {
 
   private:
     static void reset_service() {
-        bdestroy(url);
-        bdestroy(current_gateway);
-        url = current_gateway = nullptr;
-        rotation = kiosk_pid = udhcpc_pid = 0;
-        use_oru_proxy = has_ip_address = false;
-        got_set_date_packet = got_hdtv_settings_packet = false;
-        wdt_fd = 0;
-        wdt_seconds = 900;
-        turnout_timer = 120;
-        log_alerts = true;
-        std::fill(std::begin(unit_str), std::end(unit_str), '\0');
+        reset_alert_document_state();
+        reset_alert_state();
+        reset_dhcp_client_state();
+        reset_first_address_state();
+        reset_gateway_address_state();
+        reset_gateway_records_state();
+        reset_kiosk_state();
+        reset_proxy_state();
+        reset_watchdog_state();
     }
 
     std::optional<captured_output> output_;
 };
-
-inline gateway_message message_of(const std::string &bytes) {
-    gateway_message message;
-    std::copy_n(bytes.begin(), std::min<std::size_t>(bytes.size(), 4096), message.receive_area());
-    message.set_size(static_cast<int>(bytes.size()));
-    return message;
-}
-
-inline std::string big_endian(int number) {
-    return {static_cast<char>(number / 256), static_cast<char>(number % 256)};
-}

@@ -3,9 +3,9 @@
 #include "service_test.h"
 
 #include "hdtv/clock.h"
-#include "hdtv/connect.h"
 #include "hdtv/health.h"
-#include "hdtv/rollcall.h"
+#include "hdtv/tcp_channel.h"
+#include "hdtv/udp_channel.h"
 
 #include <cstring>
 #include <fcntl.h>

@@ -27,8 +27,7 @@ class watchdog : public service_test {
     }
 
     static void receive_message(const std::string &bytes = std::string("\0", 1)) {
-        gateway_message message = message_of(bytes);
-        dispatch_message(message, channel::tcp, {});
+        dispatch_message(wire::message_of(bytes), channel::tcp, {});
     }
 };
 
@@ -87,7 +86,8 @@ TEST_F(watchdog, every_type_of_message_fills_the_budget_on_both_channels) {
     for (int type = 0; type < 256; ++type) {
         for (const channel from : {channel::tcp, channel::udp}) {
             wdt_seconds = 7;
-            gateway_message message = message_of(std::string(1, static_cast<char>(type)));
+            const gateway_message message =
+                wire::message_of(std::string(1, static_cast<char>(type)));
             dispatch_message(message, from, {});
             EXPECT_EQ(wdt_seconds, 900) << type;
         }

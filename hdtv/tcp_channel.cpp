@@ -1,9 +1,8 @@
-#include "hdtv/connect.h"
+#include "hdtv/tcp_channel.h"
 
 #include "hdtv/descriptor.h"
 #include "hdtv/dispatch.h"
 #include "hdtv/gateway_address.h"
-#include "hdtv/message.h"
 #include "hdtv/protocol.h"
 
 #include <netinet/in.h>
@@ -21,7 +20,7 @@ void connect_fn(int fd, short /*event*/, void * /*arg*/) {
     const auto msg_sz =
         static_cast<int>(read(cfd, buf.receive_area(), protocol::tcp_message_limit));
     if (msg_sz < 0) {
-        // The connection stays open, known and kept; at least no child inherits it.
+        // Deliberately left open, see architecture.md; at least no child inherits it.
         set_close_on_exec(cfd);
         return;
     }

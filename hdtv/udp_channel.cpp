@@ -1,7 +1,6 @@
-#include "hdtv/rollcall.h"
+#include "hdtv/udp_channel.h"
 
 #include "hdtv/dispatch.h"
-#include "hdtv/message.h"
 #include "hdtv/protocol.h"
 
 #include <netinet/in.h>

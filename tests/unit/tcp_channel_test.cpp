@@ -1,4 +1,4 @@
-#include "hdtv/connect.h"
+#include "hdtv/tcp_channel.h"
 
 #include "service_test.h"
 
@@ -33,7 +33,7 @@ class tcp_channel : public service_test {
 };
 
 TEST_F(tcp_channel, reads_once_then_shuts_down_and_closes_before_anything_else) {
-    serve({{"10.87.33.20", "."}});
+    serve({{"10.87.33.20", wire::stop_turnout()}});
     const std::string fd = "1000";
     const std::vector<std::string> start(state.calls.begin(), state.calls.begin() + 4);
     EXPECT_EQ(start, (std::vector<std::string>{"accept 5 16", "read " + fd + " 4095",
@@ -58,7 +58,7 @@ TEST_F(tcp_channel, first_connection_names_the_gateway_and_later_ones_do_not) {
 
 TEST_F(tcp_channel, unit_behind_the_proxy_learns_no_gateway) {
     use_oru_proxy = true;
-    serve({{"10.87.33.20", "."}});
+    serve({{"10.87.33.20", wire::stop_turnout()}});
     EXPECT_EQ(current_gateway, nullptr);
     EXPECT_FALSE(state.files.contains(gateway_file));
     EXPECT_EQ(member("alert_type"), "stop_turnout");
@@ -83,13 +83,13 @@ TEST_F(tcp_channel, gateway_file_without_an_interface_holds_zeros) {
 
 TEST_F(tcp_channel, failed_accept_does_nothing) {
     state.failing = {"accept"};
-    serve({{"10.87.33.20", "."}});
+    serve({{"10.87.33.20", wire::stop_turnout()}});
     EXPECT_EQ(state.calls, std::vector<std::string>{"accept 5 16"});
     EXPECT_EQ(current_gateway, nullptr);
 }
 
 TEST_F(tcp_channel, failed_read_leaves_the_connection_open_and_does_nothing_else) {
-    serve({{"10.87.33.20", ".", ECONNRESET}});
+    serve({{"10.87.33.20", wire::stop_turnout(), ECONNRESET}});
     EXPECT_EQ(state.calls,
               (std::vector<std::string>{"accept 5 16", "read 1000 4095", "close-on-exec 1000"}));
     EXPECT_EQ(current_gateway, nullptr);

@@ -14,9 +14,9 @@ struct message_sender {
     socklen_t size = sizeof(sockaddr_in);
 };
 
-/// A received message: its 4096 bytes, zero beyond what was received, and a terminator behind them
+/// A received message: its 4096 bytes, zero beyond what was received, and a terminator after them
 /// that no receive can overwrite. Every position that lies outside reads as zero or as the empty
-/// text, and writing there does nothing: whatever the bytes say, nothing else is ever touched.
+/// text: whatever the bytes say, nothing else is ever touched.
 class gateway_message {
   public:
     /// Where a receive puts the message: room for protocol::message_capacity bytes.
@@ -45,18 +45,6 @@ class gateway_message {
     /// The text from position to the first zero byte.
     const char *text(int position) const {
         return reinterpret_cast<const char *>(bytes_.data()) + start_of(position);
-    }
-
-    /// How many of the wanted bytes from position there are before the end of the buffer.
-    static int available(int position, int wanted) {
-        return std::min(wanted, protocol::message_capacity - start_of(position));
-    }
-
-    /// Ends every text that runs over position.
-    void cut_text(int position) {
-        if (is_inside(position)) {
-            bytes_[static_cast<std::size_t>(position)] = 0;
-        }
     }
 
   private:

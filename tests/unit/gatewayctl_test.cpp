@@ -42,7 +42,7 @@ detail_alert_settings detail(const std::string &text) {
 }
 
 description tcp(const bytes &message) {
-    return describe_message(message, transport::tcp);
+    return describe_message(message, channel::tcp);
 }
 
 std::string value_of(const description &described, const std::string &name) {
@@ -68,16 +68,16 @@ TEST(messages, short_ones_are_their_type_alone) {
 }
 
 TEST(messages, texts_follow_their_type) {
-    EXPECT_EQ(make_set_date("now", transport::tcp), bytes({40}) + "now");
-    EXPECT_EQ(make_set_page_address("http://x", transport::tcp), bytes({48}) + "http://x");
-    EXPECT_EQ(make_set_page_address("", transport::tcp), bytes({48}));
-    EXPECT_EQ(make_set_map_address("http://m", transport::tcp), bytes({52}) + "http://m");
+    EXPECT_EQ(make_set_date("now", channel::tcp), bytes({40}) + "now");
+    EXPECT_EQ(make_set_page_address("http://x", channel::tcp), bytes({48}) + "http://x");
+    EXPECT_EQ(make_set_page_address("", channel::tcp), bytes({48}));
+    EXPECT_EQ(make_set_map_address("http://m", channel::tcp), bytes({52}) + "http://m");
 }
 
 TEST(messages, display_alert_has_a_trailer_only_with_a_turnout_time) {
-    EXPECT_EQ(make_display_alert({"FIRE", 1, {}}, transport::tcp),
+    EXPECT_EQ(make_display_alert({"FIRE", 1, {}}, channel::tcp),
               bytes({3, 1, 0, 0, 0, 4}) + "FIRE");
-    EXPECT_EQ(make_display_alert({"FIRE", 0, 0x1234}, transport::tcp),
+    EXPECT_EQ(make_display_alert({"FIRE", 0, 0x1234}, channel::tcp),
               bytes({3, 0, 0, 0, 0, 4}) + "FIRE\x12\x34");
 }
 
@@ -91,7 +91,7 @@ TEST(messages, detail_alert_puts_units_into_slots) {
     settings.turnout_end = 0x0102;
     settings.turnout_zero = 0x0304;
     settings.turnout_reverse = 1;
-    const bytes message = make_detail_alert(settings, transport::tcp);
+    const bytes message = make_detail_alert(settings, channel::tcp);
     ASSERT_EQ(message.size(), 543U);
     EXPECT_EQ(bytes(message.begin(), message.begin() + 7), bytes({51, 1, 0, 0, 2, 255, 0}));
     EXPECT_EQ(bytes(message.begin() + 20, message.begin() + 23),
@@ -110,13 +110,13 @@ TEST(messages, rotation_is_sent_in_quarter_turns) {
 }
 
 TEST(messages, control_messages_are_flat_objects_of_strings) {
-    EXPECT_EQ(make_set_gateway("10.87.33.20", transport::tcp),
+    EXPECT_EQ(make_set_gateway("10.87.33.20", channel::tcp),
               text_bytes("{\"comm_gw\":\"10.87.33.20\"}"));
     clip_settings clip;
     clip.address = "http://x/a.RAW";
     clip.device = "headphones";
     clip.rate = "8000";
-    EXPECT_EQ(make_play_audio(clip, transport::tcp),
+    EXPECT_EQ(make_play_audio(clip, channel::tcp),
               text_bytes("{\"play_audio\":\"http://x/a.RAW\",\"device\":\"headphones\","
                          "\"rate\":\"8000\"}"));
 }
@@ -125,7 +125,7 @@ TEST(messages, clip_that_the_unit_would_not_play_is_refused) {
     for (const char *address : {"", "http://x/a.mp3", "http://x.wav/a.wav", "wav", "x.wav?y"}) {
         clip_settings clip;
         clip.address = address;
-        EXPECT_NE(refusal([&] { make_play_audio(clip, transport::tcp); }), "") << address;
+        EXPECT_NE(refusal([&] { make_play_audio(clip, channel::tcp); }), "") << address;
     }
 }
 
@@ -133,49 +133,49 @@ TEST(messages, quotation_mark_in_a_control_value_is_refused) {
     clip_settings clip;
     clip.address = "http://x/a.wav";
     clip.volume = "1\"";
-    EXPECT_EQ(refusal([&] { make_play_audio(clip, transport::tcp); }),
+    EXPECT_EQ(refusal([&] { make_play_audio(clip, channel::tcp); }),
               "a quotation mark cannot be sent in \"volume\"");
 }
 
 TEST(messages, gateway_that_is_no_address_is_refused) {
     for (const char *address : {"", "10.1", "gateway", "10.87.33.256", "10.87.33.20 "}) {
-        EXPECT_NE(refusal([&] { make_set_gateway(address, transport::tcp); }), "") << address;
+        EXPECT_NE(refusal([&] { make_set_gateway(address, channel::tcp); }), "") << address;
     }
 }
 
 TEST(messages, longest_texts_fill_a_message_and_one_byte_more_is_refused) {
-    const auto fits = [](int size, transport channel, auto make, const std::string &words) {
+    const auto fits = [](int size, channel via, auto make, const std::string &words) {
         EXPECT_EQ(make(std::string(static_cast<std::size_t>(size), 'x')).size(),
-                  static_cast<std::size_t>(message_limit(channel)));
+                  static_cast<std::size_t>(message_limit(via)));
         EXPECT_EQ(refusal([&] { make(std::string(static_cast<std::size_t>(size) + 1, 'x')); }),
                   words + " has " + std::to_string(size + 1) + " bytes; over " +
-                      (channel == transport::tcp ? "TCP" : "UDP") + " it may have at most " +
+                      (via == channel::tcp ? "TCP" : "UDP") + " it may have at most " +
                       std::to_string(size));
     };
-    for (const transport channel : {transport::tcp, transport::udp}) {
-        const int more = channel == transport::tcp ? 0 : 1;
+    for (const channel via : {channel::tcp, channel::udp}) {
+        const int more = via == channel::tcp ? 0 : 1;
         fits(
-            4089 + more, channel,
+            4089 + more, via,
             [&](const std::string &text) {
-                return make_display_alert({text, 1, {}}, channel);
+                return make_display_alert({text, 1, {}}, via);
             },
             "the text");
         fits(
-            4087 + more, channel,
+            4087 + more, via,
             [&](const std::string &text) {
-                return make_display_alert({text, 1, 5}, channel);
+                return make_display_alert({text, 1, 5}, via);
             },
             "the text");
         fits(
-            3556 + more, channel,
-            [&](const std::string &text) { return make_detail_alert(detail(text), channel); },
+            3556 + more, via,
+            [&](const std::string &text) { return make_detail_alert(detail(text), via); },
             "the text");
         fits(
-            4094 + more, channel,
-            [&](const std::string &text) { return make_set_date(text, channel); }, "the date");
+            4094 + more, via, [&](const std::string &text) { return make_set_date(text, via); },
+            "the date");
         fits(
-            4094 + more, channel,
-            [&](const std::string &text) { return make_set_map_address(text, channel); },
+            4094 + more, via,
+            [&](const std::string &text) { return make_set_map_address(text, via); },
             "the address");
     }
 }
@@ -185,18 +185,18 @@ TEST(messages, numbers_that_their_fields_cannot_hold_are_refused) {
               "the turnout time is 65536, and a message holds 0 to 65535 seconds");
     EXPECT_NE(refusal([] { make_hdtv_alert(-1); }), "");
     EXPECT_EQ(refusal([] {
-                  make_display_alert({"x", 256, {}}, transport::tcp);
+                  make_display_alert({"x", 256, {}}, channel::tcp);
               }),
               "the flag is 256, and a byte holds 0 to 255");
-    EXPECT_EQ(refusal([] { make_set_date("", transport::tcp); }), "the date is empty");
+    EXPECT_EQ(refusal([] { make_set_date("", channel::tcp); }), "the date is empty");
 }
 
 TEST(messages, units_that_do_not_fit_are_refused) {
-    const auto with = [](std::vector<alerted_unit> units) {
+    const auto with = [](std::vector<called_unit> units) {
         return refusal([&units] {
             detail_alert_settings settings = detail("x");
             settings.units = units;
-            make_detail_alert(settings, transport::tcp);
+            make_detail_alert(settings, channel::tcp);
         });
     };
     EXPECT_EQ(with({{std::string(31, 'x'), 1}}), "");
@@ -205,8 +205,8 @@ TEST(messages, units_that_do_not_fit_are_refused) {
     EXPECT_EQ(with({{"", 1}}), "a unit needs a name");
     EXPECT_EQ(with({{"E1", 0}}), "the colour of E1 is 0; colours are 1 to 16, and at most 255");
     EXPECT_NE(with({{"E1", 256}}), "");
-    EXPECT_EQ(with(std::vector<alerted_unit>(16, {"E1", 1})), "");
-    EXPECT_EQ(with(std::vector<alerted_unit>(17, {"E1", 1})),
+    EXPECT_EQ(with(std::vector<called_unit>(16, {"E1", 1})), "");
+    EXPECT_EQ(with(std::vector<called_unit>(17, {"E1", 1})),
               "there are 17 units; a message holds 16");
 }
 
@@ -264,17 +264,17 @@ TEST(describe, finds_no_fault_with_what_it_makes_itself) {
     clip_settings clip;
     clip.address = "http://x/a.wav";
     for (const bytes &message :
-         {make_display_alert({"FIRE", 1, {}}, transport::tcp),
-          make_display_alert({"FIRE", 1, 60}, transport::tcp),
-          make_detail_alert(settings, transport::tcp), make_detail_alert({}, transport::tcp),
+         {make_display_alert({"FIRE", 1, {}}, channel::tcp),
+          make_display_alert({"FIRE", 1, 60}, channel::tcp),
+          make_detail_alert(settings, channel::tcp), make_detail_alert({}, channel::tcp),
           make_hdtv_alert(60), make_reboot(), make_stop_turnout(),
-          make_set_date("now", transport::tcp), make_set_page_address("", transport::tcp),
-          make_set_map_address("HTTPS://x", transport::tcp), make_hdtv_settings(90),
-          make_play_audio(clip, transport::tcp), make_set_gateway("10.87.33.20", transport::tcp)}) {
+          make_set_date("now", channel::tcp), make_set_page_address("", channel::tcp),
+          make_set_map_address("HTTPS://x", channel::tcp), make_hdtv_settings(90),
+          make_play_audio(clip, channel::tcp), make_set_gateway("10.87.33.20", channel::tcp)}) {
         const description described = tcp(message);
         EXPECT_EQ(described.faults, std::vector<std::string>()) << described.title;
     }
-    EXPECT_TRUE(describe_message(make_rollcall_request(), transport::udp).faults.empty());
+    EXPECT_TRUE(describe_message(make_rollcall_request(), channel::udp).faults.empty());
 }
 
 TEST(describe, every_byte_belongs_to_one_field) {
@@ -282,10 +282,10 @@ TEST(describe, every_byte_belongs_to_one_field) {
     for (int slot = 0; slot < 16; ++slot) {
         settings.units.push_back({"U" + std::to_string(slot), slot + 1});
     }
-    for (const bytes &message : {make_display_alert({"FIRE", 1, 60}, transport::tcp),
-                                 make_detail_alert(settings, transport::tcp), make_hdtv_alert(60),
-                                 make_set_date("now", transport::tcp), make_hdtv_settings(90),
-                                 make_set_gateway("10.87.33.20", transport::tcp), bytes({46, 1, 2}),
+    for (const bytes &message : {make_display_alert({"FIRE", 1, 60}, channel::tcp),
+                                 make_detail_alert(settings, channel::tcp), make_hdtv_alert(60),
+                                 make_set_date("now", channel::tcp), make_hdtv_settings(90),
+                                 make_set_gateway("10.87.33.20", channel::tcp), bytes({46, 1, 2}),
                                  bytes({40, 'a', 0, 'b'}), bytes({99, 1})}) {
         std::vector<int> covered(message.size());
         for (const field &part : tcp(message).fields) {
@@ -315,19 +315,19 @@ TEST(describe, alert_state_follows_flag_and_text) {
     const auto effect_of = [](int flag, const std::string &text) {
         detail_alert_settings settings = detail(text);
         settings.flag = flag;
-        return tcp(make_detail_alert(settings, transport::tcp)).effects;
+        return tcp(make_detail_alert(settings, channel::tcp)).effects;
     };
     EXPECT_TRUE(has(effect_of(1, "x"), "starts an alert"));
     EXPECT_TRUE(has(effect_of(1, ""), "ends the alert"));
     EXPECT_TRUE(has(effect_of(0, "x"), "shows an empty alert if no alert is active"));
-    EXPECT_TRUE(has(tcp(make_display_alert({"x", 2, {}}, transport::tcp)).effects,
+    EXPECT_TRUE(has(tcp(make_display_alert({"x", 2, {}}, channel::tcp)).effects,
                     "shows the text if no alert is active"));
 }
 
 TEST(describe, detail_alert_faults) {
     detail_alert_settings settings = detail("FIRE");
     settings.units = {{"E1", 2}, {"L\"3", 5}};
-    bytes message = make_detail_alert(settings, transport::tcp);
+    bytes message = make_detail_alert(settings, channel::tcp);
     EXPECT_TRUE(has(tcp(message).faults, "unit 2: a quotation mark"));
     message[4] = 0;
     EXPECT_TRUE(has(tcp(message).faults, "unit 1 has a name, but colour 0"));
@@ -363,10 +363,10 @@ TEST(describe, other_faults) {
     EXPECT_TRUE(has(tcp({1}).faults, "over TCP it has no effect"));
     for (const int type : {46, 52}) {
         const bytes message{static_cast<std::uint8_t>(type)};
-        EXPECT_TRUE(has(describe_message(message, transport::udp).faults, "over UDP"));
+        EXPECT_TRUE(has(describe_message(message, channel::udp).faults, "over UDP"));
     }
     EXPECT_TRUE(has(tcp(bytes(4096, 48)).faults, "a unit takes 4095 bytes"));
-    EXPECT_FALSE(has(describe_message(bytes(4096, 48), transport::udp).faults, "a unit takes"));
+    EXPECT_FALSE(has(describe_message(bytes(4096, 48), channel::udp).faults, "a unit takes"));
 }
 
 TEST(describe, any_bytes_of_any_length) {
@@ -380,7 +380,7 @@ TEST(describe, any_bytes_of_any_length) {
         if (!message.empty()) {
             message[0] = static_cast<std::uint8_t>(types[i % 12]);
         }
-        for (const transport channel : {transport::tcp, transport::udp}) {
+        for (const channel via : {channel::tcp, channel::udp}) {
             const description described = describe_message(message, channel);
             ASSERT_FALSE(to_text(described, message).empty());
         }

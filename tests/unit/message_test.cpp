@@ -29,7 +29,6 @@ TEST(message, everything_outside_reads_as_zero) {
     for (const int position : {-1, -2, INT_MIN, 4096, 4097, INT_MAX - 1}) {
         EXPECT_EQ(message.byte(position), 0) << position;
         EXPECT_STREQ(message.text(position), "") << position;
-        EXPECT_EQ(gateway_message::available(position, 10), 0) << position;
     }
     EXPECT_EQ(message.number(4095), 0xff00);
     EXPECT_EQ(message.number(-1), 0x00ff);
@@ -50,24 +49,6 @@ TEST(message, size_stays_within_the_buffer) {
         message.set_size(received);
         EXPECT_EQ(message.size(), size);
     }
-}
-
-TEST(message, cutting_a_text_outside_does_nothing) {
-    gateway_message message;
-    std::memset(message.receive_area(), 'x', 4096);
-    for (const int position : {-1, INT_MIN, 4096, INT_MAX}) {
-        message.cut_text(position);
-    }
-    EXPECT_EQ(std::strlen(message.text(0)), 4096U);
-    message.cut_text(4095);
-    EXPECT_EQ(std::strlen(message.text(0)), 4095U);
-}
-
-TEST(message, available_bytes_stop_at_the_end_of_the_buffer) {
-    EXPECT_EQ(gateway_message::available(539, 10), 10);
-    EXPECT_EQ(gateway_message::available(539, 3557), 3557);
-    EXPECT_EQ(gateway_message::available(539, 65535), 3557);
-    EXPECT_EQ(gateway_message::available(539, 0), 0);
 }
 
 } // namespace

@@ -2,7 +2,7 @@
 
 #include "bstrlib/bstr_owner.h"
 #include "hdtv/config_store.h"
-#include "hdtv/message.h"
+#include "hdtv/messages.h"
 #include "hdtv/protocol.h"
 #include "tools/gatewayctl/text.h"
 
@@ -25,7 +25,7 @@ std::string seconds_text(int seconds) {
 /// A message on its way into a description.
 struct reading {
     gateway_message message;
-    transport channel = transport::tcp;
+    channel via = channel::tcp;
     description described;
 
     int size() const {
@@ -73,10 +73,12 @@ struct reading {
         }
     }
 
-    void expect_tcp() {
-        if (channel == transport::udp) {
-            described.effects = {"does nothing: this message counts over TCP only"};
-            fault("over UDP it has no effect");
+    // To be said last: a message that does not count does nothing else.
+    void expect_channel() {
+        if (!counts_on(message.byte(0), via)) {
+            const std::string other = via == channel::udp ? "TCP" : "UDP";
+            described.effects = {"does nothing: this message counts over " + other + " only"};
+            fault("over " + std::string(via == channel::udp ? "UDP" : "TCP") + " it has no effect");
         }
     }
 };
@@ -102,22 +104,20 @@ void describe_alert_state(reading &r, int flag, bool is_text_empty, const char *
 
 void describe_display_alert(reading &r) {
     namespace layout = protocol::display_alert;
+    const display_alert alert = read_display_alert(r.message);
     const int length = r.message.number(layout::text_length);
     const int trailer = layout::text + length;
-    const bool has_trailer = r.size() == trailer + layout::trailer_size;
-    const int turnout = has_trailer ? r.message.number(trailer) : 0;
     r.expect_size(layout::text);
     add_flag(r, layout::flag);
     r.add(layout::flag + 1, 2, "not read", "");
     r.add(layout::text_length, 2, "text length", std::to_string(length));
-    if (has_trailer) {
-        r.message.cut_text(trailer);
-        r.add(layout::text, length, "text", quoted(r.message.text(layout::text)));
-        if (std::strlen(r.message.text(layout::text)) < static_cast<std::size_t>(length)) {
+    if (alert.turnout) {
+        r.add(layout::text, length, "text", quoted(alert.text));
+        if (alert.text.size() < static_cast<std::size_t>(length)) {
             r.fault("a zero byte ends the text before its length does");
         }
-        r.add(trailer, layout::trailer_size, "turnout timer", seconds_text(turnout));
-        r.does("sets the turnout timer to " + seconds_text(turnout));
+        r.add(trailer, layout::trailer_size, "turnout timer", seconds_text(*alert.turnout));
+        r.does("sets the turnout timer to " + seconds_text(*alert.turnout));
     } else {
         r.add_text(layout::text, "text");
         r.does("leaves the turnout timer as it is");
@@ -127,8 +127,7 @@ void describe_display_alert(reading &r) {
                     " bytes follow: it is not looked at, and there is no turnout timer");
         }
     }
-    const bool is_text_empty = *r.message.text(layout::text) == 0;
-    describe_alert_state(r, r.message.byte(layout::flag), is_text_empty, "the text");
+    describe_alert_state(r, alert.flag, alert.text.empty(), "the text");
 }
 
 void describe_reboot(reading &r) {
@@ -138,27 +137,27 @@ void describe_reboot(reading &r) {
 
 void describe_hdtv_alert(reading &r) {
     namespace layout = protocol::hdtv_alert;
-    const int timer = r.size() - layout::turnout_timer_from_end;
-    if (timer < 0) {
+    const hdtv_alert alert = read_hdtv_alert(r.message);
+    if (!alert.turnout) {
         r.does("does nothing");
         r.expect_size(layout::turnout_timer_from_end);
         return;
     }
-    const int turnout = r.message.number(timer);
+    const int timer = r.size() - layout::turnout_timer_from_end;
     r.add(1, timer - 1, "not read", "");
-    r.add(timer, 2, "turnout timer", seconds_text(turnout));
+    r.add(timer, 2, "turnout timer", seconds_text(*alert.turnout));
     r.add(timer + 2, layout::turnout_timer_from_end - 2, "not read", "");
-    r.does("sets the turnout timer to " + seconds_text(turnout) + ", and shows nothing");
+    r.does("sets the turnout timer to " + seconds_text(*alert.turnout) + ", and shows nothing");
     if (timer == 0) {
         r.fault("the turnout timer is taken from the type byte and the one after it");
     }
 }
 
 void describe_set_date(reading &r) {
-    const char *date = r.message.text(protocol::set_date::text);
+    const std::string_view date = read_set_date(r.message).date;
     r.add_text(protocol::set_date::text, "date");
     r.does("runs date -s " + quoted(date) + " and waits for its end");
-    if (*date == 0) {
+    if (date.empty()) {
         r.fault("the date is empty");
     }
 }
@@ -166,12 +165,11 @@ void describe_set_date(reading &r) {
 void describe_stop_turnout(reading &r) {
     r.does("tells the page to stop the turnout timer; the alert stays active");
     r.expect_end(1);
-    r.expect_tcp();
 }
 
 void describe_set_page_address(reading &r) {
     r.add_text(protocol::set_page_address::text, "address");
-    if (*r.message.text(protocol::set_page_address::text) == 0) {
+    if (read_set_page_address(r.message).address.empty()) {
         r.does("stops the browser, until an alert brings it back");
     } else {
         r.does("shows that page, until an alert brings the station page back");
@@ -181,7 +179,7 @@ void describe_set_page_address(reading &r) {
 void describe_hdtv_settings(reading &r) {
     constexpr int turns_that_count = 3;
     namespace layout = protocol::hdtv_settings;
-    const int turns = r.message.byte(layout::quarter_turns);
+    const int turns = read_hdtv_settings(r.message).quarter_turns;
     r.expect_size(layout::quarter_turns + 1);
     r.add(layout::quarter_turns, 1, "quarter turns", std::to_string(turns));
     r.does("turns the page by " + std::to_string(90 * turns) + " degrees");
@@ -193,28 +191,25 @@ void describe_hdtv_settings(reading &r) {
     r.expect_end(layout::quarter_turns + 1);
 }
 
-void describe_unit(reading &r, int slot) {
+void describe_unit(reading &r, const alerted_unit &unit, int slot) {
     namespace layout = protocol::detail_alert;
-    const int color = r.message.byte(layout::unit_colors + slot);
+    const auto &[name, color] = unit;
     const int offset = layout::unit_names + layout::unit_name_size * slot;
     const std::string label = "unit " + std::to_string(slot + 1);
-    if (color == 0 && r.message.byte(offset) == 0) {
+    if (color == 0 && name.empty()) {
         return;
     }
-    const int length =
-        std::min(static_cast<int>(std::strlen(r.message.text(offset))), layout::unit_name_size - 1);
-    const std::string name(r.message.text(offset), static_cast<std::size_t>(length));
     r.add(layout::unit_colors + slot, 1, label + ", colour", std::to_string(color));
     r.add(offset, layout::unit_name_size, label + ", name", quoted(name));
     if (color == 0) {
         r.fault(label + " has a name, but colour 0: its slot counts as empty");
-    } else if (length == 0) {
+    } else if (name.empty()) {
         r.fault(label + " has a colour, but no name");
     }
     if (r.message.byte(offset + layout::unit_name_size - 1) != 0) {
         r.fault(label + ": the name has no zero at its end, and is cut to 31 bytes");
     }
-    if (color != 0 && name.find('"') != std::string::npos) {
+    if (color != 0 && name.find('"') != std::string_view::npos) {
         r.fault(label + ": a quotation mark in a name makes the alert document unreadable");
     }
 }
@@ -231,26 +226,22 @@ void describe_detail_length(reading &r, int length, int real_length) {
 
 void describe_detail_alert(reading &r) {
     namespace layout = protocol::detail_alert;
-    const int length = r.message.number(layout::text_length);
-    const int turnout = r.message.number(layout::turnout_end);
-    const char *text = r.message.text(layout::text);
+    const detail_alert alert = read_detail_alert(r.message);
     r.expect_size(layout::text);
     add_flag(r, layout::flag);
     r.add(layout::flag + 1, 2, "not read", "");
     for (int slot = 0; slot < layout::unit_slots; ++slot) {
-        describe_unit(r, slot);
+        describe_unit(r, alert.units[static_cast<std::size_t>(slot)], slot);
     }
     std::ranges::stable_sort(r.described.fields, {}, &field::offset);
-    r.add(layout::turnout_end, 2, "turnout end", seconds_text(turnout));
-    r.add(layout::turnout_zero, 2, "turnout zero",
-          seconds_text(r.message.number(layout::turnout_zero)));
-    r.add(layout::turnout_reverse, 1, "turnout reverse",
-          std::to_string(r.message.byte(layout::turnout_reverse)));
-    r.add(layout::text_length, 2, "text length", std::to_string(length));
+    r.add(layout::turnout_end, 2, "turnout end", seconds_text(alert.turnout_end));
+    r.add(layout::turnout_zero, 2, "turnout zero", seconds_text(alert.turnout_zero));
+    r.add(layout::turnout_reverse, 1, "turnout reverse", std::to_string(alert.turnout_reverse));
+    r.add(layout::text_length, 2, "text length", std::to_string(alert.text_length));
     r.add_text(layout::text, "text");
-    describe_detail_length(r, length, static_cast<int>(std::strlen(text)));
-    r.does("sets the turnout timer to " + seconds_text(turnout));
-    describe_alert_state(r, r.message.byte(layout::flag), length == 0, "an empty alert");
+    describe_detail_length(r, alert.text_length, static_cast<int>(alert.text.size()));
+    r.does("sets the turnout timer to " + seconds_text(alert.turnout_end));
+    describe_alert_state(r, alert.flag, alert.text_length == 0, "an empty alert");
     r.does("keeps the message for a map address that may follow");
 }
 
@@ -260,7 +251,7 @@ bool is_web_address(const std::string &address) {
 }
 
 void describe_set_map_address(reading &r) {
-    const std::string address = r.message.text(protocol::set_map_address::text);
+    const std::string address(read_set_map_address(r.message).address);
     r.add_text(protocol::set_map_address::text, "address");
     r.does("shows the map with the last detail alert while an alert is active, else nothing");
     if (!address.empty() && !is_web_address(address)) {
@@ -269,24 +260,24 @@ void describe_set_map_address(reading &r) {
     if (address.find('"') != std::string::npos) {
         r.fault("a quotation mark in the address makes the alert document unreadable");
     }
-    r.expect_tcp();
 }
 
 void describe_json_control(reading &r) {
     r.add_text(protocol::json_control::text, "object");
     r.described.fields.erase(r.described.fields.begin()); // the type is its first character
-    const bstr_owner json(bfromcstr(r.message.text(protocol::json_control::text)));
+    const std::string_view text = read_json_control(r.message).text;
+    const bstr_owner json(blk2bstr(text.data(), static_cast<int>(text.size())));
     bool is_known = false;
     for (const char *key :
          {"play_audio", "device", "volume", "channels", "rate", "sample_format", "comm_gw"}) {
         const bstr_owner value(get_from_json(json.get(), key));
         if (value) {
-            const std::string text = quoted(bstr_text(value.get()));
+            const std::string shown = quoted(bstr_text(value.get()));
             is_known =
                 is_known || std::strcmp(key, "play_audio") == 0 || std::strcmp(key, "comm_gw") == 0;
-            r.does(std::strcmp(key, "play_audio") == 0 ? "fetches and plays " + text
-                   : std::strcmp(key, "comm_gw") == 0  ? "takes " + text + " for its gateway"
-                                                       : std::string("with ") + key + " " + text);
+            r.does(std::strcmp(key, "play_audio") == 0 ? "fetches and plays " + shown
+                   : std::strcmp(key, "comm_gw") == 0  ? "takes " + shown + " for its gateway"
+                                                       : std::string("with ") + key + " " + shown);
         }
     }
     if (!is_known) {
@@ -299,10 +290,6 @@ void describe_rollcall_request(reading &r) {
     r.does("answers to port 5000 of the sender, and asks for the date and the settings that it "
            "lacks");
     r.expect_end(1);
-    if (r.channel == transport::tcp) {
-        r.described.effects = {"does nothing: a roll call counts over UDP only"};
-        r.fault("over TCP it has no effect");
-    }
 }
 
 struct message_kind {
@@ -391,16 +378,16 @@ std::string list(const char *heading, const std::vector<std::string> &lines) {
 
 } // namespace
 
-description describe_message(std::span<const std::uint8_t> bytes, transport channel) {
+description describe_message(std::span<const std::uint8_t> bytes, channel via) {
     reading r;
-    r.channel = channel;
+    r.via = via;
     const int taken = std::min(static_cast<int>(std::min<std::size_t>(bytes.size(), 0x10000)),
-                               message_limit(channel));
+                               message_limit(via));
     std::copy_n(bytes.begin(), taken, r.message.receive_area());
     r.message.set_size(taken);
     const message_kind &kind = kind_of(r.message.byte(0));
     r.described.title = std::string(kind.name) + ", " + bytes_text(bytes.size()) + " over " +
-                        (channel == transport::tcp ? "TCP" : "UDP");
+                        (via == channel::tcp ? "TCP" : "UDP");
     if (bytes.empty()) {
         r.does("does nothing");
         r.fault("there are no bytes at all");
@@ -408,6 +395,9 @@ description describe_message(std::span<const std::uint8_t> bytes, transport chan
     }
     r.add(0, 1, "type", std::to_string(r.message.byte(0)) + ", " + kind.name);
     kind.describe(r);
+    if (&kind != &unknown_kind) {
+        r.expect_channel();
+    }
     if (bytes.size() > static_cast<std::size_t>(taken)) {
         r.fault("a unit takes " + std::to_string(taken) + " bytes; the rest is lost");
     }

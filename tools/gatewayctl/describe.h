@@ -24,7 +24,7 @@ struct description {
 };
 
 /// A message to a unit, read as the unit reads it. Any bytes of any length.
-description describe_message(std::span<const std::uint8_t> bytes, transport channel);
+description describe_message(std::span<const std::uint8_t> bytes, channel via);
 
 /// A record that a unit has sent to a gateway.
 description describe_record(std::span<const std::uint8_t> bytes);

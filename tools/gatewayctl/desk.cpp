@@ -140,7 +140,7 @@ bool answer_desk::answer_request(visitor &served, const unit_record &request) {
     }
     const bool is_for_date = request.type == record_type::set_date_request;
     served.answer.emplace(std::move(connection), served.unit,
-                          is_for_date ? make_set_date(date_now(), transport::tcp)
+                          is_for_date ? make_set_date(date_now(), channel::tcp)
                                       : make_hdtv_settings(settings_.rotation),
                           clock_type::now() + settings_.timeout);
     served.what = is_for_date ? "the date" : "the rotation " + std::to_string(settings_.rotation);

@@ -47,8 +47,8 @@ struct common_settings {
     bool is_dry_run = false;
     double timeout = 0; // seconds
 
-    transport channel() const {
-        return over_udp ? transport::udp : transport::tcp;
+    channel via() const {
+        return over_udp ? channel::udp : channel::tcp;
     }
 };
 
@@ -91,13 +91,12 @@ int send_message(const message_bytes &message) {
     if (message.empty()) {
         throw usage_failure("an empty message says nothing");
     }
-    if (message.size() > static_cast<std::size_t>(message_limit(common.channel()))) {
+    if (message.size() > static_cast<std::size_t>(message_limit(common.via()))) {
         throw usage_failure("the message has " + bytes_text(message.size()) +
-                            "; it may have at most " +
-                            std::to_string(message_limit(common.channel())));
+                            "; it may have at most " + std::to_string(message_limit(common.via())));
     }
     if (common.is_dry_run) {
-        std::cout << to_text(describe_message(message, common.channel()), message);
+        std::cout << to_text(describe_message(message, common.via()), message);
         return 0;
     }
     if (common.to.empty()) {
@@ -134,7 +133,7 @@ void add_display_alert(CLI::App &app) {
     CLI::App &command =
         add_command(app, "display-alert", "Start, update or end an alert that is a text", [] {
             settings.text = unescape(settings.text);
-            return send_message(make_display_alert(settings, common.channel()));
+            return send_message(make_display_alert(settings, common.via()));
         });
     command
         .add_option("--text", settings.text,
@@ -154,7 +153,7 @@ void add_detail_alert(CLI::App &app) {
             for (const std::string &unit : units) {
                 settings.units.push_back(parse_unit(unit));
             }
-            return send_message(make_detail_alert(settings, common.channel()));
+            return send_message(make_detail_alert(settings, common.via()));
         });
     command
         .add_option("--text", settings.text,
@@ -180,7 +179,7 @@ void add_detail_alert(CLI::App &app) {
 
 void add_end_alert(CLI::App &app) {
     add_command(app, "end-alert", "End the active alert",
-                [] { return send_message(make_detail_alert({}, common.channel())); });
+                [] { return send_message(make_detail_alert({}, common.via())); });
 }
 
 void add_turnout_timer(CLI::App &app) {
@@ -202,7 +201,7 @@ void add_map(CLI::App &app) {
     static std::string address;
     CLI::App &command = add_command(app, "map", "Show a map beside the active alert", [] {
         require_tcp("map");
-        return send_message(make_set_map_address(address, common.channel()));
+        return send_message(make_set_map_address(address, common.via()));
     });
     command.add_option("ADDRESS", address, "Of a picture or a page, http or https")->required();
 }
@@ -210,7 +209,7 @@ void add_map(CLI::App &app) {
 void add_set_date(CLI::App &app) {
     static std::string date;
     CLI::App &command = add_command(app, "set-date", "Set the unit's clock", [] {
-        return send_message(make_set_date(date.empty() ? date_now() : date, common.channel()));
+        return send_message(make_set_date(date.empty() ? date_now() : date, common.via()));
     });
     command.add_option("DATE", date, "As date -s takes it; without it this machine's time");
 }
@@ -222,7 +221,7 @@ void add_page(CLI::App &app) {
         if (address.empty() == !is_blank) {
             throw usage_failure("page takes an address, or --blank");
         }
-        return send_message(make_set_page_address(address, common.channel()));
+        return send_message(make_set_page_address(address, common.via()));
     });
     command.add_option("ADDRESS", address, "Of the page");
     command.add_flag("--blank", is_blank, "Show nothing: the browser is stopped");
@@ -258,7 +257,7 @@ void add_reboot(CLI::App &app) {
 void add_play_audio(CLI::App &app) {
     static clip_settings settings;
     CLI::App &command = add_command(app, "play-audio", "Play a clip", [] {
-        return send_message(make_play_audio(settings, common.channel()));
+        return send_message(make_play_audio(settings, common.via()));
     });
     command.add_option("ADDRESS", settings.address, "Of the clip, ending in .wav or .raw")
         ->required();
@@ -275,7 +274,7 @@ void add_set_gateway(CLI::App &app) {
     static std::string address;
     CLI::App &command =
         add_command(app, "set-gateway", "Tell the unit its gateway, until it restarts",
-                    [] { return send_message(make_set_gateway(address, common.channel())); });
+                    [] { return send_message(make_set_gateway(address, common.via())); });
     command.add_option("ADDRESS", address, "As in 10.87.33.20")->required();
 }
 
@@ -328,15 +327,16 @@ void add_raw(CLI::App &app) {
 void add_decode(CLI::App &app) {
     static bytes_settings settings;
     static bool is_record = false;
-    CLI::App &command = add_command(
-        app, "decode", "Explain a message: its fields, what a unit does with it, what is wrong",
-        [] {
-            const message_bytes bytes = read_bytes(settings);
-            const description described =
-                is_record ? describe_record(bytes) : describe_message(bytes, common.channel());
-            std::cout << to_text(described, bytes);
-            return described.faults.empty() ? 0 : 1;
-        });
+    CLI::App &command =
+        add_command(app, "decode",
+                    "Explain a message: its fields, what a unit does with it, what is wrong", [] {
+                        const message_bytes bytes = read_bytes(settings);
+                        const description described = is_record
+                                                          ? describe_record(bytes)
+                                                          : describe_message(bytes, common.via());
+                        std::cout << to_text(described, bytes);
+                        return described.faults.empty() ? 0 : 1;
+                    });
     add_bytes(command, settings);
     command.add_flag("--record", is_record, "It is a record that a unit has sent");
 }

@@ -48,24 +48,24 @@ void put_number(message_bytes &message, int position, int value, const char *wha
 
 // Room for `others` bytes of a message has to be left.
 void append_text(message_bytes &message, const std::string &text, const std::string &what,
-                 transport channel, int others = 0) {
-    const int room = message_limit(channel) - static_cast<int>(message.size()) - others;
+                 channel via, int others = 0) {
+    const int room = message_limit(via) - static_cast<int>(message.size()) - others;
     if (text.size() > static_cast<std::size_t>(room)) {
         throw usage_failure(what + " has " + std::to_string(text.size()) + " bytes; over " +
-                            (channel == transport::tcp ? "TCP" : "UDP") + " it may have at most " +
+                            (via == channel::tcp ? "TCP" : "UDP") + " it may have at most " +
                             std::to_string(room));
     }
     message.insert(message.end(), text.begin(), text.end());
 }
 
 message_bytes make_text_message(message_type type, const std::string &text, const char *what,
-                                transport channel) {
+                                channel via) {
     message_bytes message = start_message(type);
-    append_text(message, text, what, channel);
+    append_text(message, text, what, via);
     return message;
 }
 
-void put_unit(message_bytes &message, int slot, const alerted_unit &unit) {
+void put_unit(message_bytes &message, int slot, const called_unit &unit) {
     namespace layout = protocol::detail_alert;
     if (unit.name.empty()) {
         throw usage_failure("a unit needs a name");
@@ -92,9 +92,9 @@ std::string member(const char *key, const std::string &value) {
     return std::string("\"") + key + "\":\"" + value + "\"";
 }
 
-message_bytes make_json_control(const std::string &members, transport channel) {
+message_bytes make_json_control(const std::string &members, channel via) {
     message_bytes message;
-    append_text(message, "{" + members + "}", "the control message", channel);
+    append_text(message, "{" + members + "}", "the control message", via);
     return message;
 }
 
@@ -128,16 +128,16 @@ bool is_separator(char c) {
 
 } // namespace
 
-int message_limit(transport channel) {
-    return channel == transport::tcp ? protocol::tcp_message_limit : protocol::message_capacity;
+int message_limit(channel via) {
+    return via == channel::tcp ? protocol::tcp_message_limit : protocol::message_capacity;
 }
 
-message_bytes make_display_alert(const display_alert_settings &settings, transport channel) {
+message_bytes make_display_alert(const display_alert_settings &settings, channel via) {
     namespace layout = protocol::display_alert;
     message_bytes message = start_message(message_type::display_alert, layout::text);
     message[layout::flag] = to_byte(settings.flag, "the flag");
     const int trailer = settings.turnout ? layout::trailer_size : 0;
-    append_text(message, settings.text, "the text", channel, trailer);
+    append_text(message, settings.text, "the text", via, trailer);
     put_number(message, layout::text_length, static_cast<int>(settings.text.size()), "the length");
     if (settings.turnout) {
         const int position = static_cast<int>(message.size());
@@ -147,7 +147,7 @@ message_bytes make_display_alert(const display_alert_settings &settings, transpo
     return message;
 }
 
-message_bytes make_detail_alert(const detail_alert_settings &settings, transport channel) {
+message_bytes make_detail_alert(const detail_alert_settings &settings, channel via) {
     namespace layout = protocol::detail_alert;
     if (settings.units.size() > static_cast<std::size_t>(layout::unit_slots)) {
         throw usage_failure("there are " + std::to_string(settings.units.size()) +
@@ -156,14 +156,14 @@ message_bytes make_detail_alert(const detail_alert_settings &settings, transport
     message_bytes message = start_message(message_type::detail_alert, layout::text);
     message[layout::flag] = to_byte(settings.flag, "the flag");
     int slot = 0;
-    for (const alerted_unit &unit : settings.units) {
+    for (const called_unit &unit : settings.units) {
         put_unit(message, slot++, unit);
     }
     put_number(message, layout::turnout_end, settings.turnout_end, "the turnout time");
     put_number(message, layout::turnout_zero, settings.turnout_zero, "the timer's zero");
     message[layout::turnout_reverse] = to_byte(settings.turnout_reverse, "the reverse flag");
     put_number(message, layout::text_length, static_cast<int>(settings.text.size()), "the length");
-    append_text(message, settings.text, "the text", channel);
+    append_text(message, settings.text, "the text", via);
     return message;
 }
 
@@ -181,7 +181,7 @@ std::string unescape(const std::string &typed) {
     return text;
 }
 
-alerted_unit parse_unit(const std::string &text) {
+called_unit parse_unit(const std::string &text) {
     const std::size_t colon = text.rfind(':');
     if (colon == std::string::npos) {
         return {text, 1};
@@ -215,19 +215,19 @@ message_bytes make_stop_turnout() {
     return start_message(message_type::stop_turnout);
 }
 
-message_bytes make_set_date(const std::string &date, transport channel) {
+message_bytes make_set_date(const std::string &date, channel via) {
     if (date.empty()) {
         throw usage_failure("the date is empty");
     }
-    return make_text_message(message_type::set_date, date, "the date", channel);
+    return make_text_message(message_type::set_date, date, "the date", via);
 }
 
-message_bytes make_set_page_address(const std::string &address, transport channel) {
-    return make_text_message(message_type::set_page_address, address, "the address", channel);
+message_bytes make_set_page_address(const std::string &address, channel via) {
+    return make_text_message(message_type::set_page_address, address, "the address", via);
 }
 
-message_bytes make_set_map_address(const std::string &address, transport channel) {
-    return make_text_message(message_type::set_map_address, address, "the address", channel);
+message_bytes make_set_map_address(const std::string &address, channel via) {
+    return make_text_message(message_type::set_map_address, address, "the address", via);
 }
 
 message_bytes make_hdtv_settings(int rotation) {
@@ -238,7 +238,7 @@ message_bytes make_hdtv_settings(int rotation) {
             static_cast<std::uint8_t>(rotation / 90)};
 }
 
-message_bytes make_play_audio(const clip_settings &settings, transport channel) {
+message_bytes make_play_audio(const clip_settings &settings, channel via) {
     if (!is_clip_address(settings.address)) {
         throw usage_failure("a clip's address ends in \".wav\" or \".raw\", and holds it nowhere "
                             "else");
@@ -253,15 +253,15 @@ message_bytes make_play_audio(const clip_settings &settings, transport channel) 
             members += "," + member(key, *value);
         }
     }
-    return make_json_control(members, channel);
+    return make_json_control(members, via);
 }
 
-message_bytes make_set_gateway(const std::string &address, transport channel) {
+message_bytes make_set_gateway(const std::string &address, channel via) {
     in_addr parsed{};
     if (inet_pton(AF_INET, address.c_str(), &parsed) != 1) {
         throw usage_failure(quoted(address) + " is not an address like 10.87.33.20");
     }
-    return make_json_control(member("comm_gw", address), channel);
+    return make_json_control(member("comm_gw", address), via);
 }
 
 message_bytes parse_hex(const std::string &text) {

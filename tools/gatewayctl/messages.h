@@ -1,5 +1,7 @@
 #pragma once
 
+#include "hdtv/messages.h"
+
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -10,46 +12,44 @@
 
 using message_bytes = std::vector<std::uint8_t>;
 
-enum class transport { tcp, udp };
-
 /// The most bytes that a unit takes of one message.
-int message_limit(transport channel);
+int message_limit(channel via);
 
 struct display_alert_settings {
     std::string text;
     int flag = 1;
     std::optional<int> turnout; ///< seconds; none: the unit's timer stays as it is
 };
-message_bytes make_display_alert(const display_alert_settings &settings, transport channel);
+message_bytes make_display_alert(const display_alert_settings &settings, channel via);
 
-struct alerted_unit {
+struct called_unit {
     std::string name;
     int color = 1; ///< 1 to 255, of which 1 to 16 are the palette's
 };
 
 struct detail_alert_settings {
     std::string text;
-    std::vector<alerted_unit> units; ///< in slot order
+    std::vector<called_unit> units; ///< in slot order
     int flag = 1;
     int turnout_end = 0; ///< seconds, like the next one
     int turnout_zero = 0;
     int turnout_reverse = 0;
 };
-message_bytes make_detail_alert(const detail_alert_settings &settings, transport channel);
+message_bytes make_detail_alert(const detail_alert_settings &settings, channel via);
 
 /// A text as it is typed: "\n" starts a new line, and "\\" is one backslash.
 std::string unescape(const std::string &typed);
 
 /// "NAME:COLOUR", or a name alone, which gets colour 1.
-alerted_unit parse_unit(const std::string &text);
+called_unit parse_unit(const std::string &text);
 
 message_bytes make_hdtv_alert(int turnout);
 message_bytes make_rollcall_request();
 message_bytes make_reboot();
 message_bytes make_stop_turnout();
-message_bytes make_set_date(const std::string &date, transport channel);
-message_bytes make_set_page_address(const std::string &address, transport channel);
-message_bytes make_set_map_address(const std::string &address, transport channel);
+message_bytes make_set_date(const std::string &date, channel via);
+message_bytes make_set_page_address(const std::string &address, channel via);
+message_bytes make_set_map_address(const std::string &address, channel via);
 
 /// Degrees: 0, 90, 180 or 270.
 message_bytes make_hdtv_settings(int rotation);
@@ -58,9 +58,9 @@ struct clip_settings {
     std::string address; ///< ends in ".wav" or ".raw"
     std::optional<std::string> device, volume, channels, rate, sample_format;
 };
-message_bytes make_play_audio(const clip_settings &settings, transport channel);
+message_bytes make_play_audio(const clip_settings &settings, channel via);
 
-message_bytes make_set_gateway(const std::string &address, transport channel);
+message_bytes make_set_gateway(const std::string &address, channel via);
 
 /// Bytes as they are, from hexadecimal text with any blanks, colons and commas between them.
 message_bytes parse_hex(const std::string &text);

@@ -381,7 +381,7 @@ TEST(describe, any_bytes_of_any_length) {
             message[0] = static_cast<std::uint8_t>(types[i % 12]);
         }
         for (const channel via : {channel::tcp, channel::udp}) {
-            const description described = describe_message(message, channel);
+            const description described = describe_message(message, via);
             ASSERT_FALSE(to_text(described, message).empty());
         }
         ASSERT_FALSE(to_text(describe_record(message), message).empty());

@@ -11,7 +11,6 @@
 #include <cstdint>
 #include <cstdio>
 #include <initializer_list>
-#include <tuple>
 #include <unistd.h>
 
 namespace {
@@ -32,12 +31,12 @@ static_assert(ATOMIC_BOOL_LOCK_FREE != 0 && ATOMIC_SHORT_LOCK_FREE != 0);
 bool standby_after_alert; // set at every alert start, never cleared
 
 void send_to_tv(std::initializer_list<std::uint8_t> payload) {
-    std::ignore = vc_cec_send_message(cec_logical_address::tv, payload.begin(),
-                                      static_cast<std::uint32_t>(payload.size()), no_reply);
+    vc_cec_send_message(cec_logical_address::tv, payload.begin(),
+                        static_cast<std::uint32_t>(payload.size()), no_reply);
 }
 
 void broadcast_active_source(std::uint16_t address) {
-    std::ignore = vc_cec_send_ActiveSource(address, no_reply);
+    vc_cec_send_ActiveSource(address, no_reply);
 }
 
 // The message of a notification, header first.
@@ -131,21 +130,21 @@ bool open_cec_service() {
 
 void choose_notifications() {
     vc_cec_register_callback(cec_callback, nullptr);
-    std::ignore = vc_cec_deregister_all();
+    vc_cec_deregister_all();
     for (const std::uint8_t forwarded :
          {cec_opcode::active_source, cec_opcode::report_power_status, cec_opcode::routing_change}) {
-        std::ignore = vc_cec_register_command(forwarded);
+        vc_cec_register_command(forwarded);
     }
 }
 
 void announce_unit() {
     std::uint32_t logical_address = 0;
-    std::ignore = vc_cec_get_logical_address(&logical_address);
+    vc_cec_get_logical_address(&logical_address);
     std::printf("logical_address: 0x%x\n", logical_address);
-    std::ignore = vc_cec_set_vendor_id(vendor_id);
-    std::ignore = vc_cec_set_osd_name(osd_name);
+    vc_cec_set_vendor_id(vendor_id);
+    vc_cec_set_osd_name(osd_name);
     std::uint16_t own = 0;
-    std::ignore = vc_cec_get_physical_address(&own);
+    vc_cec_get_physical_address(&own);
     physical_address = own;
     std::printf("physical_address: 0x%x\n", own);
     last_active_address = own;

@@ -23,9 +23,11 @@ struct alert_document {
     std::uint32_t turnout_end = 0; ///< these three: of the detail alert that started the alert
     std::uint32_t turnout_zero = 0;
     std::uint8_t turnout_reverse = 0;
+    // NOLINTBEGIN(readability-redundant-string-init): never null, for printf
     std::string_view alert_area = ""; ///< the text; escaped on its way into the document
     std::string_view map_url = "";    ///< written as it is
     std::string_view units = "";      ///< as format_units has made it; written as it is
+    // NOLINTEND(readability-redundant-string-init)
 };
 
 /// Rewrites "/dev/shm/alerts.json" (in place), prints the document, and appends it with the local time

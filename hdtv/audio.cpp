@@ -6,7 +6,6 @@
 #include "hdtv/config_store.h"
 
 #include <initializer_list>
-#include <tuple>
 #include <unistd.h>
 #include <utility>
 
@@ -37,7 +36,7 @@ void set_volume(bstring volume) {
 }
 
 void fetch(const_bstring address, const char *clip) {
-    std::ignore = unlink(clip);
+    unlink(clip);
     run_program("/usr/bin/wget", {"wget", "-O", clip, "-T", "1", bstr_text(address)});
 }
 

@@ -4,7 +4,6 @@
 #include <csignal>
 #include <cstddef>
 #include <sys/wait.h>
-#include <tuple>
 #include <unistd.h>
 
 namespace {
@@ -39,13 +38,13 @@ pid_t start_program(const char *path, std::initializer_list<const char *> argume
         before_exec();
     }
     // The service ignores SIGPIPE; the programs that it starts are not to inherit that.
-    std::ignore = std::signal(SIGPIPE, SIG_DFL);
+    std::signal(SIGPIPE, SIG_DFL);
     execv(path, argv.data());
     _exit(0);
 }
 
 void wait_for_any_child() {
-    std::ignore = wait(nullptr);
+    wait(nullptr);
 }
 
 void run_program(const char *path, std::initializer_list<const char *> arguments) {

@@ -5,7 +5,7 @@
 #include <unistd.h>
 
 void set_close_on_exec(int fd) {
-    std::ignore = fcntl(fd, F_SETFD, FD_CLOEXEC);
+    fcntl(fd, F_SETFD, FD_CLOEXEC);
 }
 
 void write_once(int fd, std::string_view text) {

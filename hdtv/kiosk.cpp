@@ -13,7 +13,6 @@
 #include <sys/prctl.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
-#include <tuple>
 #include <unistd.h>
 
 bstring url;
@@ -37,8 +36,8 @@ constexpr stored_rotation stored_rotations[] = {{"90", 90}, {"180", 180}, {"270"
 // Any pid but 0 is signalled, also the -1 that a failed fork left: that reaches every process.
 void stop_browser() {
     if (kiosk_pid != 0) {
-        std::ignore = kill(kiosk_pid, SIGKILL);
-        std::ignore = waitpid(kiosk_pid, nullptr, 0);
+        kill(kiosk_pid, SIGKILL);
+        waitpid(kiosk_pid, nullptr, 0);
     }
 }
 
@@ -59,7 +58,7 @@ bstr_owner make_launch_address(const_bstring address) {
 
 // In the child, between fork and exec. The browser never outlives the service.
 void enter_browser_fn() {
-    std::ignore = prctl(PR_SET_PDEATHSIG, SIGKILL);
+    prctl(PR_SET_PDEATHSIG, SIGKILL);
     write_once(STDOUT_FILENO, use_oru_proxy ? "Starting qt-webkit-kiosk using proxy\n"
                                             : "Starting qt-webkit-kiosk without proxy\n");
 }

@@ -11,7 +11,6 @@
 #include <string_view>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
-#include <tuple>
 #include <unistd.h>
 
 namespace {
@@ -45,7 +44,7 @@ void get_mac_address(unsigned char *buf) {
     const int fd = socket(AF_INET, SOCK_DGRAM, 0);
     ifreq request{};
     interface_name.copy(request.ifr_name, sizeof request.ifr_name - 1);
-    std::ignore = ioctl(fd, SIOCGIFHWADDR, &request);
+    ioctl(fd, SIOCGIFHWADDR, &request);
     close(fd);
     std::memcpy(buf, request.ifr_hwaddr.sa_data, protocol::hardware_address_size);
 }

@@ -4,7 +4,6 @@
 #include <cstddef>
 #include <cstdio>
 #include <fcntl.h>
-#include <tuple>
 #include <unistd.h>
 
 namespace {
@@ -20,7 +19,7 @@ void open_if_closed(int descriptor) {
     // The lowest free one: descriptor itself, or standard input, which is left as it was.
     const int fd = open("/dev/null", O_RDWR);
     if (fd >= 0 && fd != descriptor) {
-        std::ignore = dup2(fd, descriptor);
+        dup2(fd, descriptor);
         close(fd);
     }
 }
@@ -28,7 +27,7 @@ void open_if_closed(int descriptor) {
 void buffer_whole_lines() {
     // The size counts only with a buffer: without one it is the terminal's or the file's block size.
     static char buffer[longest_line];
-    std::ignore = std::setvbuf(stdout, buffer, _IOLBF, sizeof buffer);
+    std::setvbuf(stdout, buffer, _IOLBF, sizeof buffer);
 }
 
 } // namespace
@@ -37,6 +36,6 @@ void prepare_process() {
     open_if_closed(STDOUT_FILENO);
     open_if_closed(STDERR_FILENO);
     buffer_whole_lines();
-    std::ignore = std::signal(SIGPIPE, SIG_IGN);
-    std::ignore = std::signal(SIGCHLD, SIG_DFL);
+    std::signal(SIGPIPE, SIG_IGN);
+    std::signal(SIGCHLD, SIG_DFL);
 }

@@ -7,7 +7,6 @@
 #include <netinet/tcp.h>
 #include <string_view>
 #include <sys/socket.h>
-#include <tuple>
 #include <unistd.h>
 
 bool use_oru_proxy;
@@ -35,7 +34,7 @@ bool detect_proxy() {
         return false;
     }
     const int synRetries = 2;
-    std::ignore = setsockopt(fd, IPPROTO_TCP, TCP_SYNCNT, &synRetries, sizeof synRetries);
+    setsockopt(fd, IPPROTO_TCP, TCP_SYNCNT, &synRetries, sizeof synRetries);
     const bool is_listening = can_connect_to_proxy(fd);
     if (is_listening) {
         std::printf("Proxy listening on %s:%i\n", proxy_address, proxy_port);

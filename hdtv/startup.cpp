@@ -26,7 +26,6 @@
 #include <netinet/in.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
-#include <tuple>
 #include <unistd.h>
 
 namespace {
@@ -49,7 +48,7 @@ bool set_console_to_text_mode() {
         std::printf("Can't open console");
         return false;
     }
-    std::ignore = ioctl(fd, KDSETMODE, KD_TEXT);
+    ioctl(fd, KDSETMODE, KD_TEXT);
     close(fd);
     return true;
 }
@@ -122,7 +121,7 @@ int run_service(int argc, char **argv) {
     }
     configure_watchdog();
     event_init();
-    std::ignore = cec_init();
+    cec_init();
     const sockaddr_in sa = any_address(protocol::command_port);
     const int command_socket = open_command_socket(sa);
     const int rollcall_socket = open_bound_socket(SOCK_DGRAM, sa);

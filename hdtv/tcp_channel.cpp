@@ -7,7 +7,6 @@
 
 #include <netinet/in.h>
 #include <sys/socket.h>
-#include <tuple>
 #include <unistd.h>
 
 void connect_fn(int fd, short /*event*/, void * /*arg*/) {
@@ -24,7 +23,7 @@ void connect_fn(int fd, short /*event*/, void * /*arg*/) {
         set_close_on_exec(cfd);
         return;
     }
-    std::ignore = shutdown(cfd, SHUT_RDWR);
+    shutdown(cfd, SHUT_RDWR);
     close(cfd);
     buf.set_size(msg_sz);
     learn_gateway(peer.address.sin_addr);

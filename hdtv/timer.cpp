@@ -5,14 +5,13 @@
 #include <ctime>
 #include <event2/event.h>
 #include <sys/time.h>
-#include <tuple>
 
 namespace {
 
 #ifdef HDTV_LIBEVENT_UPDATES_TIME
 
 timeval from_now(const event &timer, int seconds) {
-    std::ignore = event_base_update_cache_time(event_get_base(&timer));
+    event_base_update_cache_time(event_get_base(&timer));
     return {seconds, 0};
 }
 

@@ -9,7 +9,6 @@
 #include <linux/watchdog.h>
 #include <sys/ioctl.h>
 #include <sys/stat.h>
-#include <tuple>
 
 namespace {
 
@@ -36,7 +35,7 @@ void enable_watchdog() {
         return;
     }
     int timeout = hardware_timeout;
-    std::ignore = ioctl(wdt_fd, WDIOC_SETTIMEOUT, &timeout);
+    ioctl(wdt_fd, WDIOC_SETTIMEOUT, &timeout);
     reset_watchdog();
     wdt_seconds = full_budget;
 }

@@ -16,7 +16,6 @@
 #include <string_view>
 #include <sys/socket.h>
 #include <sys/un.h>
-#include <tuple>
 #include <unistd.h>
 
 namespace {
@@ -234,7 +233,7 @@ std::int32_t vchi_initialise(cec_instance *instance) {
     address.sun_family = AF_UNIX;
     std::copy(socket_path.begin(), socket_path.end(), address.sun_path);
     const int fd = socket(AF_UNIX, SOCK_STREAM, 0);
-    std::ignore = fcntl(fd, F_SETFD, FD_CLOEXEC);
+    fcntl(fd, F_SETFD, FD_CLOEXEC);
     if (connect(fd, reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0) {
         close(fd);
         return failure;

@@ -22,7 +22,6 @@
 #include <poll.h>
 #include <pthread.h>
 #include <sys/ioctl.h>
-#include <tuple>
 #include <unistd.h>
 #include <utility>
 
@@ -156,7 +155,7 @@ std::int32_t claim_logical_address() {
     wait_for_claim();
     if (logical_addresses().num_log_addrs != 0) {
         cec_log_addrs none{};
-        std::ignore = call_device(CEC_ADAP_S_LOG_ADDRS, &none);
+        call_device(CEC_ADAP_S_LOG_ADDRS, &none);
     }
     cec_log_addrs wanted = playback_device();
     const int error = call_device(CEC_ADAP_S_LOG_ADDRS, &wanted);
@@ -223,11 +222,11 @@ void answer(const cec_msg &message) {
     }
     if (opcode == cec_opcode::give_device_power_status) {
         const std::uint8_t payload[] = {cec_opcode::report_power_status, cec_power_status::on};
-        std::ignore = send_message(initiator, payload, sizeof payload);
+        send_message(initiator, payload, sizeof payload);
     } else {
         const std::uint8_t payload[] = {cec_opcode::feature_abort, opcode,
                                         cec_abort_reason::unrecognized_opcode};
-        std::ignore = send_message(initiator, payload, sizeof payload);
+        send_message(initiator, payload, sizeof payload);
     }
 }
 
@@ -341,7 +340,7 @@ std::int32_t vchi_initialise(cec_instance *instance) {
         complain_about_open(errno);
         return failure;
     }
-    std::ignore = fcntl(device, F_SETFD, FD_CLOEXEC);
+    fcntl(device, F_SETFD, FD_CLOEXEC);
     *instance = &device;
     return 0;
 }
@@ -357,7 +356,7 @@ std::int32_t vchi_connect(cec_connection ** /*connections*/, std::uint32_t /*cou
 
 void vc_vchi_cec_init(cec_instance /*instance*/, cec_connection ** /*connections*/,
                       std::uint32_t /*count*/) {
-    std::ignore = claim_logical_address();
+    claim_logical_address();
     const int error = start_listening_thread(watch_device);
     if (error != 0) {
         complain(std::strerror(error));

@@ -3,8 +3,6 @@
 
 #include "cec/cec_port.h"
 
-#include <tuple>
-
 extern "C" {
 
 /// Prepares the libraries' threads and locks; 0 for success. Any number of calls is one.
@@ -15,7 +13,7 @@ std::int32_t vcos_init();
 std::int32_t __real_vchi_initialise(cec_instance *instance);
 
 std::int32_t __wrap_vchi_initialise(cec_instance *instance) {
-    std::ignore = vcos_init();
+    vcos_init();
     return __real_vchi_initialise(instance);
 }
 // NOLINTEND(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp)

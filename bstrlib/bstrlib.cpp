@@ -156,6 +156,34 @@ int count_matches(const_bstring b, const_bstring find, int pos) {
     return count;
 }
 
+// Replaces the first count matches from pos on; there is room for the resulting length. Where the text
+// becomes longer, it is first moved to the end of its room; then it is copied forward piece by piece,
+// and what is still to be read always lies ahead of what is written.
+void replace_matches(bstring b, const_bstring find, const_bstring repl, int pos, int count,
+                     int length) {
+    const int old_length = b->slen;
+    const int shift = std::max(length - old_length, 0);
+    std::memmove(b->data + shift, b->data, static_cast<std::size_t>(old_length));
+    const tagbstring source = {-1, old_length, b->data + shift};
+    unsigned char *write = b->data;
+    int read = 0;
+    const auto copy_up_to = [&](int end) {
+        const auto size = static_cast<std::size_t>(end - read);
+        std::memmove(write, source.data + read, size);
+        write += size;
+        read = end;
+    };
+    for (int from = pos; count > 0; --count) {
+        const int match = binstr(&source, from, find);
+        copy_up_to(match);
+        std::memcpy(write, repl->data, static_cast<std::size_t>(repl->slen));
+        write += repl->slen;
+        read = from = match + find->slen;
+    }
+    copy_up_to(old_length);
+    set_length(b, length);
+}
+
 using same_byte = bool (*)(unsigned char, unsigned char);
 
 bool can_search(const_bstring b1, int pos, const_bstring b2) {
@@ -353,34 +381,12 @@ int bfindreplace(bstring b, const_bstring find, const_bstring repl, int pos) {
     if (count == 0) {
         return BSTR_OK;
     }
-    const int old_length = b->slen;
     const std::int64_t length =
-        old_length + std::int64_t{count} * (std::int64_t{repl->slen} - find->slen);
-    if (!make_room(b, std::max<std::int64_t>(length, old_length))) {
+        b->slen + std::int64_t{count} * (std::int64_t{repl->slen} - find->slen);
+    if (!make_room(b, std::max<std::int64_t>(length, b->slen))) {
         return BSTR_ERR;
     }
-    // Where the text becomes longer, it is first moved to the end of its room; then it is copied
-    // forward piece by piece, and what is still to be read always lies ahead of what is written.
-    const int shift = std::max(static_cast<int>(length) - old_length, 0);
-    std::memmove(b->data + shift, b->data, static_cast<std::size_t>(old_length));
-    const tagbstring source = {-1, old_length, b->data + shift};
-    unsigned char *write = b->data;
-    int read = 0;
-    const auto copy_up_to = [&](int end) {
-        const auto size = static_cast<std::size_t>(end - read);
-        std::memmove(write, source.data + read, size);
-        write += size;
-        read = end;
-    };
-    for (int left = count, from = pos; left > 0; --left) {
-        const int match = binstr(&source, from, find);
-        copy_up_to(match);
-        std::memcpy(write, repl->data, static_cast<std::size_t>(repl->slen));
-        write += repl->slen;
-        read = from = match + find->slen;
-    }
-    copy_up_to(old_length);
-    set_length(b, static_cast<int>(length));
+    replace_matches(b, find, repl, pos, count, static_cast<int>(length));
     return BSTR_OK;
 }
 

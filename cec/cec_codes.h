@@ -28,7 +28,8 @@ constexpr std::uint8_t unrecognized_opcode = 0;
 
 namespace cec_logical_address {
 constexpr std::uint32_t tv = 0;
-constexpr std::uint32_t broadcast = 15;
+constexpr std::uint32_t unregistered = 15; ///< as an initiator
+constexpr std::uint32_t broadcast = 15;    ///< as a destination
 } // namespace cec_logical_address
 
 namespace cec_reason {

@@ -7,6 +7,7 @@
 
 #include "cec/cec_codes.h"
 #include "cec/cec_port.h"
+#include "cec/port/answer_policy.h"
 #include "cec/port/listener.h"
 #include "cec/port/mutex_guard.h"
 
@@ -210,23 +211,11 @@ void take_transmit_result(const cec_msg &message) {
                              message.msg, message.len));
 }
 
-// A message to this unit that the logic does not take is answered as the standard asks of every
-// device: who sees this unit on the bus sees it on, and all else is refused. Never one to all, nor a
-// refusal.
 void answer(const cec_msg &message) {
-    const std::uint32_t initiator = message.msg[0] >> 4;
-    const std::uint8_t opcode = message.msg[1];
-    if (cec_msg_is_broadcast(&message) != 0 || initiator == CEC_LOG_ADDR_UNREGISTERED ||
-        opcode == cec_opcode::feature_abort) {
-        return;
-    }
-    if (opcode == cec_opcode::give_device_power_status) {
-        const std::uint8_t payload[] = {cec_opcode::report_power_status, cec_power_status::on};
-        send_message(initiator, payload, sizeof payload);
-    } else {
-        const std::uint8_t payload[] = {cec_opcode::feature_abort, opcode,
-                                        cec_abort_reason::unrecognized_opcode};
-        send_message(initiator, payload, sizeof payload);
+    const auto chosen = choose_answer(message.msg[0], message.msg[1]);
+    if (chosen) {
+        send_message(message.msg[0] >> 4, chosen->payload.data(),
+                     static_cast<std::uint32_t>(chosen->size));
     }
 }
 

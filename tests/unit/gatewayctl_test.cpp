@@ -7,6 +7,8 @@
 #include "tools/gatewayctl/records.h"
 #include "tools/gatewayctl/text.h"
 
+#include "wire.h"
+
 #include <algorithm>
 #include <gtest/gtest.h>
 #include <random>
@@ -391,12 +393,12 @@ TEST(describe, any_bytes_of_any_length) {
 // Records.
 
 TEST(records, are_told_by_code_and_size) {
-    const bytes reply{2, 2, 0, 0x0a, 0x57, 0x21, 0x32, 12, 47};
+    const bytes reply{2, 2, 0, 0x0a, 0x57, 0x21, 0x32, 12, wire::version};
     const auto parsed = parse_record(reply);
     ASSERT_TRUE(parsed);
     EXPECT_EQ(parsed->type, record_type::rollcall_reply);
     EXPECT_EQ(parsed->hardware_address, "02:00:0a:57:21:32");
-    EXPECT_EQ(parsed->version, 47);
+    EXPECT_EQ(parsed->version, wire::version);
     EXPECT_EQ(parse_record(bytes({39, 1, 2, 3, 4, 5, 6}))->type, record_type::set_date_request);
     EXPECT_EQ(parse_record(bytes({47, 1, 2, 3, 4, 5, 6}))->type, record_type::settings_request);
     for (const bytes &other : {bytes(), bytes({2}), bytes({39, 1, 2, 3, 4, 5, 6, 7}),
@@ -405,8 +407,9 @@ TEST(records, are_told_by_code_and_size) {
         EXPECT_FALSE(describe_record(other).faults.empty());
     }
     EXPECT_TRUE(describe_record(reply).faults.empty());
-    EXPECT_EQ(value_of(describe_record(reply), "version"), "47");
-    EXPECT_TRUE(has(describe_record(bytes({2, 1, 2, 3, 4, 5, 6, 1, 47})).faults, "byte 7"));
+    EXPECT_EQ(value_of(describe_record(reply), "version"), std::to_string(wire::version));
+    EXPECT_TRUE(
+        has(describe_record(bytes({2, 1, 2, 3, 4, 5, 6, 1, wire::version})).faults, "byte 7"));
 }
 
 // Addresses and texts.

@@ -10,6 +10,9 @@ namespace {
 
 using wire::message_of;
 
+// What the tests spell out by hand.
+static_assert(wire::version == protocol::version);
+
 // Which type counts on which channel.
 
 TEST(messages, type_counts_on_the_channels_that_the_protocol_names) {

@@ -97,7 +97,8 @@ TEST_F(network_identity, socket_of_a_failed_listing_stays_open_but_is_not_inheri
 TEST_F(network_identity, rollcall_reply_holds_the_hardware_address_and_two_fixed_bytes) {
     have_address("10.87.33.50");
     const rollcall_reply_record reply = make_rollcall_reply();
-    EXPECT_EQ(reply, (rollcall_reply_record{2, 0x00, 0x11, 0x22, 0xAA, 0xBB, 0xCC, 12, 47}));
+    EXPECT_EQ(reply,
+              (rollcall_reply_record{2, 0x00, 0x11, 0x22, 0xAA, 0xBB, 0xCC, 12, wire::version}));
 }
 
 TEST_F(network_identity, dhcp_start_kills_the_old_client_first_and_does_not_wait_for_the_new) {

@@ -119,13 +119,13 @@ TEST_F(startup, keeps_watchdog_and_sockets_out_of_its_children) {
 
 TEST_F(startup, version_option_prints_it_and_ends) {
     EXPECT_EQ(run({"-v"}), 0);
-    EXPECT_EQ(output(), "PERIPHERAL_VERSION: 47\n");
+    EXPECT_EQ(output(), "PERIPHERAL_VERSION: " + std::to_string(wire::version) + "\n");
     EXPECT_TRUE(state.calls.empty());
 }
 
 TEST_F(startup, version_option_wins_over_further_arguments) {
     EXPECT_EQ(run({"-v", "--nonsense"}), 0);
-    EXPECT_EQ(output(), "PERIPHERAL_VERSION: 47\n");
+    EXPECT_EQ(output(), "PERIPHERAL_VERSION: " + std::to_string(wire::version) + "\n");
 }
 
 TEST_F(startup, any_other_option_is_an_error) {

@@ -10,6 +10,8 @@
 /// The gateway's messages as bytes, spelled out here by hand and not by the code under test.
 namespace wire {
 
+constexpr int version = 47;
+
 inline std::string big_endian(int number) {
     return {static_cast<char>(number / 256), static_cast<char>(number % 256)};
 }

@@ -386,6 +386,27 @@ def test_date_is_set(unit: X86Unit, network: Station) -> None:
     wait_for(lambda: int(unit.run("date +%s")) >= 1900000000, "the date")
 
 
+def test_adapter_that_goes_away_lets_the_alert_through_that_waits_for_its_television(
+    unit: X86Unit, network: Station
+) -> None:
+    """The television stays in standby whatever it is asked, until there is no adapter any more."""
+    unit.run("pkill cec-follower; systemctl restart hdtv")
+    unit.wait_for_output(JOURNAL, "Starting qt-webkit-kiosk")
+    deaf = f"--ignore {unit.logical_address()},0x04"
+    follower = f"cec-follower -d /dev/cec-television --standby {deaf}"
+    unit.run(f"setsid {follower} >/dev/null 2>&1 </dev/null &")
+    unit.wait_for_output(JOURNAL, "TV is in standby mode.")
+    gateway.send_datagram(network, gateway.display_alert("FIRE"), destination=ADDRESS)
+    unit.wait_for_output(JOURNAL, "TV on standby, sending ImageViewOn")
+    assert '"alert_area":"FIRE"' not in unit.run(DOCUMENT)
+    unit.run("pkill cec-follower; echo vivid.0 >/sys/bus/platform/drivers/vivid/unbind")
+    unit.wait_for_output(DOCUMENT, '"alert_area":"FIRE"')
+    assert "CEC: /dev/cec0: the adapter is gone" in unit.run(JOURNAL)
+    wait_for(lambda: uptime(unit) > 20, "20 seconds")  # the watchdog is kicked again
+    show(unit, network, "")
+    assert state(unit, "hdtv") == "active"
+
+
 def test_stopped_service_leaves_the_watchdog_disarmed(unit: X86Unit) -> None:
     unit.run("systemctl stop hdtv")
     assert state(unit, "hdtv") == "inactive"

@@ -44,7 +44,13 @@ def test_operations_explain_every_line_of_the_service() -> None:
     assert [text for text in texts if text not in OPERATIONS] == []
 
 
-@pytest.mark.parametrize("document", ["README.md", "docs/operations.md", "docs/security.md"])
+LINKING = [
+    *("README.md", "CONTRIBUTING.md", "CHANGES.md"),
+    *("docs/architecture.md", "docs/extending.md", "docs/operations.md", "docs/security.md"),
+]
+
+
+@pytest.mark.parametrize("document", LINKING)
 def test_links_lead_somewhere(document: str) -> None:
     path = TOP / document
     links = re.findall(r"\]\(([^)#]+)\)", path.read_text())

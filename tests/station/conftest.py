@@ -1,38 +1,18 @@
-"""The black-box tests' stations."""
+"""The black-box tests' fixtures."""
 
 import contextlib
-import os
-import signal
-from collections.abc import Callable, Iterator
+from collections.abc import Iterator
 
 import pytest
+from gatewayctl_support import Result, Tool, gatewayctl_command, run
+from page_support import Shown, show
+from support import StationMaker, check_children, start
 
-from station import linux
-from station.gateway import deliver, send, set_date, wait_until_taken
-from station.station import Process, Station
-from station.waiting import wait_for
+from station import gateway, linux
+from station.station import UNIT_ADDRESS, Process, Station
 
 # Before anything else is opened here.
 linux.open_standard_descriptors()
-
-StationMaker = Callable[..., Station]
-
-# Three standard ones, the watchdog, two sockets, three of the event loop.
-IDLE_DESCRIPTORS = 9
-
-SIGPIPE = 1 << (signal.SIGPIPE - 1)
-
-# They only print what they find, by way of popen, which leaves SIGPIPE to them as it is.
-QUERIES = [["tvservice", "-s"], ["ifconfig"], ["lsusb"]]
-
-
-def check_children(station: Station) -> None:
-    """What holds for every program that the service has started, whatever the test was about."""
-    for call in station.calls():
-        if call.parent == "hdtv":
-            assert call.descriptors == {}, call
-            named = [call.name, *call.argv[1:]]
-            assert not int(call.ignored_signals, 16) & SIGPIPE or named in QUERIES, call
 
 
 @pytest.fixture
@@ -66,32 +46,26 @@ def service(station: Station) -> Process:
     return start(station)
 
 
-def start(station: Station) -> Process:
-    service = station.start_service()
-    station.wait_for_calls("qt-webkit-kiosk")
-    return service
+@pytest.fixture
+def shown(make_station: StationMaker) -> Iterator[Shown]:
+    yield from show(make_station())
 
 
-@contextlib.contextmanager
-def busy_service(station: Station) -> Iterator[None]:
-    """Inside, the service waits for its date program; what is sent meanwhile waits in the sockets.
-    At the end it has done all of it."""
-    station.behave("date", "await /tmp/release")
-    calls = len(station.calls("date"))
-    send(station, set_date("now"))
-    station.wait_for_calls("date", calls + 1)
-    yield
-    station.path("/tmp/release").touch()
-    wait_until_taken(station)
-    deliver(station, b"\0")
-    station.path("/tmp/release").unlink()
+@pytest.fixture(scope="module")
+def script_page() -> Iterator[Shown]:
+    """One page for all tests that only call its scripts."""
+    with Station() as station:
+        station.write_config("{}")
+        yield from show(station)
 
 
-def open_descriptors(process: Process) -> list[str]:
-    return sorted(os.listdir(f"/proc/{process.pid}/fd"))
+@pytest.fixture
+def tool(station: Station, service: Process) -> Iterator[Tool]:
+    """Runs gatewayctl with the unit's address; the unit has acted when it returns."""
 
+    def run_tool(*arguments: str, answer: str = "") -> Result:
+        result = run(*gatewayctl_command(station, "--to", UNIT_ADDRESS, *arguments), answer=answer)
+        gateway.deliver(station, b"\0")
+        return result
 
-def wait_for_descriptors(service: Process, count: int) -> int:
-    """A peer sees the end of its connection just before the service has closed it."""
-    wait_for(lambda: len(open_descriptors(service)) == count, f"{count} descriptors")
-    return count
+    yield run_tool

@@ -4,7 +4,7 @@ import shlex
 import time
 
 import pytest
-from conftest import start
+from support import start
 
 from station import gateway
 from station.gateway import Unit, deliver, detail_alert, display_alert

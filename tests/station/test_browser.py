@@ -7,7 +7,7 @@ import subprocess
 from pathlib import Path
 
 import pytest
-from conftest import StationMaker
+from support import StationMaker
 
 from station import gateway
 from station.gateway import deliver
@@ -312,6 +312,7 @@ onload = take;
 </script>"""
 
 
+@pytest.mark.browser
 def test_page_that_takes_all_the_memory_it_gets_leaves_room_for_the_alert(
     make_station: StationMaker, tmp_path: Path
 ) -> None:
@@ -371,6 +372,7 @@ def forbid_memory_files(station: Station) -> None:
     write_browser(station, NO_MEMORY_FILES)
 
 
+@pytest.mark.browser
 def test_real_browser_shows_the_page_from_its_sandbox(make_station: StationMaker) -> None:
     station = make_station(programs={"example": EXAMPLE}, is_board_root=True)
     add_user(station)

@@ -4,7 +4,7 @@ import subprocess
 from pathlib import Path
 
 import pytest
-from conftest import StationMaker
+from support import StationMaker
 
 from station import gateway
 from station.gateway import deliver

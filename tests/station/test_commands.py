@@ -1,7 +1,7 @@
 """The gateway's other commands: reboot, date, page, rotation and the configuration."""
 
 import pytest
-from conftest import busy_service, start
+from support import busy_service, is_zombie, start
 
 from station import gateway
 from station.gateway import deliver
@@ -55,11 +55,6 @@ def test_dates_wait_takes_a_child_that_had_ended_before(station: Station, servic
     station.behave("date", "stay")
     deliver(station, gateway.set_date("now"))  # would never end if it waited for the date
     assert not station.path(f"/proc/{reboot.pid}").exists()
-
-
-def is_zombie(station: Station, pid: int) -> bool:
-    stat = station.path(f"/proc/{pid}/stat").read_text()
-    return stat.rpartition(")")[2].split()[0] == "Z"
 
 
 def test_page_address_restarts_the_browser_on_it(station: Station, service: Process) -> None:

@@ -8,8 +8,8 @@ import subprocess
 from pathlib import Path
 
 import pytest
-from conftest import StationMaker
-from test_gatewayctl import GATEWAYCTL
+from gatewayctl_support import GATEWAYCTL
+from support import StationMaker
 
 from station import gateway
 from station.gateway import deliver

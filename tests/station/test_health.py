@@ -1,7 +1,7 @@
 """The health of display and network, on the real clock."""
 
 import pytest
-from conftest import start
+from support import start
 
 from station.station import Station
 

@@ -7,7 +7,7 @@ from collections.abc import Callable, Iterator
 from functools import partial
 
 import pytest
-from conftest import IDLE_DESCRIPTORS, StationMaker
+from support import IDLE_DESCRIPTORS, StationMaker
 
 from station import gateway
 from station.station import Process, Station, top_directory

@@ -2,8 +2,7 @@
 
 import signal
 
-from conftest import start
-from test_commands import is_zombie
+from support import is_zombie, start
 
 from station import gateway
 from station.gateway import deliver

@@ -3,7 +3,7 @@
 import re
 import socket
 
-from conftest import StationMaker, start
+from support import StationMaker, start
 
 from station import gateway
 from station.station import GATEWAY_FILE, Station

@@ -3,7 +3,7 @@
 import json
 
 import pytest
-from conftest import StationMaker
+from support import StationMaker
 
 from station import gateway
 from station.gateway import deliver, detail_alert, display_alert, set_map_address

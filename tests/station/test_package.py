@@ -1,7 +1,7 @@
 """What the Debian package does to a machine that is not as it came: its scripts, run by themselves."""
 
 import pytest
-from conftest import StationMaker
+from support import StationMaker
 
 from station.station import STATION_WEB, Station, top_directory
 

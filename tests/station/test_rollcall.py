@@ -3,7 +3,7 @@
 import socket
 
 import pytest
-from conftest import IDLE_DESCRIPTORS, wait_for_descriptors
+from support import IDLE_DESCRIPTORS, wait_for_descriptors
 
 from station import gateway
 from station.gateway import OTHER_GATEWAY, deliver, send_datagram

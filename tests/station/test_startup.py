@@ -6,7 +6,7 @@ import shlex
 import socket
 
 import pytest
-from conftest import StationMaker, open_descriptors, start
+from support import StationMaker, open_descriptors, start
 
 from station import gateway
 from station.station import ALERT_LOG, DOCUMENT, Process, Station

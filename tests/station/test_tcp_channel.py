@@ -3,7 +3,7 @@
 import contextlib
 import socket
 
-from conftest import IDLE_DESCRIPTORS, busy_service, start, wait_for_descriptors
+from support import IDLE_DESCRIPTORS, busy_service, start, wait_for_descriptors
 
 from station import gateway
 from station.gateway import OTHER_GATEWAY, connect, deliver, display_alert, send

@@ -3,7 +3,7 @@
 import threading
 
 import pytest
-from conftest import start
+from support import start
 
 from station import gateway
 from station.gateway import deliver, detail_alert, display_alert, send

@@ -1,8 +1,7 @@
 """The clock tick, the watchdog and the power tick, on the real clock."""
 
 import pytest
-from conftest import StationMaker, start
-from test_commands import is_zombie
+from support import StationMaker, is_zombie, start
 
 from station import gateway
 from station.gateway import deliver

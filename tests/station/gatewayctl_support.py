@@ -1,0 +1,20 @@
+"""gatewayctl as the tests run it: in the gateway's network."""
+
+import subprocess
+from collections.abc import Callable
+
+from station.station import Station, dying_with_starter, host_build_directory
+
+GATEWAYCTL = str(host_build_directory() / "tools" / "gatewayctl" / "gatewayctl")
+
+Result = subprocess.CompletedProcess[str]
+Tool = Callable[..., Result]
+
+
+def gatewayctl_command(station: Station, *arguments: str) -> list[str]:
+    """In the gateway's network, with this machine's files."""
+    return dying_with_starter(station.gateway_network_command(GATEWAYCTL, *arguments))
+
+
+def run(*command: str, answer: str = "") -> Result:
+    return subprocess.run(command, input=answer, capture_output=True, text=True, timeout=30)

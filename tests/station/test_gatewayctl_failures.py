@@ -1,0 +1,118 @@
+"""What gatewayctl says when something cannot be had, and how harmlessly."""
+
+import subprocess
+
+import pytest
+from gatewayctl_support import GATEWAYCTL, gatewayctl_command, run
+from support import busy_service
+
+from station.station import UNIT_ADDRESS, Process, Station
+
+
+def test_unit_whose_service_is_down(station: Station) -> None:
+    result = run(*gatewayctl_command(station, "--to", UNIT_ADDRESS, "end-alert"))
+    assert result.returncode == 1
+    assert result.stderr == (
+        "gatewayctl: 10.87.33.50:4000 refuses connections: that machine is up, the service is not\n"
+    )
+
+
+def test_unit_that_is_not_there(station: Station) -> None:
+    result = run(
+        *gatewayctl_command(station, "--to", "10.87.33.77", "--timeout", "100ms", "end-alert")
+    )
+    assert result.returncode == 1
+    assert result.stderr == "gatewayctl: 10.87.33.77:4000 does not answer\n"
+
+
+def test_unit_that_is_busy(station: Station, service: Process) -> None:
+    with busy_service(station):
+        result = run(
+            *gatewayctl_command(station, "--to", UNIT_ADDRESS, "--timeout", "100ms", "end-alert")
+        )
+    assert result.returncode == 1
+    assert result.stderr.startswith("gatewayctl: the message is on its way, but 10.87.33.50:4000")
+
+
+def test_name_that_nobody_knows() -> None:
+    result = run(GATEWAYCTL, "--to", "no-such-unit.invalid", "end-alert")
+    assert result.returncode == 1
+    assert result.stderr.startswith('gatewayctl: there is no host "no-such-unit.invalid": ')
+
+
+@pytest.mark.parametrize(
+    "arguments, words",
+    [
+        ([], "which command? gatewayctl --help lists them"),
+        (["shout"], "not expected: shout"),
+        (["end-alert"], "--to says where the unit is: --to HOST[:PORT]"),
+        (["--to", "127.0.0.1:x", "end-alert"], '"x" is not a port'),
+        (["--to", "x", "--udp", "map", "http://x"], "map counts over TCP only"),
+        (["--to", "x", "--udp", "stop-turnout"], "stop-turnout counts over TCP only"),
+        (["--to", "x", "display-alert"], "--text is required"),
+        (["--to", "x", "display-alert", "--text", "y", "--turnout", "65536"], "0 to 65535"),
+        (["--to", "x", "detail-alert", "--text", "y", "--unit", "E1:red"], "is not a number"),
+        (["--to", "x", "rotation", "45"], "0, 90, 180 or 270"),
+        (["--to", "x", "page"], "page takes an address, or --blank"),
+        (["--to", "x", "page", "y", "--blank"], "page takes an address, or --blank"),
+        (["--to", "x", "play-audio", "http://x/clip.mp3"], 'ends in ".wav" or ".raw"'),
+        (["--to", "x", "set-gateway", "gateway"], '"gateway" is not an address'),
+        (["--to", "x", "raw", "3"], "a hexadecimal byte has two digits"),
+        (["--to", "x", "raw"], "as hexadecimal words or with --file"),
+        (["--to", "x", "raw", "--file", "/dev/null"], "an empty message says nothing"),
+        (["--to", "x", "--broadcast", "y", "roll-call"], "--broadcast"),
+        (["roll-call", "--wait", "soon"], '"soon" is not a time like 2s, 500ms or 5min'),
+        (["serve", "--rotation", "45"], "0, 90, 180 or 270"),
+        (["decode"], "as hexadecimal words or with --file"),
+    ],
+)
+def test_what_cannot_be_asked_for_is_said_with_status_2(arguments: list[str], words: str) -> None:
+    result = run(GATEWAYCTL, *arguments)
+    assert (result.returncode, result.stdout) == (2, "")
+    assert result.stderr.startswith("gatewayctl: ")
+    assert words in result.stderr
+
+
+def test_file_that_cannot_be_read() -> None:
+    result = run(GATEWAYCTL, "decode", "--file", "/no/such/file")
+    assert result.returncode == 1
+    assert result.stderr == "gatewayctl: the file /no/such/file cannot be read\n"
+
+
+# What steers a terminal, three times: as a byte of its own, and in UTF-8; and what turns text round.
+HOSTILE = b"\x1b]0;x\x07\x9b31m\xc2\x9b31m\xe2\x80\xae\xff"
+HARMLESS = r"\x1b]0;x\x07\x9b31m\u009b31m\u202e\xff"
+
+
+@pytest.mark.parametrize(
+    "arguments",
+    [
+        [HOSTILE],
+        ["--to", b"x:" + HOSTILE, "end-alert"],
+        ["--to", HOSTILE, "end-alert"],
+        ["--to", HOSTILE, "reboot"],
+        ["--to", "x", "--timeout", HOSTILE, "end-alert"],
+        ["--to", "x", "rotation", b"1" + HOSTILE],
+        ["--to", "x", "set-gateway", HOSTILE],
+        ["--to", "x", "detail-alert", "--text", "x", "--unit", HOSTILE + b":z"],
+        ["--to", "x", "detail-alert", "--text", "x", "--unit", HOSTILE + b":0"],
+        ["--to", "x", "detail-alert", "--text", "x", "--unit", HOSTILE * 2],
+        ["--dry-run", "detail-alert", "--text", HOSTILE, "--unit", HOSTILE],
+        ["--dry-run", "display-alert", "--text", HOSTILE],
+        ["--dry-run", "set-date", HOSTILE],
+        ["--dry-run", "page", HOSTILE],
+        ["--dry-run", "map", HOSTILE],
+        ["--dry-run", "play-audio", HOSTILE + b".wav"],
+        ["decode", "--file", HOSTILE],
+        ["roll-call", "--broadcast", HOSTILE],
+        ["serve", "--roll-call", HOSTILE],
+        ["roll-call", "--wait", HOSTILE],
+    ],
+)
+def test_nothing_from_outside_reaches_the_terminal_raw(arguments: list[str | bytes]) -> None:
+    result = subprocess.run(
+        [GATEWAYCTL, *arguments], stdin=subprocess.DEVNULL, capture_output=True, timeout=30
+    )
+    text = (result.stdout + result.stderr).decode()
+    assert text.replace("\n", "").isprintable(), text
+    assert HARMLESS in text

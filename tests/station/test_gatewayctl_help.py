@@ -1,0 +1,106 @@
+"""gatewayctl explains: messages, records, and itself."""
+
+import pytest
+from gatewayctl_support import GATEWAYCTL, Tool, run
+
+from station.station import Station, top_directory
+
+SOURCES = top_directory() / "tools" / "gatewayctl"
+
+
+# Messages and records.
+
+
+def test_dry_run_explains_and_sends_nothing(station: Station, tool: Tool) -> None:
+    before = station.document()
+    result = tool("--dry-run", "detail-alert", "--text", "FIRE", "--unit", "E1:2")
+    assert result.returncode == 0
+    assert '     20  45 31 00 00 00 00 00 00 ..  unit 1, name        "E1"\n' in result.stdout
+    assert tool("--dry-run", "reboot").returncode == 0
+    assert station.document() == before
+    assert station.calls("reboot") == []
+
+
+def test_decode_explains_what_is_wrong() -> None:
+    result = run(GATEWAYCTL, "decode", "31", "04")
+    assert result.returncode == 1
+    assert result.stdout == (
+        "hdtv settings, 2 bytes over TCP\n"
+        "      0  31                          type                49, hdtv settings\n"
+        "      1  04                          quarter turns       4\n"
+        "What a unit does with it:\n"
+        "  - turns the page by 360 degrees\n"
+        '  - stores "0" in the configuration, if it is another value\n'
+        "What is wrong with it:\n"
+        '  - more than three quarter turns are stored as "0"\n'
+    )
+
+
+def test_decode_explains_a_record() -> None:
+    result = run(GATEWAYCTL, "decode", "--record", "2f 02 00 0a 57 21 32")
+    assert result.returncode == 0
+    assert "hardware address    02:00:0a:57:21:32" in result.stdout
+
+
+# Help, manual and completion.
+
+
+def commands() -> list[str]:
+    lines = run(GATEWAYCTL, "--help").stdout.splitlines()
+    names = lines[lines.index("Subcommands:") + 1 :]
+    return [line.split()[0] for line in names[: names.index("")]]
+
+
+def options(*command: str) -> list[str]:
+    text = run(GATEWAYCTL, *command, "--help").stdout
+    words = text[text.index("Options:") :].replace(",", " ").split()
+    return sorted({word for word in words if word.startswith("--") and word.strip("-")})
+
+
+def test_help_teaches() -> None:
+    result = run(GATEWAYCTL, "--help")
+    assert (result.returncode, result.stderr) == (0, "")
+    assert "Examples:\n" in result.stdout
+    assert "Exit status: 0 done" in result.stdout
+    assert run(GATEWAYCTL, "--version").stdout == "gatewayctl 47\n"
+    assert len(commands()) == 16
+
+
+def test_manual_and_completion_know_every_command_and_option() -> None:
+    manual = (SOURCES / "gatewayctl.1").read_text().replace("\\-", "-")
+    completion = (SOURCES / "gatewayctl.bash").read_text()
+    for command in commands():
+        assert f"\n.B {command}" in manual or f"\n.BR {command}" in manual, command
+        for option in options(command):
+            assert option == "--help" or option in manual, (command, option)
+            assert option in completion, (command, option)
+        assert command in completion
+    for option in options():
+        assert option in manual and option in completion, option
+
+
+def test_manual_is_well_formed() -> None:
+    result = run("man", "--warnings", "-l", "-Tutf8", str(SOURCES / "gatewayctl.1"))
+    assert (result.returncode, result.stderr) == (0, "")
+    assert "roll-call" in result.stdout
+
+
+@pytest.mark.parametrize(
+    "words, expected",
+    [
+        (["det"], ["detail-alert"]),
+        (["--u"], ["--udp"]),
+        (["--to", "x", "de"], ["decode", "detail-alert"]),
+        (["detail-alert", "--un"], ["--unit"]),
+        (["rotation", ""], ["0", "180", "270", "90"]),
+        (["--to", "x", "roll-call", "--b"], ["--broadcast"]),
+    ],
+)
+def test_completion(words: list[str], expected: list[str]) -> None:
+    line = ["gatewayctl", *words]
+    script = (
+        f'source {SOURCES}/gatewayctl.bash; COMP_WORDS=("$@"); COMP_CWORD=$(($# - 1));'
+        "_gatewayctl; printf '%s\\n' \"${COMPREPLY[@]}\""
+    )
+    result = run("bash", "-c", script, "bash", *line)
+    assert sorted(result.stdout.split()) == expected, result.stderr

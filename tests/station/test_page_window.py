@@ -1,0 +1,96 @@
+"""The browser's pictures, window and proxy."""
+
+import os
+import subprocess
+import zlib
+from pathlib import Path
+
+import pytest
+from command_support import run_command
+from page_support import show
+from support import StationMaker
+
+from station import gateway, kiosk
+from station.station import dying_with_starter
+from station.waiting import wait_for
+
+pytestmark = pytest.mark.once
+
+
+def test_window_without_a_display_is_refused() -> None:
+    result = subprocess.run(
+        ["/usr/bin/python3", "-m", "station", "--window"],
+        cwd=Path(kiosk.__file__).parents[1],
+        env={key: value for key, value in os.environ.items() if key != "DISPLAY"},
+        capture_output=True,
+        text=True,
+    )
+    assert result.returncode == 2
+    assert "--window needs a display, and DISPLAY names none" in result.stderr
+
+
+def pixels(picture: Path) -> set[int]:
+    """The values that occur in a PNG's bytes, the rows' filter marks aside."""
+    content, data, place = picture.read_bytes(), b"", 8
+    while place < len(content):
+        size = int.from_bytes(content[place : place + 4], "big")
+        if content[place + 4 : place + 8] == b"IDAT":
+            data += content[place + 8 : place + 8 + size]
+        place += 12 + size
+    rows, width = zlib.decompress(data), 1 + 3 * kiosk.SIZE[0]
+    return {value for row in range(kiosk.SIZE[1]) for value in rows[row * width + 1 :][: width - 1]}
+
+
+@pytest.mark.browser
+def test_pictures_show_what_a_viewer_sees(tmp_path: Path) -> None:
+    name = f"pictures-{os.getpid()}"
+    result = run_command("--once", "--pause", "0", "--name", name, "--pictures", str(tmp_path))
+    assert result.returncode == 0, result.stdout + result.stderr
+    pictures = sorted(tmp_path.iterdir())
+    assert len(pictures) == 16
+    for picture in pictures:
+        assert picture.read_bytes()[16:24] == b"\0\0\x05\0\0\0\x02\xd0"  # 1280 by 720
+    by_step = {picture.name[3:].split("-")[0] + picture.name[:2]: picture for picture in pictures}
+    assert pixels(by_step["roll02"]) == {0}  # the television is in standby
+    other_input = by_step["somebody14"].read_bytes()
+    assert by_step["end16"].read_bytes() == other_input
+    assert len(pixels(by_step["somebody14"])) > 2
+    alerts = [
+        by_step[x].read_bytes() for x in ("detail09", "map10", "the11", "stop12", "display15")
+    ]
+    assert len({other_input, *alerts}) == 6
+
+
+@pytest.mark.browser
+def test_browser_opens_a_window_where_there_is_a_display(make_station: StationMaker) -> None:
+    read, write = os.pipe()
+    command = ["Xvfb", "-displayfd", str(write), "-screen", "0", "1400x900x24", "-nolisten", "tcp"]
+    with subprocess.Popen(
+        # By a signal that leaves it the time to take its files away.
+        dying_with_starter(command, "TERM"),
+        pass_fds=[write],
+        stderr=subprocess.DEVNULL,
+    ) as server:
+        os.close(write)
+        try:
+            display = ":" + os.read(read, 16).decode().strip()
+            for shown in show(make_station(has_display=True), {"DISPLAY": display}):
+                shown.deliver(gateway.detail_alert("FIRE"))
+                assert shown.text("text") == "FIRE"
+                assert shown.script("return [outerWidth, outerHeight]") == list(kiosk.SIZE)
+        finally:
+            os.close(read)
+            server.terminate()
+
+
+@pytest.mark.browser
+def test_proxy_settings_become_the_browsers(make_station: StationMaker) -> None:
+    station = make_station()
+    settings = "/usr/etc/xdg/QtWebkitKiosk/proxy.ini"
+    station.path(settings).write_text("[proxy]\nhost=10.87.33.20\nport=8888\n")
+    station.use_real_browser()
+    with gateway.accepting_proxy(station):
+        station.start_service()
+        station.wait_for_calls("qt-webkit-kiosk")
+        flag = "--proxy-server=10.87.33.20:8888"
+        wait_for(lambda: flag in station.run("ps", "axww", "-o", "args"), "the browser's proxy")

@@ -1,0 +1,105 @@
+"""The simulated station's own command: the incident, and a second terminal."""
+
+import os
+import signal
+import subprocess
+from pathlib import Path
+
+import pytest
+from command_support import (
+    KEPT_CAPABILITIES,
+    STATUS,
+    capabilities_of,
+    read_until_line,
+    run_command,
+    running_command,
+)
+
+from station.station import UNIT_ADDRESS, host_build_directory
+
+
+@pytest.mark.browser
+def test_once_plays_the_incident_and_ends_with_status_0() -> None:
+    result = run_command("--once", "--pause", "0.1")
+    assert result.returncode == 0, result.stdout + result.stderr
+    for words in (
+        "service   Setting Gateway Address: 10.87.33.20",
+        "tool      /usr/bin/qt-webkit-kiosk -u http://127.0.0.1/station_web/",
+        "gateway   received: roll-call reply from 02:00:0a:57:21:32, version 47",
+        "gateway   sends: roll call",
+        "gateway   received: settings request from 02:00:0a:57:21:32",
+        "tool      /usr/bin/date -s 2026-03-05 07:04:09",
+        "tool      /usr/bin/aplay /tmp/play.wav",
+        "gateway   sends: detail alert for E1 and L3",
+        'E1:2 L3:5, "STRUCTURE FIRE\\n1200 MAIN ST, CROSS OAK AVE"',
+        "map http://10.87.33.20/map.svg?incident=1042",
+        "document  stop_turnout",
+        'document  hdtv_alert, ""',
+        "TV        waking",
+        "TV        input 3.0.0.0 \N{RIGHTWARDS ARROW} 1.0.0.0",
+        "TV        input 1.0.0.0 \N{RIGHTWARDS ARROW} 3.0.0.0",
+        "TV        in standby\n",
+        "the incident was observed",
+    ):
+        assert words in result.stdout
+    assert "\033" not in result.stdout  # no colours in a pipe
+
+
+def test_once_ends_with_status_1_when_the_service_does_not_do_its_work(tmp_path: Path) -> None:
+    build = tmp_path / "build"
+    (build / "hdtv").mkdir(parents=True)
+    (build / "station").symlink_to(host_build_directory() / "station")
+    (build / "hdtv" / "hdtv").write_text("#!/bin/sh\nexec sleep 100\n")
+    (build / "hdtv" / "hdtv").chmod(0o755)
+    with running_command("--once", HDTV_BUILD=str(build)) as running:
+        output, _ = running.communicate(timeout=60)
+    assert running.returncode == 1
+    assert "not observed: the station is idle" in output
+
+
+def test_help_explains() -> None:
+    result = run_command("--help")
+    assert result.returncode == 0
+    for word in ("--once", "exec", "Ctrl-C", "incident"):
+        assert word in result.stdout
+
+
+def test_without_the_privilege_one_sentence_and_status_1() -> None:
+    result = run_command("--once", unprivileged=True)
+    assert result.returncode == 1
+    assert result.stdout == ""
+    assert result.stderr == (
+        "The simulated station needs the privilege to make namespaces: run it as root.\n"
+    )
+
+
+@pytest.mark.browser
+def test_second_terminal_runs_programs_inside_the_running_station() -> None:
+    name = f"test-{os.getpid()}"
+    assert "No station is running here" in run_command("--name", name, "exec", "true").stderr
+    gatewayctl = str(host_build_directory() / "tools" / "gatewayctl" / "gatewayctl")
+
+    def inside(*arguments: str) -> subprocess.CompletedProcess[str]:
+        return run_command("--name", name, "exec", *arguments)
+
+    with running_command("--name", name, "--pause", "0.1") as running:
+        read_until_line(running, "keeps running")
+        document = inside("cat", "/dev/shm/alerts.json")
+        failing = inside("sh", "-c", "exit 7")
+        sent = inside(
+            "--gateway", gatewayctl, "--to", UNIT_ADDRESS, "display-alert", "--text", "DRILL"
+        )
+        shown = inside("cat", "/dev/shm/alerts.json")
+        names = [inside("hostname").stdout, inside("--gateway", "hostname").stdout]
+        statuses = [inside(*STATUS).stdout, inside("--gateway", *STATUS).stdout]
+        running.send_signal(signal.SIGINT)
+        assert running.wait(20) == 130
+    assert document.stdout.startswith('[{"alert_type":"display_alert"')
+    assert failing.returncode == 7
+    assert sent.returncode == 0, sent.stderr
+    assert "DRILL" in shown.stdout
+    assert names == ["unit\n", "gateway\n"]
+    for status in statuses:
+        sets = capabilities_of(status)
+        assert sets["Prm"] == sets["Eff"] == sets["Bnd"] == KEPT_CAPABILITIES
+        assert sets["Inh"] == sets["Amb"] == set()

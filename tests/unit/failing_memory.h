@@ -1,0 +1,16 @@
+#pragma once
+
+#include "bstrlib/bstrlib.h"
+
+#include <cstddef>
+#include <vector>
+
+/// Memory that runs short on demand: the next `failing_mallocs` calls fail, after `allowed_mallocs`
+/// ones that succeed.
+extern int failing_mallocs;
+extern int allowed_mallocs;
+extern int failing_reallocs;
+extern std::vector<std::size_t> realloc_sizes;
+
+extern const tagbstring *watched; ///< what it holds at the moment of its release is kept in:
+extern tagbstring at_release;

@@ -19,6 +19,8 @@ COMMAND_PORT = 4000
 RECORD_PORT = 5000
 PROXY_PORT = 3128
 
+VERSION = 47  # of the service, as in hdtv/protocol.h
+
 
 def _number(value: int) -> bytes:
     return value.to_bytes(2, "big")

@@ -84,6 +84,7 @@ def test_nothing_in_the_service_can_throw() -> None:
     assert throwing_symbols(build_directory() / "hdtv" / "hdtv") == set()
 
 
+@pytest.mark.slow
 def test_board_executable_needs_exactly_the_ports_operations(
     tmp_path: Path, make_station: StationMaker
 ) -> None:
@@ -109,6 +110,7 @@ def test_board_executable_needs_exactly_the_ports_operations(
     assert station.document()["alert_area"] == "FIRE"
 
 
+@pytest.mark.slow
 def test_executable_for_the_kernels_device_goes_on_without_one(
     tmp_path: Path, make_station: StationMaker
 ) -> None:

@@ -3,48 +3,22 @@
 import random
 import re
 import struct
-import subprocess
 from collections.abc import Sequence
 from pathlib import Path
 
 import pytest
+from capture_support import RECORD, TCP, UDP, make_capture, run_tshark
 
 from station import gateway
-from station.gateway import Unit
-from station.station import top_directory
+from station.gateway import VERSION, Unit
 
 pytestmark = pytest.mark.once
 
-SCRIPT = top_directory() / "tools" / "wireshark" / "station_display.lua"
 EXPERT = "_ws.expert.message"
-TCP, UDP, RECORD = ("-T", "40000,4000"), ("-u", "40000,4000"), ("-T", "40000,5000")
-AS_ROOT = 'Running as user "root" and group "root". This could be dangerous.\n'
 HARDWARE_ADDRESS = bytes.fromhex("02000a572132")
+REPLY = b"\x02" + HARDWARE_ADDRESS
 
 Frame = dict[str, list[str]]
-
-
-def make_capture(path: Path, packets: Sequence[bytes], kind: Sequence[str]) -> None:
-    dump = "".join(
-        "".join(
-            f"{place:06x} {packet[place : place + 16].hex(' ')}\n"
-            for place in range(0, len(packet), 16)
-        )
-        + "\n"
-        for packet in packets
-    )
-    command = ["text2pcap", "-q", *kind, "-", str(path)]
-    subprocess.run(command, input=dump, text=True, check=True, timeout=60)
-
-
-def run_tshark(capture: Path, *arguments: str) -> str:
-    """It ends with status 0 whatever happens to a script, so what it says has to be looked at."""
-    command = ["tshark", "-X", f"lua_script:{SCRIPT}", "-r", str(capture), *arguments]
-    result = subprocess.run(command, capture_output=True, text=True, errors="replace", timeout=120)
-    assert result.returncode == 0
-    assert result.stderr.replace(AS_ROOT, "") == ""
-    assert "Lua Error" not in result.stdout
-    return result.stdout
 
 
 @pytest.fixture
@@ -218,7 +192,7 @@ RECORD_NAMES = [f"station_record.{x}" for x in ("code", "hardware_address", "fix
 @pytest.mark.parametrize(
     "content, values, said",
     [
-        (b"\x02" + HARDWARE_ADDRESS + b"\x0c\x2f", ["2", "02:00:0a:57:21:32", "12", "47"], []),
+        (REPLY + bytes([12, VERSION]), ["2", "02:00:0a:57:21:32", "12", str(VERSION)], []),
         (b"\x27" + HARDWARE_ADDRESS, ["39", "02:00:0a:57:21:32", "", ""], []),
         (b"\x2f" + HARDWARE_ADDRESS, ["47", "02:00:0a:57:21:32", "", ""], []),
         (b"\x02", ["2", "", "", ""], ["The record has 1 bytes instead of 9"]),
@@ -229,8 +203,8 @@ RECORD_NAMES = [f"station_record.{x}" for x in ("code", "hardware_address", "fix
         ),
         (b"\x09" + HARDWARE_ADDRESS, ["9", "", "", ""], ["No record has code 9"]),
         (
-            b"\x02" + HARDWARE_ADDRESS + b"\x0d\x2f",
-            ["2", "02:00:0a:57:21:32", "13", "47"],
+            REPLY + bytes([13, VERSION]),
+            ["2", "02:00:0a:57:21:32", "13", str(VERSION)],
             ["The fixed byte is not 12"],
         ),
     ],

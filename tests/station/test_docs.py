@@ -95,6 +95,7 @@ def test_commands_for_an_alert_work(line: str) -> None:
     assert "What is wrong with it" not in result.stdout
 
 
+@pytest.mark.slow
 def test_installation_works_as_written(make_station: StationMaker, tmp_path: Path) -> None:
     lines = shell_lines("cmake")
     assert len(lines) == 3

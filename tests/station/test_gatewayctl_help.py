@@ -3,6 +3,7 @@
 import pytest
 from gatewayctl_support import GATEWAYCTL, Tool, run
 
+from station.gateway import VERSION
 from station.station import Station, top_directory
 
 SOURCES = top_directory() / "tools" / "gatewayctl"
@@ -62,7 +63,7 @@ def test_help_teaches() -> None:
     assert (result.returncode, result.stderr) == (0, "")
     assert "Examples:\n" in result.stdout
     assert "Exit status: 0 done" in result.stdout
-    assert run(GATEWAYCTL, "--version").stdout == "gatewayctl 47\n"
+    assert run(GATEWAYCTL, "--version").stdout == f"gatewayctl {VERSION}\n"
     assert len(commands()) == 16
 
 

@@ -15,7 +15,7 @@ def test_roll_call_lists_the_units_of_a_network(station: Station, service: Proce
     assert (result.returncode, result.stderr) == (0, "")
     assert result.stdout.splitlines() == [
         "ADDRESS          HARDWARE ADDRESS   VERSION  ASKS FOR",
-        f"{UNIT_ADDRESS}      {HARDWARE_ADDRESS}  47       date, settings",
+        f"{UNIT_ADDRESS}      {HARDWARE_ADDRESS}  {gateway.VERSION}       date, settings",
     ]
 
 
@@ -25,7 +25,7 @@ def test_roll_call_of_one_unit_as_json(station: Station, tool: Tool) -> None:
     assert json.loads(result.stdout) == {
         "address": UNIT_ADDRESS,
         "hardware_address": HARDWARE_ADDRESS,
-        "version": 47,
+        "version": gateway.VERSION,
         "asks_for": ["settings"],
     }
 

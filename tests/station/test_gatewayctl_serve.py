@@ -12,6 +12,7 @@ import pytest
 from gatewayctl_support import GATEWAYCTL, gatewayctl_command
 from support import StationMaker, start
 
+from station.gateway import VERSION
 from station.station import Process, Station
 from station.waiting import DEADLINE, wait_for
 
@@ -24,7 +25,7 @@ def test_serve_answers_requests_and_keeps_calling(make_station: StationMaker) ->
     )
     server.wait_for_output("listens for units")
     start(station)
-    server.wait_for_output("is there, version 47 (02:00:0a:57:21:32)", 2)
+    server.wait_for_output(f"is there, version {VERSION} (02:00:0a:57:21:32)", 2)
     server.wait_for_output("has taken the date")
     server.wait_for_output("has taken the rotation 180")
     assert station.wait_for_calls("date")[0].argv[2].startswith("@")
@@ -174,6 +175,7 @@ def is_ended(connection: socket.socket) -> bool:
         return False
 
 
+@pytest.mark.slow
 def test_hundred_silent_connections_delay_nobody(station: Station, make_units: UnitMaker) -> None:
     server = start_serve(station)
     silent, unit = make_units(2)
@@ -187,6 +189,7 @@ def test_hundred_silent_connections_delay_nobody(station: Station, make_units: U
     assert lines_of(server, silent) == []
 
 
+@pytest.mark.slow
 def test_record_without_an_end_counts_after_a_while(
     station: Station, make_units: UnitMaker
 ) -> None:
@@ -203,6 +206,7 @@ def processor_time(process: Process) -> float:
     return (int(fields[11]) + int(fields[12])) / os.sysconf("SC_CLK_TCK")
 
 
+@pytest.mark.slow
 def test_serve_rests_while_there_are_no_descriptors(
     station: Station, make_units: UnitMaker
 ) -> None:

@@ -252,9 +252,8 @@ def test_start_gives_a_held_port_a_limited_time(
     board.start_too_late()
 
 
-@pytest.mark.parametrize(
-    "hold", [pytest.param(leave_ended_connection, marks=pytest.mark.slow), *IN_TIME]
-)
+@pytest.mark.slow
+@pytest.mark.parametrize("hold", [leave_ended_connection, *IN_TIME])
 def test_service_that_came_too_late_for_the_port_gets_it_later(
     board: Board, hold: Callable[[Board], Release]
 ) -> None:
@@ -310,6 +309,7 @@ def count_looks(board: Board, seen: set[int]) -> int:
     return len(seen)
 
 
+@pytest.mark.slow
 def test_alert_is_not_taken_from_the_page(board: Board) -> None:
     release = leave_other_program(board)
     board.start_too_late()
@@ -350,6 +350,7 @@ def test_stop_ends_the_looks_at_the_port(board: Board) -> None:
     assert board.script("status")[0] == 3
 
 
+@pytest.mark.slow
 def test_port_is_looked_at_once_however_often_the_service_is_started(board: Board) -> None:
     leave_other_program(board)
     board.start_too_late()
@@ -372,6 +373,7 @@ def test_start_that_waits_is_stopped_too(board: Board) -> None:
     assert not board.services()
 
 
+@pytest.mark.slow
 def test_init_and_a_restart_start_one_service(board: Board) -> None:
     """While the restart waits for the port, init finds no service."""
     board.script("start")
@@ -433,6 +435,7 @@ def test_unanswered_connections_are_given_up_before_the_watchdog_resets(board: B
     assert board.station.run(*setting) == "1\n"
 
 
+@pytest.mark.slow
 def test_service_that_does_not_start_is_said(board: Board) -> None:
     board.set_defaults("DAEMON=/no/such/hdtv\n")
     assert board.script("start") == (1, "hdtv: did not start\n")

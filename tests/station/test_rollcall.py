@@ -6,14 +6,14 @@ import pytest
 from support import IDLE_DESCRIPTORS, wait_for_descriptors
 
 from station import gateway
-from station.gateway import OTHER_GATEWAY, deliver, send_datagram
+from station.gateway import OTHER_GATEWAY, VERSION, deliver, send_datagram
 from station.station import GATEWAY_FILE, Process, Station
 from station.waiting import wait_for
 
 pytestmark = pytest.mark.usefixtures("service")
 
 MAC = bytes.fromhex("02000a572132")
-REPLY = b"\x02" + MAC + b"\x0c\x2f"
+REPLY = b"\x02" + MAC + bytes([12, VERSION])
 DATE_REQUEST = b"\x27" + MAC
 SETTINGS_REQUEST = b"\x2f" + MAC
 

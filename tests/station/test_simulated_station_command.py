@@ -15,6 +15,7 @@ from command_support import (
     running_command,
 )
 
+from station.gateway import VERSION
 from station.station import UNIT_ADDRESS, host_build_directory
 
 
@@ -25,7 +26,7 @@ def test_once_plays_the_incident_and_ends_with_status_0() -> None:
     for words in (
         "service   Setting Gateway Address: 10.87.33.20",
         "tool      /usr/bin/qt-webkit-kiosk -u http://127.0.0.1/station_web/",
-        "gateway   received: roll-call reply from 02:00:0a:57:21:32, version 47",
+        f"gateway   received: roll-call reply from 02:00:0a:57:21:32, version {VERSION}",
         "gateway   sends: roll call",
         "gateway   received: settings request from 02:00:0a:57:21:32",
         "tool      /usr/bin/date -s 2026-03-05 07:04:09",
@@ -45,6 +46,7 @@ def test_once_plays_the_incident_and_ends_with_status_0() -> None:
     assert "\033" not in result.stdout  # no colours in a pipe
 
 
+@pytest.mark.slow
 def test_once_ends_with_status_1_when_the_service_does_not_do_its_work(tmp_path: Path) -> None:
     build = tmp_path / "build"
     (build / "hdtv").mkdir(parents=True)

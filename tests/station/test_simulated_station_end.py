@@ -129,6 +129,7 @@ def test_endless(tmp_path):
 """
 
 
+@pytest.mark.slow
 @pytest.mark.parametrize("workers", ["0", "1"])
 @pytest.mark.parametrize("end", ["killed", "at its time limit"])
 def test_endless_test_leaves_no_process_behind(tmp_path: Path, workers: str, end: str) -> None:

@@ -128,6 +128,7 @@ def test_television_in_standby_is_woken_and_put_back(station: Station) -> None:
         assert (television.power, television.input) == (IN_STANDBY, 0x2000)
 
 
+@pytest.mark.slow
 def test_waking_goes_on_until_the_television_reports_another_status(station: Station) -> None:
     with Television(station, power=IN_STANDBY) as television:
         service = started(station, television)
@@ -141,6 +142,7 @@ def test_waking_goes_on_until_the_television_reports_another_status(station: Sta
         assert service.output.count("TV on standby, sending ImageViewOn\n") == 2
 
 
+@pytest.mark.slow
 def test_slow_television_is_asked_until_its_answer_arrives(station: Station) -> None:
     with Television(station, power=IN_STANDBY, wake_delay=0.2, sleep_delay=0.2) as television:
         service = started(station, television)
@@ -161,6 +163,7 @@ def test_slow_television_is_asked_until_its_answer_arrives(station: Station) -> 
         ]
 
 
+@pytest.mark.slow
 def test_deaf_television_holds_the_service_until_it_hears(station: Station) -> None:
     with Television(station, power=IN_STANDBY) as television:
         service = started(station, television)

@@ -61,9 +61,11 @@ SIGN = b"POST /station_web/alive.cgi HTTP/1.1\r\nHost: 127.0.0.1\r\nX-Station-Pa
     [
         ((SIGN + b"Content-Length: 1000000000\r\n\r\n", b"x" * 4096), b"413"),
         ((SIGN + b"Transfer-Encoding: chunked\r\n\r\n", *[b"1000\r\n" + b"x" * 4096] * 9), b""),
-        ((SIGN + b"Content-Length: 100\r\n\r\n", b"x" * 50), b""),
+        pytest.param(
+            (SIGN + b"Content-Length: 100\r\n\r\n", b"x" * 50), b"", marks=pytest.mark.slow
+        ),
         ((SIGN + b"X: " + b"x" * 5000 + b"\r\n\r\n",), b"431"),
-        ((SIGN,), b""),
+        pytest.param((SIGN,), b"", marks=pytest.mark.slow),
     ],
     ids=["large", "endless", "never complete", "large header", "endless header"],
 )

@@ -12,10 +12,8 @@ from station.waiting import wait_for
 
 TOP = Path(__file__).resolve().parents[2]
 
-
 # What programs in a station keep: dac_override, kill, net_bind_service, net_admin, net_raw.
 KEPT_CAPABILITIES = {1, 5, 10, 12, 13}
-
 
 # As a shell starts what it puts into the background, and worse.
 UNWILLING = [
@@ -23,7 +21,6 @@ UNWILLING = [
     "--ignore-signal=INT,QUIT,HUP,TERM,PIPE",
     "--block-signal=INT,QUIT,HUP,TERM",
 ]
-
 
 STATUS = ("/bin/cat", "/proc/self/status")
 

@@ -4,6 +4,7 @@ import contextlib
 from collections.abc import Iterator
 
 import pytest
+from board_support import SCRIPTS, Board
 from gatewayctl_support import Result, Tool, gatewayctl_command, run
 from page_support import Shown, show
 from support import StationMaker, check_children, start
@@ -69,3 +70,12 @@ def tool(station: Station, service: Process) -> Iterator[Tool]:
         return result
 
     yield run_tool
+
+
+@pytest.fixture
+def board(make_station: StationMaker) -> Iterator[Board]:
+    board = Board(make_station(programs=SCRIPTS, is_board_root=True))
+    yield board
+    board.watchdog.close()
+    for kept in board.kept:
+        kept.close()

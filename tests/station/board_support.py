@@ -1,0 +1,93 @@
+"""A unit with the board's init scripts and busybox."""
+
+import contextlib
+import socket
+
+from station import gateway
+from station.station import Process, Station, top_directory
+from station.waiting import wait_for
+
+PACKAGES = top_directory() / "board" / "package"
+SCRIPTS = {
+    "S90hdtv": PACKAGES / "hdtv" / "S90hdtv",
+    "S80station-web": PACKAGES / "station-web" / "S80station-web",
+}
+DEFAULTS = "DAEMON=/run/station/bin/hdtv\n"
+APPLETS = "/tmp/busybox"
+WAITING = "hdtv: waiting for TCP port 4000, which is still held\n"
+HELD = "hdtv: TCP port 4000 is held after 1 s: it will hear datagrams only, until that ends\n"
+SYSLOG = "/tmp/messages"
+
+
+class Board:
+    """A station whose tools are busybox's, with a system log."""
+
+    def __init__(self, station: Station) -> None:
+        self.station = station
+        self.kept: list[socket.socket] = []
+        station.path(APPLETS).mkdir()
+        station.run("/bin/busybox", "--install", "-s", APPLETS)
+        self.set_defaults(DEFAULTS)
+        station.start("/bin/busybox", "syslogd", "-n", "-O", SYSLOG)
+        # Held open: writing to the watchdog waits for nobody, as with a real one.
+        self.watchdog = open(station.path("/dev/watchdog"), "rb+", buffering=0)
+
+    def set_defaults(self, text: str) -> None:
+        self.station.path("/etc/default/hdtv").write_text(text)
+
+    def call(self, action: str, script: str = "S90hdtv") -> Process:
+        """With no more descriptors than a boot gives."""
+        shell = ("/bin/busybox", "env", f"PATH={APPLETS}", f"{APPLETS}/sh", "-c")
+        command = f"ulimit -S -n 1024; exec {APPLETS}/sh /run/station/bin/{script} {action}"
+        return self.station.start(*shell, command)
+
+    def script(self, action: str, script: str = "S90hdtv") -> tuple[int, str]:
+        process = self.call(action, script)
+        status = process.wait(100)
+        assert process.errors == ""
+        return status, process.output
+
+    def log(self) -> str:
+        path = self.station.path(SYSLOG)
+        return path.read_text() if path.exists() else ""
+
+    def pid(self) -> int:
+        """As the unit sees it."""
+        return int(self.station.path("/run/hdtv.pid").read_text())
+
+    def signal(self, name: str) -> None:
+        self.station.run("/bin/kill", f"-{name}", str(self.pid()))
+
+    def processes(self, words: str) -> list[int]:
+        """Those with these words in their command line."""
+        found = []
+        for path in self.station.path("/proc").glob("[0-9]*/cmdline"):
+            # One may have ended since.
+            with contextlib.suppress(OSError):
+                if words in path.read_text().replace("\0", " "):
+                    found.append(int(path.parent.name))
+        return found
+
+    def services(self) -> list[int]:
+        return [n for n in self.processes("/hdtv") if self.name_of(n) == "hdtv"]
+
+    def start_too_late(self) -> None:
+        """For the port, which is held."""
+        self.set_defaults(DEFAULTS + "LIMIT=1\n")
+        assert self.script("start") == (0, WAITING + HELD + "hdtv: started\n")
+        wait_for(lambda: self.processes("retry-port"), "the look at the port")
+
+    def wait_for_start(self, former: int) -> None:
+        wait_for(lambda: self.services() not in ([], [former]), "another service")
+        port = gateway.COMMAND_PORT
+        wait_for(lambda: self.station.listen_queue(port) is not None, "its TCP port")
+
+    def name_of(self, pid: int) -> str:
+        path = self.station.path(f"/proc/{pid}/comm")
+        return path.read_text().strip() if path.exists() else ""
+
+    def alert(self, text: str) -> None:
+        port = gateway.COMMAND_PORT
+        wait_for(lambda: self.station.listen_queue(port) == 0, "the service")
+        gateway.deliver(self.station, gateway.display_alert(text))
+        assert self.station.document()["alert_area"] == text

@@ -78,7 +78,7 @@ long long send_alert(const char *address, const receiver &to, const std::string 
     const auto duration = clock::now() - start;
 
     close(fd);
-    while (size_of(to.log) == logged) { // the receiver is done with this one
+    while (size_of(to.log) == logged) { // until the receiver has finished this one
     }
     return std::chrono::nanoseconds(duration).count();
 }

@@ -1,4 +1,4 @@
-"""From a gateway's connect() to the new document: the service beside a bare program."""
+"""The time from connect() to the new document: the service compared with a bare program."""
 
 import argparse
 import statistics
@@ -31,7 +31,7 @@ def main() -> None:
 
 
 def measure(station: Station, client: Path, count: int) -> dict[str, list[float]]:
-    """Microseconds for each alert. The two receivers take turns, alert by alert."""
+    """Microseconds for each alert. The two receivers alternate."""
     targets = {
         SERVICE: (COMMAND_PORT, DOCUMENT, ALERT_LOG),
         BARE: (BARE_PORT, BARE_DOCUMENT, BARE_LOG),

@@ -1,6 +1,6 @@
-// The least that a program can do for an alert: the system calls of the service's road from a
-// connection to the document and the log, and nothing else. What it writes is as long as the
-// service's document and ends with the message's text.
+// The minimum that a program can do for an alert: the service's system calls from a connection to
+// the document and the log, and nothing else. Its output is as long as the service's document and
+// ends with the message's text.
 //
 //     bare_writer PORT DOCUMENT LOG
 

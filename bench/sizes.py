@@ -1,4 +1,4 @@
-"""How large the service is: for the board stripped, with and without libraries, and in memory."""
+"""How large the service is: stripped for the board, with and without libraries, and in memory."""
 
 import argparse
 import re
@@ -15,7 +15,7 @@ from station.station import Station, top_directory
 class Size:
     what: str
     kilobytes: int
-    limit: int  # what it may grow to
+    limit: int  # maximum
 
     @property
     def is_too_large(self) -> bool:
@@ -25,7 +25,7 @@ class Size:
 def main() -> int:
     parser = argparse.ArgumentParser(prog="bench/sizes", description=__doc__)
     parser.add_argument(
-        "--check", action="store_true", help="end with status 1 where one has outgrown its limit"
+        "--check", action="store_true", help="exit with status 1 if any limit is exceeded"
     )
     arguments = parser.parse_args()
     sizes = [

@@ -9,7 +9,7 @@ from station import gateway
 from station.gateway import Unit
 from station.station import Process, Station
 
-# A roll call that meets a closed port leaves its socket open, and a process has a thousand.
+# A roll call that meets a closed port leaves its socket open; the descriptor limit is about 1000.
 ROLL_CALLS = 100
 DATAGRAMS_AT_ONCE = 20
 
@@ -79,7 +79,7 @@ def measure(service: Process) -> dict[str, int]:
     process = Path(f"/proc/{service.pid}")
     fields = dict(line.split(":", 1) for line in (process / "status").read_text().splitlines())
     return {
-        # The least of several looks: a connection may just be on its way to being closed.
+        # The minimum of several samples: a connection may be about to be closed.
         "open descriptors": min(len(list((process / "fd").iterdir())) for _ in range(200)),
         "resident kB": int(fields["VmRSS"].split()[0]),
         "heap and data kB": int(fields["VmData"].split()[0]),
@@ -103,9 +103,11 @@ def report(
     sockets = sent["roll calls to a closed port"]
     print(f"  {sockets} sockets, one for each roll call whose connect failed")
     grown = (after["heap and data kB"] - before["heap and data kB"]) * 1024
-    print(f"  {documents} times of log lines: {grown / max(documents, 1):.0f} bytes of heap each")
+    print(
+        f"  {documents} timestamps of log lines: {grown / max(documents, 1):.0f} bytes of heap each"
+    )
     unexplained = after["open descriptors"] - before["open descriptors"] - sockets
-    print(f"Descriptors left otherwise: {unexplained}")
+    print(f"Other descriptors left open: {unexplained}")
 
 
 if __name__ == "__main__":

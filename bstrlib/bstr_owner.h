@@ -10,5 +10,5 @@ struct bstr_release {
     }
 };
 
-/// Holds a temporary byte string and releases it.
+/// Owns a temporary byte string and releases it.
 using bstr_owner = std::unique_ptr<tagbstring, bstr_release>;

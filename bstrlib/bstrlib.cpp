@@ -38,7 +38,7 @@ bool is_same_caseless(unsigned char a, unsigned char b) {
     return std::tolower(a) == std::tolower(b);
 }
 
-// The least power of two above n, 8 at the least; n itself where that would not fit an int.
+// The smallest power of two above n, at least 8; n itself if that would overflow an int.
 int snap_up_size(int n) {
     if (n < 8) {
         return 8;
@@ -50,7 +50,7 @@ int snap_up_size(int n) {
     return power > INT_MAX ? n : static_cast<int>(power);
 }
 
-// An empty record with room for capacity bytes, terminator included.
+// An empty record with a buffer of capacity bytes, terminator included.
 bstring new_record(int capacity) {
     auto *b = static_cast<bstring>(std::malloc(sizeof(tagbstring)));
     if (b == nullptr) {
@@ -81,8 +81,8 @@ bstring new_copy(const void *blk, int len, int capacity) {
     return b;
 }
 
-// Moves the bytes to a fresh, larger buffer; cheaper than realloc where most of the old one is
-// unused, because only the used part is copied.
+// Moves the bytes to a new, larger buffer; cheaper than realloc when most of the old one is unused,
+// because only the used part is copied.
 bool move_to_fresh_buffer(bstring b, int capacity) {
     auto *fresh = static_cast<unsigned char *>(std::malloc(static_cast<std::size_t>(capacity)));
     if (fresh == nullptr) {
@@ -114,13 +114,14 @@ bool grow_buffer(bstring b, int capacity, int least) {
     return resize_in_place(b, capacity) || resize_in_place(b, least);
 }
 
-// Makes room for a text of length bytes and its terminator. INT_MAX bytes leave no room for one.
+// Makes room for a text of length bytes and its terminator. A length of INT_MAX leaves no room for
+// the terminator.
 bool make_room(bstring b, std::int64_t length) {
     return length < INT_MAX && bgrow(b, static_cast<int>(length) + 1) == BSTR_OK;
 }
 
-// So that a second release through a stale handle is likely to be refused. Volatile, because stores to
-// memory that is released next are otherwise left out as useless.
+// So that a second release through a stale handle is likely to be refused. Volatile, because the
+// compiler would eliminate stores to memory that is about to be freed.
 void mark_dead(bstring b) {
     volatile tagbstring *dead = b;
     dead->slen = -1;
@@ -133,8 +134,8 @@ bool shares_storage(const_bstring target, const_bstring other) {
     return !before(other->data, target->data) && before(other->data, target->data + target->mlen);
 }
 
-// other, or a private copy of it (kept in `copy`) where writing target would change it; null when
-// there is no memory for the copy.
+// other, or a private copy of it (kept in `copy`) if writing target would change it; null if there
+// is no memory for the copy.
 const_bstring apart_from(const_bstring target, const_bstring other, bstr_owner &copy) {
     if (!shares_storage(target, other)) {
         return other;
@@ -156,9 +157,9 @@ int count_matches(const_bstring b, const_bstring find, int pos) {
     return count;
 }
 
-// Replaces the first count matches from pos on; there is room for the resulting length. Where the text
-// becomes longer, it is first moved to the end of its room; then it is copied forward piece by piece,
-// and what is still to be read always lies ahead of what is written.
+// Replaces the first count matches from pos on; the buffer must have room for the result. If the
+// text grows, it is first moved to the end of the buffer, then copied forward piece by piece, so
+// the read position always stays ahead of the write position.
 void replace_matches(bstring b, const_bstring find, const_bstring repl, int pos, int count,
                      int length) {
     const int old_length = b->slen;
@@ -226,8 +227,8 @@ int next_format_size(int n, int reported) {
     return n < (INT_MAX - 2) / 2 ? 2 * n : 0;
 }
 
-// The first attempt has room for twice the format; a longer result tells its own size, and the
-// second attempt holds it.
+// The first attempt allows twice the format's length; if the result is longer, its size is then
+// known, and the second attempt has room for it.
 __attribute__((format(printf, 1, 0))) bstring format_text(const char *fmt, std::va_list arguments) {
     int n = 0;
     bstr_owner scratch(new_format_scratch(fmt, n));
@@ -235,7 +236,7 @@ __attribute__((format(printf, 1, 0))) bstring format_text(const char *fmt, std::
         std::va_list attempt;
         va_copy(attempt, arguments);
         char *text = reinterpret_cast<char *>(scratch->data);
-        // The analyzer loses sight of va_copy in a loop.
+        // The analyzer does not track va_copy in a loop.
         // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized)
         const int reported = std::vsnprintf(text, static_cast<std::size_t>(n) + 1, fmt, attempt);
         va_end(attempt);

@@ -2,13 +2,13 @@
 
 #include <cstddef>
 
-/// Byte strings: counted, growable, and always followed by a zero byte, so that their data can be
-/// handed to system calls as it stands. They may hold zero bytes themselves.
+/// Byte strings: counted, growable, and always followed by a zero byte, so their data can be passed
+/// directly to system calls. They may contain zero bytes themselves.
 ///
 /// Every operation that returns a `bstring` returns a new one, which the caller releases with
-/// `bdestroy`; what is passed in stays the caller's. A null handle is accepted everywhere and
-/// yields the error value: BSTR_ERR from an operation that returns int, null from one that returns
-/// a `bstring`. Nothing here locks: a record belongs to one thread at a time.
+/// `bdestroy`; the caller keeps ownership of its arguments. A null handle is accepted everywhere
+/// and yields the error value: BSTR_ERR from an operation that returns int, null from one that
+/// returns a `bstring`. Nothing here locks: a record belongs to one thread at a time.
 
 struct tagbstring {
     int mlen;            ///< capacity of data in bytes; below 1: a constant record
@@ -21,7 +21,7 @@ using const_bstring = const tagbstring *;
 constexpr int BSTR_OK = 0;
 constexpr int BSTR_ERR = -1;
 
-/// A constant record over a literal. It is read like any other, but never grown, written or
+/// A constant record over a literal. It can be read like any other, but not grown, written or
 /// released: those operations refuse a capacity below 1.
 template <std::size_t size> tagbstring bstr_constant(const char (&literal)[size]) {
     return {-1, static_cast<int>(size) - 1,
@@ -49,15 +49,15 @@ bstring bformat(const char *fmt, ...) __attribute__((format(printf, 1, 2)));
 
 /// Releases b and its data. Releasing null is harmless.
 int bdestroy(bstring b);
-/// Makes room for n bytes in all, terminator included; never shrinks. The capacity becomes a power
-/// of two above n, 8 at the least.
+/// Ensures room for n bytes in total, terminator included; never shrinks. The capacity becomes a
+/// power of two above n, at least 8.
 int bgrow(bstring b, int n);
 /// Appends the byte c.
 int bconchar(bstring b, char c);
 /// Inserts b2 at pos; when pos lies beyond the end of b1, the gap is filled with fill. b2 may share
 /// storage with b1.
 int binsert(bstring b1, int pos, const_bstring b2, unsigned char fill);
-/// Replaces every occurrence of find at or after pos, from left to right; what was inserted is not
+/// Replaces every occurrence of find at or after pos, from left to right; inserted text is not
 /// searched again. find must not be empty. find and repl may share storage with b.
 int bfindreplace(bstring b, const_bstring find, const_bstring repl, int pos);
 /// Appends the formatted text.
@@ -73,13 +73,13 @@ int binstrcaseless(const_bstring b1, int pos, const_bstring b2);
 /// The first byte equal to c (8 bits) at or after pos, which must be below the length.
 int bstrchrp(const_bstring b, int c, int pos);
 
-// Comparing: 1 equal, 0 different, BSTR_ERR. Mind the error value: it is neither 1 nor false.
+// Comparing: 1 equal, 0 different, BSTR_ERR. Beware of the error value: it is neither 1 nor false.
 
-/// Whether b is exactly the zero-terminated s. A zero byte inside b equals nothing.
+/// Whether b is exactly the zero-terminated s. A b with an embedded zero byte never matches.
 int biseqcstr(const_bstring b, const char *s);
 /// The same, comparing bytes after tolower.
 int biseqcstrcaseless(const_bstring b, const char *s);
 
-/// Whether subject ends with ending, ignoring case. Only the first occurrence of ending is looked
-/// at: "a.wav.wav" does not end with ".wav" by this test.
+/// Whether subject ends with ending, ignoring case. Only the first occurrence of ending is
+/// considered: "a.wav.wav" does not end with ".wav" by this test.
 bool bstring_endswith_caseless(const_bstring subject, const char *ending);

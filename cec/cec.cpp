@@ -24,8 +24,9 @@ constexpr std::int32_t no_reply = 0;
 std::atomic<std::uint16_t> physical_address;
 std::atomic<bool> tv_standby;
 std::atomic<std::uint16_t> last_active_address;
-std::atomic<bool> is_television_lost; // bus or adapter have gone for good
-// Without a lock on ARMv6 too: what needs help there is only to read, change and write in one.
+std::atomic<bool> is_television_lost; // the bus or the adapter is gone for good
+// Lock-free on ARMv6 too: only atomic read-modify-write operations would need library support
+// there.
 static_assert(ATOMIC_BOOL_LOCK_FREE != 0 && ATOMIC_SHORT_LOCK_FREE != 0);
 
 bool standby_after_alert; // set at every alert start, never cleared
@@ -53,8 +54,8 @@ cec_message unpack(std::initializer_list<std::uint32_t> words) {
     return message;
 }
 
-// Put together first and printed in one go, so that the two threads never mix within a line. Of a
-// length that claims more than a message holds, what is there is printed.
+// Assembled first and printed in one write, so that the two threads' output never mixes within a
+// line. If the length claims more than a message can contain, only what is there is printed.
 void trace(bool is_received, const cec_message &message, std::size_t length) {
     const bstr_owner line(
         bformat("%s: %1X -> %1X:", is_received ? "RX" : "TX", message[0] >> 4, message[0] & 0x0F));
@@ -75,14 +76,14 @@ void take_power_status(std::uint8_t status) {
     std::printf("TV is %sin standby mode.\n", is_standby ? "" : "NOT ");
 }
 
-// Whoever sent it: the power status counts from any device, not only from the television.
+// From any sender: a power status is accepted from every device, not only from the television.
 void act_on(const cec_message &message) {
     switch (message[1]) {
     case cec_opcode::routing_change:
         take_active_source(static_cast<std::uint16_t>(message[4] * 256 + message[5]));
         break;
     case cec_opcode::active_source:
-        // The first operand byte alone, on purpose; a routing change takes both.
+        // Deliberately the first operand byte alone; a routing change uses both.
         take_active_source(message[2]);
         break;
     case cec_opcode::request_active_source:
@@ -120,7 +121,7 @@ bool open_cec_service() {
     }
     cec_connection *connection = nullptr;
     vc_vchi_cec_init(instance, &connection, 1);
-    // The service gives no result, so what is tested here is the connection's once more.
+    // Starting the service returns no result; this tests the result of the connection again.
     if (connected != 0) {
         std::puts("VCHI CEC connection failed");
         return false;
@@ -156,8 +157,8 @@ void hand_back_to(std::uint16_t previous) {
         return;
     }
     if (previous == 0) {
-        // The television's own tuner or inputs. These operands, on purpose: a zero byte and the low
-        // byte of the own address.
+        // The television's own tuner or inputs. The operands are deliberate: a zero byte and the
+        // low byte of the unit's own address.
         send_to_tv({cec_opcode::inactive_source, 0x00, static_cast<std::uint8_t>(own)});
     } else {
         broadcast_active_source(previous);
@@ -186,9 +187,9 @@ int cec_init() {
 void cec_alert_active() {
     standby_after_alert = tv_standby;
     std::printf("standby_after_alert %d\n", standby_after_alert ? 1 : 0);
-    // The callback ends this, when the television reports another power status. There is no limit: a
-    // television that never does so holds the event loop, and with it the watchdog. Where bus or
-    // adapter have gone there is no television that could.
+    // The callback ends this loop when the television reports another power status. There is no
+    // time limit: a television that never does so blocks the event loop, and with it the watchdog.
+    // If the bus or the adapter is gone, there is no television to wait for.
     while (tv_standby && !is_television_lost) {
         std::puts("TV on standby, sending ImageViewOn");
         send_to_tv({cec_opcode::image_view_on});

@@ -1,14 +1,15 @@
 #pragma once
 
-/// The television, by HDMI-CEC: it is woken and switched to this unit for an alert, and handed back
-/// afterwards. Called on the event loop's thread.
+/// Television control over HDMI-CEC: it is woken and switched to this unit for an alert, and handed
+/// back afterwards. Call from the event loop's thread only.
 
-/// Opens the CEC service, announces the unit and takes the television's input. Returns 0, or -1 when
-/// the service cannot be opened; the other operations may be called all the same.
+/// Opens the CEC service, announces the unit and takes the television's input. Returns 0, or -1 if
+/// the service cannot be opened; the other operations may still be called then.
 int cec_init();
 
 /// An alert starts: wakes the television if it is in standby, then makes the unit the active source
-/// unless it is. Blocks, with pauses of a second, for as long as the television reports standby.
+/// unless it already is. Blocks, with pauses of a second, for as long as the television reports
+/// standby.
 void cec_alert_active();
 
 /// An alert ends: hands the screen back to the source that was active before, and puts the

@@ -2,18 +2,19 @@
 
 #include <cstdint>
 
-/// The CEC port: the operations through which the CEC logic reaches the bus. One provider of
-/// cec/port/ supplies them, chosen at build time. They carry the names and the calling conventions
-/// of the board's own host interface libraries, so that on the board these are the provider.
+/// The CEC port: the operations through which the CEC logic reaches the bus. A provider in
+/// cec/port/, selected at build time, implements them. They carry the names and the calling
+/// conventions of the board's own host interface libraries, so that on the board these are the
+/// provider.
 ///
-/// Unless said otherwise an operation returns 0 for success. Nothing here blocks for longer than
-/// the bus takes. Sends may come from the callback's thread too.
+/// Unless said otherwise an operation returns 0 for success. Nothing here blocks longer than the
+/// bus takes. Sends may come from the callback's thread too.
 extern "C" {
 
 using cec_instance = void *;   ///< an open message queue to the CEC service
 using cec_connection = void *; ///< a connection of that service
 
-/// A notification, on a thread of the provider's.
+/// A notification, delivered on the provider's thread.
 ///
 /// param0       bits 0-15 the reason (1 transmitted, 2 received, others: other notifications),
 ///              bits 16-23 the message's length in bytes with its header, bits 24-31 a result code
@@ -62,6 +63,7 @@ std::int32_t vc_cec_send_message(std::uint32_t destination, const std::uint8_t *
 std::int32_t vc_cec_send_ActiveSource(std::uint16_t physical_address, std::int32_t is_reply);
 }
 
-/// The other direction, implemented by the logic: a provider whose bus or adapter has gone for good calls
-/// this on its thread, after it has said so on standard error. Nobody waits for the television any more.
+/// The other direction, implemented by the logic: a provider whose bus or adapter is gone for good
+/// calls this on its own thread, after reporting it on standard error. From then on nothing waits
+/// for the television.
 void cec_television_lost();

@@ -1,12 +1,12 @@
-# The board: ARMv6 with Debian's cross compiler, whose floating point is done in software (the armel
-# port). What runs on it is tried out under user-mode emulation.
+# The board: ARMv6 with Debian's soft-float cross compiler (the armel port). Its programs are tested
+# under user-mode emulation.
 set(CMAKE_SYSTEM_NAME Linux)
 set(CMAKE_SYSTEM_PROCESSOR arm)
 set(CMAKE_CXX_COMPILER arm-linux-gnueabi-g++)
 set(CMAKE_CXX_FLAGS_INIT "-march=armv6 -marm")
 set(CMAKE_CROSSCOMPILING_EMULATOR qemu-arm-static;-cpu;arm1176;-L;/usr/arm-linux-gnueabi)
 
-# Made by scripts/armv6-sysroot.
+# Created by scripts/armv6-sysroot.
 set(HDTV_SYSROOT ${CMAKE_CURRENT_LIST_DIR}/../build/armv6-sysroot)
 set(CMAKE_FIND_ROOT_PATH ${HDTV_SYSROOT} /usr/arm-linux-gnueabi)
 set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)

@@ -8,10 +8,10 @@ install(FILES ${BOARD}/debian/sysctl.conf DESTINATION lib/sysctl.d RENAME 60-hdt
 install(FILES ${BOARD}/debian/config.json DESTINATION ${CMAKE_INSTALL_DATADIR}/hdtv)
 install(FILES ${BOARD}/debian/examples/hdtv-screen.service DESTINATION ${DOCUMENTS}/examples)
 install(PROGRAMS ${BOARD}/debian/examples/qt-webkit-kiosk DESTINATION ${DOCUMENTS}/examples)
-# What stands before wget for the service.
+# The wrapper around wget for the service.
 install(PROGRAMS ${BOARD}/debian/wget DESTINATION lib/hdtv)
 install(FILES ${BOARD}/debian/wget.conf DESTINATION /lib/systemd/system/hdtv.service.d)
-# Its precautions around a start and a stop are the unit's too.
+# The systemd unit uses its precautions around a start and a stop.
 install(PROGRAMS ${BOARD}/package/hdtv/S90hdtv DESTINATION lib/hdtv)
 install(FILES ${BOARD}/debian/copyright DESTINATION ${DOCUMENTS})
 

@@ -1,4 +1,4 @@
-# Debian has manuals and changelogs compressed, without a time stamp.
+# Debian wants man pages and changelogs compressed, without a timestamp.
 function(install_compressed source destination)
   get_filename_component(name ${source} NAME)
   set(compressed ${CMAKE_CURRENT_BINARY_DIR}/${name}.gz)

@@ -8,8 +8,8 @@ else()
   set(CMAKE_POSITION_INDEPENDENT_CODE ON)
 endif()
 
-# libevent is built so on 32-bit machines, and its headers and ours have to agree. The width of
-# time_t stays what the machine's libevent has.
+# libevent is built this way on 32-bit machines, and its headers and ours have to agree. time_t
+# stays as wide as in the machine's libevent.
 if(CMAKE_SIZEOF_VOID_P EQUAL 4)
   add_compile_definitions(_FILE_OFFSET_BITS=64)
 endif()
@@ -19,7 +19,7 @@ if(HDTV_WERROR)
   add_compile_options(-Werror)
 endif()
 
-# A build for the board is small; nothing here is so hot that -O3 would pay for its size.
+# Keep the board's build small; no code here is hot enough to justify the size of -O3.
 string(REPLACE "-O3" "-O2" CMAKE_CXX_FLAGS_RELEASE "${CMAKE_CXX_FLAGS_RELEASE}")
 
 add_compile_options(-fstack-protector-strong)

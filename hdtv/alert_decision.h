@@ -6,9 +6,9 @@
 
 /// What a display or detail alert does to the station's one alert.
 enum class alert_decision {
-    start,     ///< an alert begins: the television is taken for it
-    update,    ///< the alert that is active gets new content
-    end,       ///< the alert ends, also when none is active: the television is handed back
+    start,     ///< an alert begins: it takes over the television
+    update,    ///< the active alert gets new content
+    end,       ///< the alert ends, even if none is active: the television is handed back
     show_idle, ///< only shown, because no alert is active
     ignore,
 };

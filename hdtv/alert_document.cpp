@@ -54,9 +54,9 @@ struct escape {
     const tagbstring *replace;
 };
 
-// The order keeps the result free of double escaping: "&" before the references that bring new
-// ones, the backslash before the escapes that bring new ones. The page decodes the markup
-// characters and the quotation mark as HTML references, the rest as JSON escapes.
+// The order prevents double escaping: "&" comes before the references, which add more of them, and
+// the backslash before the escapes, which add more of those. The page decodes the markup characters
+// and the quotation mark as HTML references, the rest as JSON escapes.
 constexpr escape escapes[] = {
     {&amp, &escaped_amp},       {&lthan, &escaped_lthan},   {&gthan, &escaped_gthan},
     {&quote, &escaped_quote},   {&bslash, &escaped_bslash}, {&fslash, &escaped_fslash},

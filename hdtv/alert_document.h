@@ -7,15 +7,15 @@
 #include <span>
 #include <string_view>
 
-/// The alert document: the one line of JSON that the station page reads to know what to show. Written
-/// here and nowhere else.
+/// The alert document: the one line of JSON that tells the station page what to show. Nothing else
+/// writes it.
 
 extern int turnout_timer; ///< seconds, initially 120: how long after its start an alert expires
-extern bool log_alerts;   ///< initially true, and nothing ever clears it
+extern bool log_alerts;   ///< initially true, never cleared
 
 constexpr std::size_t unit_list_size = 4096; ///< bytes, terminating zero included
 
-/// What the page is to show. The texts are neither null nor kept.
+/// What the page should show. The texts are never null, and are not stored.
 struct alert_document {
     const char *type;                    ///< "display_alert", "hdtv_alert" or "stop_turnout"
     std::uint8_t show_turnout_timer = 0; ///< the flag byte of the message, 1 = alert on
@@ -25,8 +25,8 @@ struct alert_document {
     std::uint8_t turnout_reverse = 0;
     // NOLINTBEGIN(readability-redundant-string-init): never null, for printf
     std::string_view alert_area = ""; ///< the text; escaped on its way into the document
-    std::string_view map_url = "";    ///< written as it is
-    std::string_view units = "";      ///< as format_units has made it; written as it is
+    std::string_view map_url = "";    ///< written unescaped
+    std::string_view units = "";      ///< from format_units; written unescaped
     // NOLINTEND(readability-redundant-string-init)
 };
 
@@ -35,13 +35,13 @@ struct alert_document {
 /// bits.
 void write_alert_document(const alert_document &document);
 
-/// The same, argument by argument.
+/// The same, with separate arguments.
 void write_alert_json(const char *alert_type, std::uint8_t show_turnout_timer,
                       std::uint32_t alert_time, std::uint32_t turnout_end,
                       std::uint32_t turnout_zero, std::uint8_t turnout_reverse,
                       const char *alert_area, const char *map_url, const char *units);
 
-/// The document of an idle station: the one line of text that its page then shows.
+/// Writes the document of an idle station, whose page shows this one line of text.
 void write_status_document(const char *line);
 
 /// Fills the list with the occupied slots as JSON objects joined by commas, and zeros after them.
@@ -49,8 +49,9 @@ void format_units(std::span<const alerted_unit> units, std::span<char, unit_list
 
 void set_turnout_timer(int seconds);
 
-/// The configuration's "log_alerts". Logging is on from the start, so it can only switch on what is on.
+/// The configuration's "log_alerts". Logging is on from the start, so this can only enable what is
+/// already enabled.
 void read_log_alerts();
 
-/// Back to how the process starts.
+/// Resets this module to its initial state.
 void reset_alert_document_state();

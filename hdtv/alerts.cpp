@@ -33,7 +33,7 @@ void end_alert() {
     is_alert_active = false;
 }
 
-// The only way into an alert and out of it.
+// All alerts start and end here.
 void carry_out(alert_decision decision) {
     if (decision == alert_decision::start) {
         wake_television_and_start_alert();
@@ -96,7 +96,7 @@ void handle_detail_alert(const detail_alert &alert, const gateway_message &datag
     if (decision == alert_decision::start) {
         save_turnout_values(alert);
     }
-    // An ignored message has already left its text and its units for the next map address.
+    // An ignored message has already stored its text and its units for the next map address.
     list_units(alert);
     if (decision == alert_decision::ignore) {
         return;

@@ -3,8 +3,8 @@
 #include "hdtv/alert_document.h"
 #include "hdtv/messages.h"
 
-/// The alert: when it starts and ends, which units it calls, what the page shows. The turnout timer has
-/// been set from the message before each of these is called.
+/// The alert: when it starts and ends, which units it calls, what the page shows. The caller has
+/// already set the turnout timer from the message.
 
 extern char unit_str[unit_list_size]; ///< the units of the last detail alert as JSON objects
 
@@ -13,19 +13,19 @@ extern char unit_str[unit_list_size]; ///< the units of the last detail alert as
 /// wakes.
 void handle_display_alert(const display_alert &alert);
 
-/// Type 38. Nothing is left to do.
+/// Type 38. The timer is already set; nothing else to do.
 void handle_hdtv_alert(const hdtv_alert &alert);
 
-/// Type 51. As the display alert, with units and turnout values. The length field alone decides
-/// whether the text is empty; what is shown is the text up to its zero byte. The message itself is kept
+/// Type 51. Like the display alert, with units and turnout values. The length field alone decides
+/// whether the text is empty; the text shown runs up to its zero byte. The message itself is stored
 /// for a map address that may follow.
 void handle_detail_alert(const detail_alert &alert, const gateway_message &datagram);
 
-/// Type 52. Shows the last detail alert (an ignored one too) with a map, while an alert is active.
+/// Type 52. Shows the last detail alert (even an ignored one) with a map, while an alert is active.
 void handle_set_map_url(const set_map_address &map);
 
 /// No units.
 void clear_unit_list();
 
-/// Back to how the process starts.
+/// Resets this module to its initial state.
 void reset_alert_state();

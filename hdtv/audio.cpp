@@ -27,7 +27,7 @@ void set_routing(const_bstring device) {
     start_mixer({"amixer", "cset", "numid=3", is_headphones ? "1" : "0"});
 }
 
-// The percent sign is appended whatever the value ends with.
+// The percent sign is always appended, whatever the value ends with.
 void set_volume(bstring volume) {
     if (volume != nullptr) {
         bconchar(volume, '%');

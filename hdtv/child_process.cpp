@@ -10,7 +10,7 @@ namespace {
 
 constexpr std::size_t most_arguments = 15;
 
-// exec takes pointers to writable characters, and writes none of them.
+// exec takes pointers to writable characters, but never writes to them.
 using argument_vector = std::array<char *, most_arguments + 1>;
 
 argument_vector make_argument_vector(std::initializer_list<const char *> arguments) {
@@ -37,7 +37,7 @@ pid_t start_program(const char *path, std::initializer_list<const char *> argume
     if (before_exec != nullptr) {
         before_exec();
     }
-    // The service ignores SIGPIPE; the programs that it starts are not to inherit that.
+    // The service ignores SIGPIPE; the programs that it starts must not inherit that.
     std::signal(SIGPIPE, SIG_DFL);
     execv(path, argv.data());
     _exit(0);

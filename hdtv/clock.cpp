@@ -23,7 +23,7 @@ void look_for_first_address() {
     }
     const char *address = take_first_address();
     if (address != nullptr) {
-        restart_browser(); // with the proxy or without it, as has just been decided
+        restart_browser(); // with or without the proxy, as just decided
         write_status_document(address);
     }
 }

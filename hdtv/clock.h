@@ -1,16 +1,16 @@
 #pragma once
 
-/// The two short timers. Each callback arms its own timer again at its end, so work that blocks
-/// stretches the period and nothing is made up for.
+/// The two short timers. Each callback rearms its own timer when it finishes, so blocking work
+/// stretches the period, and missed ticks are not made up for.
 
-/// The clock tick: 1 second, at first and ever after.
+/// The clock tick: every second.
 void start_clock_timer();
 
-/// The power tick: 5 seconds.
+/// The power tick: every 5 seconds.
 void start_power_timer();
 
-/// Starts the browser again when its process is gone, spends a kick of the watchdog's budget, and
-/// until the unit has had an address looks for the first one. The arguments are not used.
+/// Restarts the browser if its process is gone, spends one kick of the watchdog's budget, and looks
+/// for the unit's first address until there is one. The arguments are not used.
 void clock_fn(int fd, short event, void *arg);
 
 /// Asks the television for its power status. The arguments are not used.

@@ -1,5 +1,5 @@
 #pragma once
 
-/// Says on standard error, in one line, what has failed and the reason that errno names. For faults
-/// that leave a part of the service dead: standard output holds the system's own lines and no others.
+/// Reports on standard error, in one line, what failed and why (from errno). For faults that leave
+/// a part of the service dead: standard output is reserved for the service's regular lines.
 void complain(const char *what);

@@ -15,7 +15,7 @@
 
 namespace {
 
-// The first 4095 bytes of the file, up to their first zero byte; empty when it cannot be read.
+// The first 4095 bytes of the file, up to their first zero byte; empty if it cannot be read.
 bstr_owner read_config(const char *file) {
     std::array<char, 4096> buffer{};
     const int fd = open(file, O_RDONLY);
@@ -34,7 +34,8 @@ void replace_member(bstring cfg, const char *option, const char *old_value, cons
     bfindreplace(cfg, find.get(), repl.get(), 0);
 }
 
-// Before every closing brace but one at the very start; an empty object so gets a leading comma.
+// Adds it before every closing brace except one at the very start; in an empty object it gets a
+// leading comma.
 void insert_member(bstring cfg, const char *option, const char *value) {
     const bstr_owner member(bformat(",\"%s\":\"%s\"", option, value));
     for (int i = cfg->slen - 1; i >= 1; --i) {

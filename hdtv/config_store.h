@@ -3,18 +3,18 @@
 #include "bstrlib/bstrlib.h"
 
 /// The unit's settings: a flat JSON object of string members in one small file. It is read and
-/// changed as text, by the exact pattern "key":"value" without blanks; the first match wins.
+/// changed as text, by the exact pattern "key":"value" without spaces; the first match wins.
 
 constexpr const char *config_file = "/var/www/config.json";
 
 /// The value of parameter in json_obj, or null. The caller releases it.
 bstring get_from_json(const_bstring json_obj, const char *parameter);
 
-/// The value of option in the first 4095 bytes of file, or null when the file is missing or empty
-/// or has no such member. The caller releases it.
+/// The value of option in the first 4095 bytes of file, or null if the file is missing or empty or
+/// has no such member. The caller releases it.
 bstring get_config_option(const char *file, const char *option);
 
 /// Changes the member, or adds it before every closing brace. An unchanged value writes nothing;
 /// otherwise the root file system is remounted read-write around the write, blocking. The file is
-/// neither created nor truncated, so a shorter text leaves the old tail behind it.
+/// neither created nor truncated, so a shorter text leaves the tail of the old one after it.
 void set_config_option(const char *file, const char *option, const char *value);

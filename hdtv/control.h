@@ -2,6 +2,6 @@
 
 #include "hdtv/messages.h"
 
-/// Type 123: a small JSON object, looked up as text, that may ask for an audio clip and may name the
-/// gateway; the clip first. Blocks until some child has ended when a clip is fetched.
+/// Type 123: a small JSON object, searched as text, that may request an audio clip and may name the
+/// gateway, handled in that order. If a clip is fetched, blocks until any child has ended.
 void handle_json_control(const json_control &control);

@@ -6,7 +6,7 @@ pid_t udhcpc_pid;
 
 void setup_dhcp_background_process() {
     run_program("/usr/bin/killall", {"killall", "-9", "udhcpc"});
-    // 30 discovery requests, 30 seconds until the next round, done once there is an address.
+    // 30 discovery requests, 30 seconds between rounds, exit once there is an address.
     udhcpc_pid = start_program("/sbin/udhcpc", {"udhcpc", "-t", "30", "-A", "30", "-q"});
 }
 

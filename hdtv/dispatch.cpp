@@ -51,7 +51,7 @@ void take_settings(const hdtv_settings &settings) {
     turn_page(settings.quarter_turns);
 }
 
-// Reads the message, and calls what acts on its value.
+// Reads the message and calls its handler.
 void act_on(const gateway_message &message, const message_sender &sender) {
     using protocol::message_type;
     switch (static_cast<message_type>(message.byte(0))) {

@@ -2,6 +2,6 @@
 
 #include "hdtv/messages.h"
 
-/// Does what the message asks for, by its type byte; a type that does not count on this channel does
-/// nothing. Then, whatever the type, the web watchdog step. Nothing is reported.
+/// Handles the message according to its type byte; a type that is not valid on this channel does
+/// nothing. Then, whatever the type, runs the web watchdog step. Returns no result.
 void dispatch_message(const gateway_message &message, channel from, const message_sender &sender);

@@ -1,13 +1,13 @@
 #pragma once
 
-/// The unit's first address on the network. Its loss or change later is not looked at, nor is the proxy
-/// again.
+/// The unit's first address on the network. Losing or changing it later has no effect, and the
+/// proxy is not tested again.
 
-extern bool has_ip_address; ///< eth0 has had an address; never cleared, and written here alone
+extern bool has_ip_address; ///< eth0 has had an address; never cleared, and written only here
 
-/// Looks whether eth0 has an address, and with one decides whether the proxy is used. Returns the
-/// dotted text, good until the next call, or null when there is none.
+/// Checks whether eth0 has an address, and if so decides whether to use the proxy. Returns the
+/// dotted text, valid until the next call, or null if there is none.
 const char *take_first_address();
 
-/// Back to how the process starts.
+/// Resets this module to its initial state.
 void reset_first_address_state();

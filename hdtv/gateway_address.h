@@ -4,17 +4,17 @@
 
 #include <netinet/in.h>
 
-/// The alerting gateway's address, as the station page is to know it.
+/// The alerting gateway's address, as published for the station page.
 
-extern bstring current_gateway; ///< dotted IPv4 text; null until it is learnt. Written here alone
+extern bstring current_gateway; ///< dotted IPv4 text; null until it is known. Written only here
 
-/// Takes the peer of the first connection as the gateway, publishes it and says so. Does nothing
-/// once an address is known, or while the unit is behind the station's proxy.
+/// Takes the peer of the first connection as the gateway, publishes it and prints it. Does nothing
+/// if an address is already known, or while the unit is behind the station's proxy.
 void learn_gateway(in_addr peer);
 
-/// Takes this text as the gateway's address, whatever was known before, publishes it with the unit's
-/// hardware address in "/dev/shm/current_gateway" and says so.
+/// Sets the gateway's address, replacing any known one, publishes it with the unit's hardware
+/// address in "/dev/shm/current_gateway" and prints it.
 void set_gateway(const char *address);
 
-/// Back to how the process starts.
+/// Resets this module to its initial state.
 void reset_gateway_address_state();

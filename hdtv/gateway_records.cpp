@@ -78,7 +78,7 @@ void send_gratuitous_rollcall_reply() {
     sockaddr_in sa{};
     sa.sin_family = AF_INET;
     sa.sin_port = htons(protocol::record_port);
-    // A text that is no address leaves 0.0.0.0.
+    // A text that is not an address leaves 0.0.0.0.
     inet_pton(AF_INET, address, &sa.sin_addr);
     if (connect(fd, reinterpret_cast<const sockaddr *>(&sa), sizeof sa) >= 0) {
         std::ignore = write(fd, datagram.data(), datagram.size());

@@ -11,11 +11,11 @@
 #include "hdtv/proxy.h"           // IWYU pragma: export
 #include "hdtv/watchdog.h"        // IWYU pragma: export
 
-/// The whole of the service's module-level state, for those who look at all of it: tests and fuzzers. Each
-/// variable is declared by the file that owns it, written by that file alone, and lives as long as the
-/// process. All of it belongs to the one thread that runs start-up and the event callbacks.
+/// All of the service's module-level state, for tests and fuzzers. Each variable is declared by the
+/// file that owns it, written by that file alone, and lives as long as the process. All of it
+/// belongs to the one thread that runs start-up and the event callbacks.
 
-// These names belong to the state and nothing uses them: they are declared, and never defined.
+// These names are part of the state, but nothing uses them: they are declared and never defined.
 extern bool use_large_map;
 extern const char *last_url_str;
 extern bstring last_url_bstr;

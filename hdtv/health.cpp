@@ -28,7 +28,7 @@ constexpr std::string_view nic_vendor = "0424:"; // USB vendor id of the network
 
 event fb_time_event;
 
-// Hands over each line of what the command prints, at most 4095 bytes at a time. False when the
+// Calls back for each line of the command's output, at most 4095 bytes at a time. False if the
 // command cannot be started.
 template <typename line_taker> bool for_each_line(const char *command, const line_taker &take) {
     std::FILE *pipe = popen(command, "r");
@@ -44,8 +44,8 @@ template <typename line_taker> bool for_each_line(const char *command, const lin
     return true;
 }
 
-// The mode of a status line, the text between the first ", " behind the marker and the next blank;
-// empty when the line holds none.
+// The mode in a status line: the text between the first ", " after the marker and the next space;
+// empty if the line contains none.
 std::string_view find_mode(std::string_view line) {
     const auto marker = line.find(status_marker);
     if (marker == std::string_view::npos) {
@@ -88,7 +88,7 @@ void check_display() {
 }
 
 void check_network() {
-    // A list that cannot be had is no proof that the interface is missing.
+    // If the list cannot be read, that does not prove that the interface is missing.
     if (eth0_is_present() != 0) {
         return;
     }
@@ -116,7 +116,7 @@ bstring get_fb_resolution() {
     for_each_line(mode_query, [&](std::string_view line) {
         const std::string_view found = find_mode(line);
         if (!found.empty()) {
-            // The last line wins. An earlier match is not released: one line is expected.
+            // The last line wins. An earlier match is a deliberate leak, see architecture.md.
             mode = blk2bstr(found.data(), static_cast<int>(found.size()));
         }
     });

@@ -33,7 +33,7 @@ struct stored_rotation {
 };
 constexpr stored_rotation stored_rotations[] = {{"90", 90}, {"180", 180}, {"270", 270}};
 
-// Any pid but 0 is signalled, also the -1 that a failed fork left: that reaches every process.
+// Any pid but 0 is signaled, even the -1 left by a failed fork, which reaches every process.
 void stop_browser() {
     if (kiosk_pid != 0) {
         kill(kiosk_pid, SIGKILL);
@@ -41,13 +41,13 @@ void stop_browser() {
     }
 }
 
-// Takes over the record.
+// Takes ownership of the record.
 void replace_url(bstring page) {
     bdestroy(url);
     url = page;
 }
 
-// The suffix is appended as it stands, also to an address that already holds a query.
+// The suffix is appended as is, even to an address that already contains a query.
 bstr_owner make_launch_address(const_bstring address) {
     bstr_owner launch(bstrcpy(address));
     if (rotation > 0) {
@@ -56,7 +56,7 @@ bstr_owner make_launch_address(const_bstring address) {
     return launch;
 }
 
-// In the child, between fork and exec. The browser never outlives the service.
+// Runs in the child, between fork and exec. The browser never outlives the service.
 void enter_browser_fn() {
     prctl(PR_SET_PDEATHSIG, SIGKILL);
     write_once(STDOUT_FILENO, use_oru_proxy ? "Starting qt-webkit-kiosk using proxy\n"

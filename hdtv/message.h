@@ -14,12 +14,12 @@ struct message_sender {
     socklen_t size = sizeof(sockaddr_in);
 };
 
-/// A received message: its 4096 bytes, zero beyond what was received, and a terminator after them
-/// that no receive can overwrite. Every position that lies outside reads as zero or as the empty
-/// text: whatever the bytes say, nothing else is ever touched.
+/// A received message: a buffer of 4096 bytes, zero beyond what was received, and a terminator
+/// after them that no receive can overwrite. Every position outside reads as zero or as the empty
+/// text: whatever the bytes say, nothing else is ever accessed.
 class gateway_message {
   public:
-    /// Where a receive puts the message: room for protocol::message_capacity bytes.
+    /// The receive buffer: room for protocol::message_capacity bytes.
     unsigned char *receive_area() {
         return bytes_.data();
     }
@@ -52,7 +52,7 @@ class gateway_message {
         return position >= 0 && position < protocol::message_capacity;
     }
 
-    // The terminator's place for everything outside.
+    // Any position outside maps to the terminator.
     static int start_of(int position) {
         return is_inside(position) ? position : protocol::message_capacity;
     }

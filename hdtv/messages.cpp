@@ -28,7 +28,7 @@ display_alert read_display_alert(const gateway_message &message) noexcept {
     namespace layout = protocol::display_alert;
     const int trailer = layout::text + message.number(layout::text_length);
     display_alert alert = {message.byte(layout::flag), message.text(layout::text), std::nullopt};
-    // Only a length that fits exactly says that there is a trailer.
+    // There is a trailer only if the length fits exactly.
     if (message.size() == trailer + layout::trailer_size) {
         alert.turnout = message.number(trailer);
         const auto length = static_cast<std::size_t>(trailer - layout::text);

@@ -8,15 +8,15 @@
 #include <optional>
 #include <string_view>
 
-/// What the gateway's messages say: each reader turns the bytes of one message type into a value, and
-/// acts on nothing. Any bytes of any length give a value; what lies beyond the message reads as zeros.
-/// The texts are views into the message, which has to outlive the value.
+/// Parsers for the gateway's messages: each turns the bytes of one message type into a value,
+/// without side effects. Any bytes of any length yield a value; bytes beyond the message read as
+/// zeros. The texts are views into the message, which has to outlive the value.
 
-/// Where a message came in.
+/// The channel on which a message arrived.
 enum class channel { tcp, udp };
 
-/// Whether a message of this type counts on this channel. Types 46 and 52 count on TCP only and type 1
-/// on UDP only, on purpose; unknown types count nowhere.
+/// Whether a message of this type is valid on this channel. Deliberately, types 46 and 52 are valid
+/// on TCP only and type 1 on UDP only; unknown types are valid nowhere.
 bool counts_on(std::uint8_t type, channel from) noexcept;
 
 struct display_alert {

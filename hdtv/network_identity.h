@@ -2,9 +2,10 @@
 
 #include <netinet/in.h>
 
-/// Who the unit is on the station network: the addresses of the interface "eth0", and only of it.
+/// The unit's identity on the station network: the addresses of the interface "eth0", and of no
+/// other.
 
-/// Writes the 6 bytes of the hardware address to buf; zeros when there is no eth0.
+/// Writes the 6 bytes of the hardware address to buf; zeros if there is no eth0.
 void get_mac_address(unsigned char *buf);
 
 /// The IPv4 address in network order, or 0 when eth0 has none. Of several records named "eth0"

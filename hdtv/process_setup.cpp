@@ -8,15 +8,16 @@
 
 namespace {
 
-// The longest line is that of a configuration of 4095 bytes that are closing braces, each with a new
-// member before it: 74 KB. The longest document has 36 KB. What is never printed is never paged in.
+// The longest line is a configuration of 4095 closing braces, each with a new member before it: 74
+// KB. The longest document has 36 KB. Unused parts of the buffer are never paged in.
 constexpr std::size_t longest_line = std::size_t{80} * 1024;
 
 void open_if_closed(int descriptor) {
     if (fcntl(descriptor, F_GETFD) >= 0) {
         return;
     }
-    // The lowest free one: descriptor itself, or standard input, which is left as it was.
+    // open returns the lowest free descriptor: this one, or standard input, which is left as it
+    // was.
     const int fd = open("/dev/null", O_RDWR);
     if (fd >= 0 && fd != descriptor) {
         dup2(fd, descriptor);
@@ -25,7 +26,8 @@ void open_if_closed(int descriptor) {
 }
 
 void buffer_whole_lines() {
-    // The size counts only with a buffer: without one it is the terminal's or the file's block size.
+    // The size is used only with an explicit buffer: without one it is the terminal's or the file's
+    // block size.
     static char buffer[longest_line];
     std::setvbuf(stdout, buffer, _IOLBF, sizeof buffer);
 }

@@ -1,10 +1,13 @@
 #pragma once
 
-/// What the service counts on, whatever its starter has left behind. Before anything is opened.
+/// Sets up what the service relies on, whatever its parent process left behind. Call before
+/// anything is opened.
 ///
-/// - Standard output and standard error exist: a descriptor that takes the place of one that was closed,
-///   the watchdog's above all, would receive every printed line. (Standard input is not filled.)
-/// - Every line leaves in one write and at once, whether standard output is a console, a pipe or a file.
+/// - Standard output and standard error exist: otherwise another descriptor, above all the
+///   watchdog's, would take the number of a closed one and receive every printed line. (Standard
+///   input is not opened.)
+/// - Every line is output immediately in one write, whether standard output is a console, a pipe or
+///   a file.
 /// - A reader or a peer that goes away does not end the service by SIGPIPE.
-/// - Children stay until they are waited for, so SIGCHLD is not ignored.
+/// - Children remain until they are waited for, so SIGCHLD is not ignored.
 void prepare_process();

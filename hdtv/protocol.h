@@ -2,9 +2,9 @@
 
 #include <cstdint>
 
-/// The gateway's messages and the records sent back to it, as they lie on the wire. One receive is
-/// one message; byte 0 is its type; 16-bit numbers are big-endian; texts run to the first zero
-/// byte. docs/protocol.md tells it to integrators.
+/// The wire format of the gateway's messages and of the records sent back to it. One receive is one
+/// message; byte 0 is its type; 16-bit numbers are big-endian; texts run to the first zero byte.
+/// docs/protocol.md describes it for integrators.
 namespace protocol {
 
 constexpr int version = 47;
@@ -39,7 +39,7 @@ constexpr int trailer_size = 2; ///< the turnout timer, present when the length 
 } // namespace display_alert
 
 namespace hdtv_alert {
-constexpr int turnout_timer_from_end = 5; ///< 16 bits, counted back from the end of the message
+constexpr int turnout_timer_from_end = 5; ///< 16 bits, offset from the end of the message
 } // namespace hdtv_alert
 
 namespace set_date {
@@ -57,7 +57,7 @@ constexpr int quarter_turns = 1;
 namespace detail_alert {
 constexpr int flag = 1;
 constexpr int unit_slots = 16;
-constexpr int unit_colors = 4; ///< one byte a slot; 0: the slot is empty
+constexpr int unit_colors = 4; ///< one byte per slot; 0: the slot is empty
 constexpr int unit_names = 20;
 constexpr int unit_name_size = 32; ///< zero included
 constexpr int turnout_end = 532;   ///< 16 bits

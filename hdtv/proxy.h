@@ -1,16 +1,16 @@
 #pragma once
 
-/// The station's web proxy, which the browser uses where it answers.
+/// The station's web proxy, which the browser uses if it answers.
 
-extern bool use_oru_proxy; ///< the browser is to use it; written here alone
+extern bool use_oru_proxy; ///< whether the browser uses it; written only here
 
-/// Whether 10.87.33.1 accepts a connection on port 3128. Blocks for the connect, at most for two
-/// SYN retransmissions. Prints what it found.
+/// Whether 10.87.33.1 accepts a connection on port 3128. Blocks for the connect, for at most two
+/// SYN retransmissions. Prints the result.
 bool detect_proxy();
 
-/// Sets use_oru_proxy for a unit with this dotted address: only on the gateway network, and only
-/// when the proxy answers.
+/// Sets use_oru_proxy for a unit with this dotted address: only on the gateway network, and only if
+/// the proxy answers.
 void choose_proxy(const char *own_address);
 
-/// Back to how the process starts.
+/// Resets this module to its initial state.
 void reset_proxy_state();

@@ -61,7 +61,7 @@ sockaddr_in any_address(std::uint16_t port) {
     return sa;
 }
 
-// A channel that cannot be opened stays dead; the service serves the other one.
+// A channel that cannot be opened stays dead; the other one still works.
 int open_bound_socket(int type, const sockaddr_in &sa) {
     const bool is_tcp = type == SOCK_STREAM;
     const int fd = socket(AF_INET, type, 0);

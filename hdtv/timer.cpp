@@ -15,7 +15,7 @@ timeval from_now(const event &timer, int seconds) {
     return {seconds, 0};
 }
 
-#else // libevent 2.0 cannot be told: what it is behind is added to the period.
+#else // libevent 2.0 has no such call: add the loop's lag to the period.
 
 timeval monotonic_now() {
     timespec now{};
@@ -35,8 +35,8 @@ timeval from_now(const event &timer, int seconds) {
     event_base_gettimeofday_cached(event_get_base(&timer), &cached);
     gettimeofday(&now, nullptr);
     timeval behind = time_between(cached, now);
-    // These are times of day, which a set-date message changes; a loop that woke up for this timer
-    // cannot be further behind than the timer is overdue.
+    // These are wall-clock times, which a set-date message changes; a loop that woke up for this
+    // timer cannot lag further behind than the timer is overdue.
     const timeval overdue = time_between(timer.ev_timeout, monotonic_now());
     if (timercmp(&overdue, &behind, <)) {
         behind = overdue;

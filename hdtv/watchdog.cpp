@@ -15,7 +15,7 @@ namespace {
 constexpr const char *device_path = "/dev/watchdog";
 constexpr const char *liveness_path = "/dev/shm/web_watchdog";
 constexpr int hardware_timeout = 15; // seconds
-constexpr int full_budget = 900;     // kicks, one a second
+constexpr int full_budget = 900;     // kicks, one per second
 constexpr int staleness_limit = 300; // seconds
 
 } // namespace

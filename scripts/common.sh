@@ -1,33 +1,33 @@
 # shellcheck shell=bash disable=SC2034
-# Sourced by the commands of this folder: what they share.
+# Shared functions, sourced by the commands in this directory.
 
 top=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
-# Debian's own Python is the one that Debian's Python packages belong to.
+# Debian's Python packages are installed for Debian's own Python.
 python=/usr/bin/python3
 
-# What it takes to build the service and to run the simulated station.
+# Needed to build the service and to run the simulated station.
 station_packages=(
     alsa-utils chromium chromium-driver cmake dnsmasq-base fonts-liberation g++ iproute2 libcli11-dev
     libevent-dev libgtest-dev lighttpd net-tools ninja-build pkg-config procps psmisc python3
     python3-selenium udhcpc util-linux wget
 )
 
-# What it takes to build for the board, and to run that here.
+# Needed to build for the board, and to run the result here.
 armv6_packages=(cmake g++-arm-linux-gnueabi libgtest-dev ninja-build pkg-config qemu-user-static)
 
-# What it takes to make the Debian package, and what that needs where it is installed.
+# Needed to build the Debian package, and the package's own dependencies.
 package_packages=(
     adduser alsa-utils cmake dpkg-dev file g++ libcli11-dev libevent-dev lighttpd lintian net-tools ninja-build
     pkg-config psmisc udhcpc usbutils wget
 )
 
-# What it takes to run whole machines.
+# Needed to run whole machines.
 machine_packages=(
     "${package_packages[@]}" busybox-static cpio e2fsprogs kmod man-db python3-pytest
     python3-pytest-timeout python3-pytest-xdist qemu-system-arm qemu-system-x86 systemd-sysv v4l-utils
 )
 
-# install_packages PACKAGE...  Installs what is missing, and does nothing when nothing is.
+# install_packages PACKAGE...  Installs the missing ones, if any.
 install_packages() {
     local package missing=()
     for package in "$@"; do
@@ -36,7 +36,7 @@ install_packages() {
     done
     [ ${#missing[@]} -gt 0 ] || return 0
     if [ "$(id -u)" -ne 0 ]; then
-        echo "These packages are missing, and only root can install them: ${missing[*]}" >&2
+        echo "Packages are missing, and installing them requires root: ${missing[*]}" >&2
         exit 1
     fi
     echo "Installing ${missing[*]}" >&2
@@ -45,7 +45,7 @@ install_packages() {
         apt-get install -qq -y --no-install-recommends "${missing[@]}" >/dev/null
 }
 
-# add_architecture NAME  So that packages of another architecture can be had.
+# add_architecture NAME  Makes packages of another architecture available.
 add_architecture() {
     dpkg --print-foreign-architectures | grep -qx "$1" && return
     dpkg --add-architecture "$1"
@@ -57,7 +57,7 @@ download_packages() {
     local directory=$1 archives result=0
     shift
     archives=$(mktemp -d)
-    # The downloader gives up its privilege, and has to reach the directory.
+    # The downloader drops its privileges, and needs access to the directory.
     chmod 755 "$archives"
     (cd "$archives" && apt-get download -qq "$@" 2>/dev/null) ||
         (apt-get update -qq && cd "$archives" && apt-get download -qq "$@") || result=1
@@ -74,7 +74,7 @@ build() {
         cmake --build --preset "$preset" ${1:+--target "$@"})
 }
 
-# run_bench NAME [ARGUMENT...]  Builds what the measurements need and runs bench/NAME.py.
+# run_bench NAME [ARGUMENT...]  Builds what the benchmarks need and runs bench/NAME.py.
 run_bench() {
     local name=$1
     shift

@@ -1,10 +1,10 @@
-/* The alert document: from the bytes of the file to an object that can be trusted, or to nothing. */
+/* The alert document: turns the bytes of the file into a validated object, or into nothing. */
 var alert_document = (function () {
     'use strict';
 
     var NAMED = { amp: '&', lt: '<', gt: '>', quot: '"', apos: "'" };
 
-    /* The file is read as "x-user-defined", which keeps each byte: the upper half comes as U+F780
+    /* The file is read as "x-user-defined", which preserves each byte: the upper half maps to U+F780
        to U+F7FF. */
     function to_bytes(response) {
         return response.replace(/[\uf780-\uf7ff]/g, function (character) {
@@ -12,8 +12,8 @@ var alert_document = (function () {
         });
     }
 
-    /* Each text by itself, because a unit's name may be cut within a character: UTF-8, and Latin-1
-       where it is not that. */
+    /* Decodes each text separately, because a unit's name may be cut within a character: UTF-8, or
+       Latin-1 if it is not valid UTF-8. */
     function decode_text(bytes) {
         try {
             return decodeURIComponent(escape(bytes));
@@ -31,7 +31,7 @@ var alert_document = (function () {
         return code > 0 && code < 0x10000 ? String.fromCharCode(code) : reference;
     }
 
-    /* One pass, so that what was written as "&amp;lt;" reads "&lt;". */
+    /* In one pass, so that "&amp;lt;" becomes "&lt;". */
     function decode_references(text) {
         return text.replace(/&(#[0-9]+|#[xX][0-9a-fA-F]+|[a-z]+);/g, decode_reference);
     }
@@ -71,7 +71,7 @@ var alert_document = (function () {
             Array.isArray(value.units) && value.units.every(is_unit);
     }
 
-    /* Only such an address is ever followed; anything else could be a script. */
+    /* Only these addresses are ever followed; anything else could be a script. */
     function web_address(text) {
         return /^https?:\/\//i.test(text) ? text : '';
     }
@@ -95,8 +95,8 @@ var alert_document = (function () {
         };
     }
 
-    /* Null for what is empty, cut off, not JSON or not an alert document. Control characters are
-       taken as blanks: the service passes on those of a message, and JSON allows none. */
+    /* Null if it is empty, truncated, not JSON or not an alert document. Control characters are
+       treated as spaces: the service passes them on from messages, but JSON does not allow them. */
     function read(response) {
         var values;
         try {

@@ -1,6 +1,6 @@
 #!/bin/sh
-# The station page says that it is polling and drawing. The header keeps other pages from saying so,
-# and the host name a copy of the page that is not the television's.
+# The station page reports that it is polling and drawing. The header keeps other pages from doing
+# so, and the host name keeps out copies of the page that are not on the television.
 if [ "$REQUEST_METHOD" = POST ] && [ "$HTTP_X_STATION_PAGE" = alive ] && [ "$HTTP_HOST" = 127.0.0.1 ]
 then
     touch /dev/shm/web_watchdog

@@ -1,11 +1,11 @@
-/* The page's size, its rotation, and texts as large as their boxes allow. */
+/* The page's size, its rotation, and fitting texts to their boxes. */
 var layout = (function () {
     'use strict';
 
-    /* Below this part of the page's height a long word is broken rather than everything shrunk. */
+    /* Below this fraction of the page's height, break long words instead of shrinking the text. */
     var SMALLEST_UNBROKEN = 0.05;
 
-    /* In degrees, clockwise. The service appends "?rotation=" also behind another query. */
+    /* In degrees, clockwise. The service appends "?rotation=" even after another query. */
     function rotation() {
         var found = /[?&]rotation=([0-9]+)/.exec(window.location.search);
         return found ? Math.round(parseInt(found[1], 10) / 90) * 90 % 360 : 0;
@@ -52,7 +52,7 @@ var layout = (function () {
         return low;
     }
 
-    /* Sets the element's font to the largest that its box can hold, up to a part of its height. */
+    /* Sets the element's font to the largest that fits its box, up to a fraction of its height. */
     function fit(element, part_of_height) {
         var limit = Math.floor(element.clientHeight * part_of_height),
             page_height = document.getElementById('page').clientHeight;

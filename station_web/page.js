@@ -1,4 +1,4 @@
-/* The station page: polls the alert document, draws what it says, and says that it is alive. */
+/* The station page: polls the alert document, draws it, and reports that it is alive. */
 var station_page = (function () {
     'use strict';
 
@@ -11,15 +11,15 @@ var station_page = (function () {
     var state = {
         response: '', /* the last one that could be read and was not "stop_turnout" */
         stopped: 0,   /* start of the alert whose turnout timer has been stopped */
-        address: ''   /* what an idle station shows */
+        address: ''   /* shown by an idle station */
     };
     var shown = null; /* the document of that response */
     var is_new = true;
-    var answered = null, readable = null, reported = null; /* when that was last so */
+    var answered = null, readable = null, reported = null; /* when each last happened */
     var readable_date = null;
     var started;
 
-    /* Not the time of day, which the gateway may set at any moment. */
+    /* Not the time of day, because the gateway may set the clock at any moment. */
     function now() {
         return window.performance && performance.now ? performance.now() : Date.now();
     }
@@ -29,12 +29,12 @@ var station_page = (function () {
         return time !== null && age >= 0 && age < limit;
     }
 
-    /* What a restarted browser needs if the document says no more than "stop_turnout". */
+    /* What a restarted browser needs if the document says only "stop_turnout". */
     function remember() {
         try {
             window.localStorage.setItem(MEMORY, JSON.stringify(state));
         } catch (error) {
-            /* Then a restart forgets; nothing else depends on it. */
+            /* A restart will not remember it; nothing else depends on it. */
         }
     }
 
@@ -45,7 +45,7 @@ var station_page = (function () {
         } catch (error) {
             /* Nothing to recall. */
         }
-        /* Every page of this machine's address may have written there, and anything. */
+        /* Any page from this machine's address may have written anything there. */
         if (memory !== null && typeof memory === 'object') {
             state.response = typeof memory.response === 'string' ? memory.response : '';
             state.stopped = typeof memory.stopped === 'number' ? memory.stopped : 0;
@@ -59,7 +59,7 @@ var station_page = (function () {
             typeof text === 'string' && /^[0-9]+(\.[0-9]+){3}$/.test(text);
     }
 
-    /* "stop_turnout" tells nothing of the alert, so what is shown stays. */
+    /* "stop_turnout" contains nothing else about the alert, so the page keeps what it shows. */
     function stop_turnout() {
         if (shown === null) {
             recall();
@@ -101,7 +101,7 @@ var station_page = (function () {
         readable_date = new Date();
     }
 
-    /* Each poll begins when the one before has ended, one way or another. */
+    /* Each poll begins after the previous one has ended, one way or another. */
     function poll() {
         var request = new XMLHttpRequest(), has_ended = false, limit;
         function end() {
@@ -128,8 +128,8 @@ var station_page = (function () {
         request.send();
     }
 
-    /* The unit resets itself when this file grows old, so it is asked for from the drawing loop and
-       only while the polls are answered. The header is what no other page can send. */
+    /* The unit resets itself when the liveness file grows old, so this is requested from the drawing
+       loop and only while the polls are answered. No other page can send this header. */
     function report_alive() {
         var request;
         if (is_within(reported, ALIVE) || !is_within(answered, UNREADABLE)) {
@@ -178,7 +178,7 @@ var station_page = (function () {
         report_alive();
     }
 
-    /* Only a browser that really draws gets here again. */
+    /* Only a browser that really draws calls this again. */
     function draw_forever() {
         var request_frame = window.requestAnimationFrame || window.webkitRequestAnimationFrame ||
             function (action) { action(); };
@@ -203,7 +203,7 @@ var station_page = (function () {
 
     return {
         start: start,
-        drawn: null /* the last document that the screen follows, as it was read */
+        drawn: null /* the last document drawn on the screen, as it was read */
     };
 }());
 

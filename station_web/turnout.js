@@ -1,4 +1,4 @@
-/* The turnout timer: what an alert's five values read at a moment. */
+/* The turnout timer: its reading at a given moment, from an alert's five values. */
 var turnout = (function () {
     'use strict';
 
@@ -10,7 +10,7 @@ var turnout = (function () {
     /* Null while there is nothing to show. The document's times are 32 bits and wrap. */
     function read(alert, seconds_since_1970) {
         var length = (alert.expiration - alert.start) >>> 0,
-            /* A clock that was set back does not stretch the time that is left. */
+            /* Setting the clock back does not extend the remaining time. */
             elapsed = Math.max(0, seconds_since_1970 - alert.start),
             zero = zero_point(alert, length);
         if (alert.flag !== 1 || alert.start === 0 || elapsed >= length) {

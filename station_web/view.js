@@ -1,8 +1,8 @@
-/* Puts what is to be seen on the page. Texts of a document only ever become text nodes. */
+/* Draws the page. A document's texts only ever become text nodes. */
 var view = (function () {
     'use strict';
 
-    /* The colours of the units, 1 to 16, and whether their names stand in black. */
+    /* The colors of the units, 1 to 16, and whether their names are drawn in black. */
     var PALETTE = [
         ['#d32f2f', false], /* 1 red */
         ['#1e63d0', false], /* 2 blue */
@@ -19,13 +19,13 @@ var view = (function () {
         ['#283593', false], /* 13 navy */
         ['#7f1d1d', false], /* 14 maroon */
         ['#b0bec5', true],  /* 15 silver */
-        ['#5f6368', false]  /* 16 grey */
+        ['#5f6368', false]  /* 16 gray */
     ];
     var OTHER_COLOR = PALETTE[15];
 
     var MANY_UNITS = 6;
 
-    /* Seconds for one drift across the screen and back: together they leave no place lit for long. */
+    /* Seconds for one drift across the screen and back: together they leave no spot lit for long. */
     var DRIFT_X = 420, DRIFT_Y = 660;
 
     function element(name) {
@@ -68,7 +68,7 @@ var view = (function () {
         });
     }
 
-    /* As large as the box allows, in its middle. */
+    /* As large as the box allows, and centered. */
     function place_picture() {
         var box = element('map'), picture = box.querySelector('img'), scale;
         if (picture && picture.naturalWidth > 0) {
@@ -81,8 +81,8 @@ var view = (function () {
         }
     }
 
-    /* Most maps are pictures. What is not one is shown as a page without any rights: its scripts do
-       not run, and it reaches nothing of this page. */
+    /* Most maps are pictures. Anything else is shown as a page without any privileges: its scripts do
+       not run, and it cannot access this page. */
     function make_map(address) {
         var picture = document.createElement('img');
         picture.onload = place_picture;
@@ -100,7 +100,7 @@ var view = (function () {
 
     var drawn_map = '';
 
-    /* A map that is there stays: loading it anew would make it flicker with each new text. */
+    /* An unchanged map stays: reloading it would make it flicker with each new text. */
     function draw_map(address) {
         show('map', address !== '');
         if (address !== drawn_map) {

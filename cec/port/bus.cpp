@@ -1,5 +1,5 @@
-// The CEC port on a machine without CEC hardware: a bus that another process offers on a Unix
-// socket, in lines of text. docs/cec-bus.md describes the lines.
+// The CEC port on a machine without CEC hardware: a bus that another process provides on a Unix
+// socket, as lines of text. docs/cec-bus.md describes the lines.
 
 #include "cec/cec_codes.h"
 #include "cec/cec_port.h"
@@ -24,7 +24,7 @@ constexpr std::string_view socket_path = "/run/cec-bus.sock";
 constexpr std::size_t longest_line = 256;
 constexpr std::int32_t failure = -1;
 
-int bus = -1;                   // stays open when the bus has gone: the reader may be looking at it
+int bus = -1; // stays open after the bus is gone: the reader thread may be using it
 std::atomic<bool> is_connected; // the bus has said hello and is still there
 std::uint32_t own_logical_address;
 std::uint16_t own_physical_address;
@@ -44,7 +44,7 @@ struct bus_line {
 
 class line_reader {
   public:
-    // The next line without its line feed. Of a line that is too long the start is left in it.
+    // The next line without its line feed. If a line is too long, its start is left in it.
     line_end next(bus_line &line) {
         line.size = 0;
         bool is_too_long = false;
@@ -85,7 +85,7 @@ std::string_view part_of(std::string_view text, std::size_t from, std::size_t co
     return {text.data() + from, std::min(count, text.size() - from)};
 }
 
-// The number of exactly so many upper-case hex digits.
+// The number given by exactly so many uppercase hex digits.
 std::optional<std::uint32_t> parse_hex(std::string_view digits, std::size_t count) {
     if (digits.size() != count) {
         return std::nullopt;
@@ -159,7 +159,7 @@ bool parse_hello(std::string_view line) {
     return true;
 }
 
-// The start of it. Nothing from outside reaches a terminal as it is.
+// Shows the start of the line, escaped: untrusted bytes never reach a terminal as they are.
 void complain_about(std::string_view line) {
     constexpr std::size_t most_shown = 64;
     char shown[4 * most_shown + 1] = "";
@@ -190,17 +190,17 @@ void read_bus() {
         take_line(end, line.view());
     }
     is_connected = false;
-    std::fputs("CEC bus: it has gone away\n", stderr);
+    std::fputs("CEC bus: the connection was lost\n", stderr);
     cec_television_lost();
 }
 
-// Lines to the bus. A bus that does not read is as good as gone: nothing waits for it.
+// Lines to the bus. A bus that does not read is treated as gone: nothing waits for it.
 
 __attribute__((format(printf, 1, 2))) std::int32_t write_line(const char *format, ...) {
     char text[longest_line];
     std::va_list arguments;
     va_start(arguments, format);
-    // The analyzer loses sight of va_start.
+    // The analyzer does not track va_start.
     // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized)
     const int length = std::vsnprintf(text, sizeof text, format, arguments);
     va_end(arguments);
@@ -260,7 +260,7 @@ void vc_vchi_cec_init(cec_instance /*instance*/, cec_connection ** /*connections
     const int error = start_listening_thread(read_bus);
     if (error != 0) {
         is_connected = false;
-        std::fprintf(stderr, "CEC bus: cannot start a thread for it: %s\n", std::strerror(error));
+        std::fprintf(stderr, "CEC bus: cannot start a thread: %s\n", std::strerror(error));
     }
 }
 

@@ -3,7 +3,7 @@
 // whenever a new physical address comes with a replugged cable; it also answers what the standard
 // makes mandatory. A thread turns received messages and transmit results into notifications.
 //
-// What goes wrong is told on standard error: no adapter, no link, no answer, refused.
+// Errors are reported on standard error: no adapter, no link, no answer, refused.
 
 #include "cec/cec_codes.h"
 #include "cec/cec_port.h"
@@ -36,21 +36,21 @@ constexpr std::size_t longest_osd_name = 14;
 constexpr std::time_t longest_claim = 2; // seconds
 
 int device = -1;
-// Held while another thread than the listening one uses the device.
+// Locked while a thread other than the listening one uses the device.
 pthread_mutex_t device_mutex = PTHREAD_MUTEX_INITIALIZER;
-pthread_cond_t state_changed; // the adapter has said so; on the monotonic clock
+pthread_cond_t state_changed; // signaled on an adapter event; uses the monotonic clock
 pthread_once_t state_changed_once = PTHREAD_ONCE_INIT;
 
 std::uint32_t vendor_id = CEC_VENDOR_ID_NONE;
 char osd_name[longest_osd_name + 1];
 
-// The address that the logic takes for its own. Where the adapter has got another one since, that
-// one is sent in its place.
+// The address that the logic believes to be its own. If the adapter has got another one since, that
+// one is sent instead.
 std::uint16_t reported_physical_address = CEC_PHYS_ADDR_INVALID;
 
 std::array<std::atomic<bool>, 256> is_forwarded;
 
-// Every call of the device goes through here. Returns 0 or the error.
+// Every call to the device goes through here. Returns 0 or the error.
 int call_device(unsigned long request, void *argument) {
     return ioctl(device, request, argument) < 0 ? errno : 0;
 }
@@ -105,7 +105,7 @@ std::uint16_t physical_address() {
     return address;
 }
 
-// 15, the unregistered one, while there is none.
+// 15, unregistered, while no address is claimed.
 std::uint8_t logical_address() {
     const cec_log_addrs addresses = logical_addresses();
     return addresses.log_addr_mask != 0 ? addresses.log_addr[0]
@@ -119,8 +119,8 @@ bool is_claiming() {
            physical_address() != CEC_PHYS_ADDR_INVALID;
 }
 
-// Waits, with the device's mutex held, while the kernel is claiming an address: until then it sends
-// nothing. The listening thread would wait for itself.
+// Waits, with the device's mutex locked, while the kernel is claiming an address: until then it
+// sends nothing. The listening thread must not wait, because it would wait for itself.
 void wait_for_claim() {
     if (is_listening_thread()) {
         return;
@@ -147,7 +147,8 @@ cec_log_addrs playback_device() {
     return addresses;
 }
 
-// The kernel takes name and vendor id with a claim, and a claim only where there is none.
+// The kernel accepts a name and a vendor id only as part of a claim, and a claim only when no
+// address is claimed.
 std::int32_t claim_logical_address() {
     const mutex_guard guard(device_mutex);
     if (device < 0) {
@@ -189,7 +190,7 @@ std::int32_t send_message(std::uint32_t destination, const std::uint8_t *payload
     const std::uint8_t initiator = logical_address();
     int error = transmit(initiator, destination, payload, length);
     if (error == ENONET && initiator != CEC_LOG_ADDR_UNREGISTERED) {
-        // The link has gone this moment. A television may still be woken without an address.
+        // The link has just been lost. A television may still be woken without an address.
         error = transmit(CEC_LOG_ADDR_UNREGISTERED, destination, payload, length);
     }
     if (error != 0) {
@@ -235,12 +236,12 @@ void take_state_change(const cec_event_state_change &state) {
     if (state.phys_addr == CEC_PHYS_ADDR_INVALID) {
         complain("no link");
     }
-    // Behind the lock, so that nobody who waits can miss it.
+    // Signal after taking the lock, so that no waiting thread can miss it.
     const mutex_guard guard(device_mutex);
     pthread_cond_broadcast(&state_changed);
 }
 
-// These two take all there is. They return false when the device is gone.
+// These two read everything available. They return false when the device is gone.
 
 bool take_events() {
     for (;;) {
@@ -300,8 +301,8 @@ bool is_usable() {
         complain("the adapter cannot be a playback device");
         return false;
     }
-    // Not the exclusive initiator: a technician's tools are to work beside the service. Without
-    // pass-through the kernel answers what is mandatory and keeps the television's keys away.
+    // Not the exclusive initiator: a technician's tools should work alongside the service. Without
+    // pass-through the kernel gives the mandatory answers and keeps the remote control's keys away.
     std::uint32_t mode = CEC_MODE_INITIATOR | CEC_MODE_EXCL_FOLLOWER;
     const int error = call_device(CEC_S_MODE, &mode);
     if (error != 0) {
@@ -311,7 +312,7 @@ bool is_usable() {
     return true;
 }
 
-// Where the logic says what it took for its own address, the one that the adapter has now.
+// Replaces what the logic believes to be its own address with the adapter's current one.
 std::uint16_t present_address(std::uint16_t address) {
     const mutex_guard guard(device_mutex);
     return address == reported_physical_address ? physical_address() : address;
@@ -384,7 +385,7 @@ std::int32_t vc_cec_set_vendor_id(std::uint32_t id) {
 }
 
 std::int32_t vc_cec_set_osd_name(const char *name) {
-    // The rest of a longer one is left out; what is unused of a shorter one is zeros.
+    // A longer name is truncated; a shorter one is padded with zeros.
     std::strncpy(osd_name, name, longest_osd_name);
     return claim_logical_address();
 }

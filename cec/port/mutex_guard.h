@@ -2,8 +2,8 @@
 
 #include <pthread.h>
 
-/// Holds a mutex as long as it lives. The standard library's locks report failures by exceptions, and
-/// nothing in the service throws.
+/// Locks a mutex for its own lifetime. The standard library's locks report failures by exceptions,
+/// and nothing in the service throws.
 class mutex_guard {
   public:
     explicit mutex_guard(pthread_mutex_t &mutex) : mutex_(mutex) {

@@ -1,14 +1,14 @@
-// The CEC port on the board: its own host interface libraries supply the operations under these
-// very names, and this file only puts the initialisation before them that they need.
+// The CEC port on the board: its own host interface libraries provide the operations under these
+// very names; this file only adds the initialization that they need.
 
 #include "cec/cec_port.h"
 
 extern "C" {
 
-/// Prepares the libraries' threads and locks; 0 for success. Any number of calls is one.
+/// Prepares the libraries' threads and locks; 0 for success. Only the first call does anything.
 std::int32_t vcos_init();
 
-// The linker leads the first operation here (--wrap), by names that are the linker's own.
+// The linker redirects the first operation here (--wrap); the names are prescribed by the linker.
 // NOLINTBEGIN(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp)
 std::int32_t __real_vchi_initialise(cec_instance *instance);
 

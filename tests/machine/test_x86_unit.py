@@ -181,7 +181,7 @@ def test_clips_address_is_no_option_and_fills_no_disk(
 ) -> None:
     control = b'{"play_audio":"-o/root/owned.wav"}'
     gateway.send_datagram(network, control, destination=ADDRESS)
-    unit.wait_for_output(JOURNAL, "wget: no address: -o/root/owned.wav")
+    unit.wait_for_output(JOURNAL, "wget: not an address: -o/root/owned.wav")
     with open(tmp_path / "endless.wav", "wb") as clip:
         clip.truncate(100 << 20)
     control = f'{{"play_audio":"http://{gateway.GATEWAY}/endless.wav"}}'.encode()
@@ -234,7 +234,7 @@ def test_page_address_is_no_option_and_no_command_of_roots(unit: X86Unit, networ
     gateway.send_datagram(network, gateway.set_page_address(hostile), destination=ADDRESS)
     shown = "ps -e -o user:20,args | grep '[c]hromium http'"
     unit.wait_for_output(shown, "hdtv-kiosk           chromium http://127.0.0.1/station_web/")
-    unit.wait_for_output(JOURNAL, "qt-webkit-kiosk: no address of the web: --renderer-cmd-prefix=")
+    unit.wait_for_output(JOURNAL, "qt-webkit-kiosk: not a web address: --renderer-cmd-prefix=")
     profile = "/proc/$(pgrep -o -f '^chromium http')/root/run/hdtv/browser/profile"
     user = unit.run("id -u hdtv-kiosk").strip()
     expected = f"hdtv-kiosk {user} NoNewPrivs: 1 1M-blocks 256 256"

@@ -14,8 +14,8 @@ SCRIPTS = {
 }
 DEFAULTS = "DAEMON=/run/station/bin/hdtv\n"
 APPLETS = "/tmp/busybox"
-WAITING = "hdtv: waiting for TCP port 4000, which is still held\n"
-HELD = "hdtv: TCP port 4000 is held after 1 s: it will hear datagrams only, until that ends\n"
+WAITING = "hdtv: waiting for TCP port 4000, which is still in use\n"
+HELD = "hdtv: TCP port 4000 is still in use after 1 s: datagrams only until it is free\n"
 SYSLOG = "/tmp/messages"
 
 

@@ -112,9 +112,7 @@ def test_raw(station: Station, tool: Tool, tmp_path: Path) -> None:
 
 def test_over_udp(station: Station, tool: Tool) -> None:
     result = tool("--udp", "display-alert", "--text", "FIRE")
-    assert result.stdout == (
-        "10 bytes sent to 10.87.33.50:4000; nothing tells whether they arrived\n"
-    )
+    assert result.stdout == ("10 bytes sent to 10.87.33.50:4000; UDP does not confirm delivery\n")
     wait_for(lambda: station.document().get("alert_area") == "FIRE", "the document")
 
 
@@ -145,6 +143,6 @@ def test_reboot_that_is_not_confirmed_is_not_sent(
 ) -> None:
     result = tool("reboot", answer=answer)
     assert result.returncode == 1
-    assert result.stdout == "Restart 10.87.33.50? [y/N] "
+    assert result.stdout == "Reboot 10.87.33.50? [y/N] "
     assert result.stderr == "gatewayctl: nothing was sent\n"
     assert station.calls("reboot") == []

@@ -13,7 +13,8 @@ def test_unit_whose_service_is_down(station: Station) -> None:
     result = run(*gatewayctl_command(station, "--to", UNIT_ADDRESS, "end-alert"))
     assert result.returncode == 1
     assert result.stderr == (
-        "gatewayctl: 10.87.33.50:4000 refuses connections: that machine is up, the service is not\n"
+        "gatewayctl: cannot connect to 10.87.33.50:4000: Connection refused"
+        " (the machine is up, but the service is not running)\n"
     )
 
 
@@ -31,37 +32,37 @@ def test_unit_that_is_busy(station: Station, service: Process) -> None:
             *gatewayctl_command(station, "--to", UNIT_ADDRESS, "--timeout", "100ms", "end-alert")
         )
     assert result.returncode == 1
-    assert result.stderr.startswith("gatewayctl: the message is on its way, but 10.87.33.50:4000")
+    assert result.stderr.startswith("gatewayctl: the message was sent, but 10.87.33.50:4000")
 
 
 def test_name_that_nobody_knows() -> None:
     result = run(GATEWAYCTL, "--to", "no-such-unit.invalid", "end-alert")
     assert result.returncode == 1
-    assert result.stderr.startswith('gatewayctl: there is no host "no-such-unit.invalid": ')
+    assert result.stderr.startswith('gatewayctl: cannot resolve "no-such-unit.invalid": ')
 
 
 @pytest.mark.parametrize(
     "arguments, words",
     [
-        ([], "which command? gatewayctl --help lists them"),
+        ([], "no command given: see gatewayctl --help for a list"),
         (["shout"], "not expected: shout"),
-        (["end-alert"], "--to says where the unit is: --to HOST[:PORT]"),
+        (["end-alert"], "no unit given: use --to HOST[:PORT]"),
         (["--to", "127.0.0.1:x", "end-alert"], '"x" is not a port'),
-        (["--to", "x", "--udp", "map", "http://x"], "map counts over TCP only"),
-        (["--to", "x", "--udp", "stop-turnout"], "stop-turnout counts over TCP only"),
+        (["--to", "x", "--udp", "map", "http://x"], "map works over TCP only"),
+        (["--to", "x", "--udp", "stop-turnout"], "stop-turnout works over TCP only"),
         (["--to", "x", "display-alert"], "--text is required"),
         (["--to", "x", "display-alert", "--text", "y", "--turnout", "65536"], "0 to 65535"),
         (["--to", "x", "detail-alert", "--text", "y", "--unit", "E1:red"], "is not a number"),
         (["--to", "x", "rotation", "45"], "0, 90, 180 or 270"),
-        (["--to", "x", "page"], "page takes an address, or --blank"),
-        (["--to", "x", "page", "y", "--blank"], "page takes an address, or --blank"),
-        (["--to", "x", "play-audio", "http://x/clip.mp3"], 'ends in ".wav" or ".raw"'),
-        (["--to", "x", "set-gateway", "gateway"], '"gateway" is not an address'),
-        (["--to", "x", "raw", "3"], "a hexadecimal byte has two digits"),
+        (["--to", "x", "page"], "page takes either an address or --blank"),
+        (["--to", "x", "page", "y", "--blank"], "page takes either an address or --blank"),
+        (["--to", "x", "play-audio", "http://x/clip.mp3"], 'to end in ".wav" or ".raw"'),
+        (["--to", "x", "set-gateway", "gateway"], '"gateway" is not an IPv4 address'),
+        (["--to", "x", "raw", "3"], "a hexadecimal byte needs two digits"),
         (["--to", "x", "raw"], "as hexadecimal words or with --file"),
-        (["--to", "x", "raw", "--file", "/dev/null"], "an empty message says nothing"),
+        (["--to", "x", "raw", "--file", "/dev/null"], "the message is empty"),
         (["--to", "x", "--broadcast", "y", "roll-call"], "--broadcast"),
-        (["roll-call", "--wait", "soon"], '"soon" is not a time like 2s, 500ms or 5min'),
+        (["roll-call", "--wait", "soon"], '"soon" is not a duration such as 2s, 500ms or 5min'),
         (["serve", "--rotation", "45"], "0, 90, 180 or 270"),
         (["decode"], "as hexadecimal words or with --file"),
     ],
@@ -76,7 +77,7 @@ def test_what_cannot_be_asked_for_is_said_with_status_2(arguments: list[str], wo
 def test_file_that_cannot_be_read() -> None:
     result = run(GATEWAYCTL, "decode", "--file", "/no/such/file")
     assert result.returncode == 1
-    assert result.stderr == "gatewayctl: the file /no/such/file cannot be read\n"
+    assert result.stderr == "gatewayctl: cannot open /no/such/file: No such file or directory\n"
 
 
 # What steers a terminal, three times: as a byte of its own, and in UTF-8; and what turns text round.

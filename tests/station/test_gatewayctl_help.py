@@ -30,8 +30,8 @@ def test_decode_explains_what_is_wrong() -> None:
         "      0  31                          type                49, hdtv settings\n"
         "      1  04                          quarter turns       4\n"
         "What a unit does with it:\n"
-        "  - turns the page by 360 degrees\n"
-        '  - stores "0" in the configuration, if it is another value\n'
+        "  - rotates the page by 360 degrees\n"
+        '  - stores "0" in the configuration, if the value differs\n'
         "What is wrong with it:\n"
         '  - more than three quarter turns are stored as "0"\n'
     )

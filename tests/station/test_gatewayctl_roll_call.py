@@ -35,7 +35,7 @@ def test_roll_call_that_nobody_answers(station: Station) -> None:
         *gatewayctl_command(station, "--to", "10.87.33.77", "roll-call", "--wait", "100ms")
     )
     assert (result.returncode, result.stdout) == (1, "")
-    assert result.stderr == "gatewayctl: no unit has answered a roll call to 10.87.33.77:4000\n"
+    assert result.stderr == "gatewayctl: no unit answered the roll call to 10.87.33.77:4000\n"
 
 
 def test_roll_call_where_another_gateway_listens(station: Station) -> None:
@@ -43,5 +43,5 @@ def test_roll_call_where_another_gateway_listens(station: Station) -> None:
         result = run(*gatewayctl_command(station, "--to", UNIT_ADDRESS, "roll-call"))
     assert result.returncode == 1
     assert result.stderr == (
-        "gatewayctl: port 5000 is taken: another gateway runs on this machine\n"
+        "gatewayctl: port 5000 is in use: another gateway is running on this machine\n"
     )

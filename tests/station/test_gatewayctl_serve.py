@@ -25,14 +25,14 @@ def test_serve_answers_requests_and_keeps_calling(make_station: StationMaker) ->
     )
     server.wait_for_output("listens for units")
     start(station)
-    server.wait_for_output(f"is there, version {VERSION} (02:00:0a:57:21:32)", 2)
+    server.wait_for_output(f"is up, version {VERSION} (02:00:0a:57:21:32)", 2)
     server.wait_for_output("has taken the date")
     server.wait_for_output("has taken the rotation 180")
     assert station.wait_for_calls("date")[0].argv[2].startswith("@")
     assert station.wait_for_calls("qt-webkit-kiosk", 2)[-1].argv[-1].endswith("?rotation=180")
     # What has been answered is not asked for again.
-    before = server.output.count("is there")
-    server.wait_for_output("is there", before + 2)
+    before = server.output.count("is up")
+    server.wait_for_output("is up", before + 2)
     assert server.output.count("asks for the date") == 1
     assert server.output.count("asks for its settings") == 1
     assert all(line[2:3] + line[5:6] + line[8:9] == "::." for line in server.output.splitlines())
@@ -61,7 +61,7 @@ def test_serve_survives_what_is_no_record(station: Station) -> None:
             connection = socket.create_connection(("10.87.33.20", 5000), 20)
         with connection:
             connection.sendall(content)
-    server.wait_for_output("sent what is no record", 2)
+    server.wait_for_output("sent an invalid record", 2)
     assert server.is_running()
 
 
@@ -148,7 +148,7 @@ def test_unit_that_takes_nothing_in_time_is_given_up(
     (unit,) = make_units(1)
     unit.send(DATE)
     unit.send(DATE)
-    server.wait_for_output("could not be sent the date: the message is on its way, but", 2)
+    server.wait_for_output("could not be sent the date: the message was sent, but", 2)
     assert [line.partition(" ")[0] for line in lines_of(server, unit)] == 2 * ["asks", "could"]
 
 
@@ -157,7 +157,7 @@ def test_unit_that_asks_on_and_on_fills_no_memory(station: Station, make_units: 
     greedy, other = make_units(2)
     for _ in range(20):
         greedy.send(DATE)
-    server.wait_for_output("sends more than it takes answers: a record is lost", 3)
+    server.wait_for_output("sends requests faster than it takes answers: a record is dropped", 3)
     other.send(DATE)
     assert other.take()
     server.wait_for_output("has taken the date")
@@ -214,11 +214,11 @@ def test_serve_rests_while_there_are_no_descriptors(
     silent, unit = make_units(2)
     with contextlib.ExitStack() as stack:
         connections = [stack.enter_context(silent.connect()) for _ in range(30)]
-        server.wait_for_output("gateway          has no descriptors left: units wait their turn")
+        server.wait_for_output("gateway          is out of file descriptors: units have to wait")
         begin, used = time.monotonic(), processor_time(server)
         wait_for(lambda: is_ended(connections[0]), "the end of the first connection")
         assert processor_time(server) - used < (time.monotonic() - begin) / 4
     unit.send(DATE)
     assert unit.take()
     server.wait_for_output("has taken the date")
-    assert server.output.count("has no descriptors left") == 1
+    assert server.output.count("is out of file descriptors") == 1

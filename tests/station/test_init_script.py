@@ -70,7 +70,7 @@ def test_unanswered_connections_are_given_up_before_the_watchdog_resets(board: B
 @pytest.mark.slow
 def test_service_that_does_not_start_is_said(board: Board) -> None:
     board.set_defaults("DAEMON=/no/such/hdtv\n")
-    assert board.script("start") == (1, "hdtv: did not start\n")
+    assert board.script("start") == (1, "hdtv: failed to start\n")
 
 
 def test_service_that_died_is_started_again(board: Board) -> None:
@@ -112,7 +112,7 @@ def test_wrong_word_is_answered_with_the_right_ones(board: Board) -> None:
     )
 
 
-NO_ACCOUNT = "station-web: there is no account station-web: the web server runs as root\n"
+NO_ACCOUNT = "station-web: no such account: station-web: the web server runs as root\n"
 
 
 def is_page_served(board: Board) -> bool:

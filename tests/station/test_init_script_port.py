@@ -237,7 +237,7 @@ def test_start_that_waits_is_stopped_too(board: Board) -> None:
     board.script("stop")
     release()
     assert start.wait() == 1
-    assert start.output == WAITING + "hdtv: stopped meanwhile\n"
+    assert start.output == WAITING + "hdtv: stopped in the meantime\n"
     assert not board.services()
 
 

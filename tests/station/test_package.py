@@ -96,7 +96,7 @@ def test_wget_of_the_service_takes_no_option_for_an_address(make_station: Statio
     for option in ("--config=/tmp/play.wav", "-o/root/x.wav", "-\x1b[2J\n\xff.wav", "-"):
         process = station.start("/run/station/bin/wget", *fixed, option)
         assert process.wait() == 2
-        assert process.errors.startswith("wget: no address: -")
+        assert process.errors.startswith("wget: not an address: -")
         assert process.errors.count("\n") == 1 and process.errors.rstrip("\n").isprintable()
     assert station.calls("wget") == []
     for address in ("http://x/a.wav", "10.87.33.20/a b.wav", "$(id)`id`.wav"):

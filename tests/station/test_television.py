@@ -328,7 +328,7 @@ def test_bus_that_goes_away_lets_the_alert_through_that_waits_for_its_television
         television.wait_for_frames(WAKING, since=1)
         assert station.document()["alert_area"] == "10.87.33.50"
     shows(station, "FIRE")
-    assert service.errors == "CEC bus: it has gone away\n"
+    assert service.errors == "CEC bus: the connection was lost\n"
     assert "NOT in standby" not in service.output
     deliver(station, display_alert("MORE"))
     shows(station, "MORE")

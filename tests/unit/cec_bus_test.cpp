@@ -126,7 +126,7 @@ TEST_F(cec_bus, bus_that_goes_away_ends_the_waking_of_a_television_in_standby) {
     }
     cec_alert_active();
     bus.join();
-    EXPECT_EQ(errors(), "CEC bus: it has gone away\n");
+    EXPECT_EQ(errors(), "CEC bus: the connection was lost\n");
     EXPECT_NE(output().find("TV on standby, sending ImageViewOn\n"), std::string::npos);
     // What was never received is never printed as if it had been.
     EXPECT_EQ(output().find("RX: 0 -> 4: 90 00"), std::string::npos);
@@ -142,8 +142,7 @@ TEST_F(cec_bus, bus_that_goes_away_ends_the_waking_of_a_television_in_standby) {
 TEST_F(cec_bus, without_a_thread_there_is_no_television_and_the_service_goes_on) {
     thread_error = EAGAIN;
     start();
-    EXPECT_EQ(errors(),
-              "CEC bus: cannot start a thread for it: Resource temporarily unavailable\n");
+    EXPECT_EQ(errors(), "CEC bus: cannot start a thread: Resource temporarily unavailable\n");
     std::uint32_t logical_address = 7;
     EXPECT_NE(vc_cec_get_logical_address(&logical_address), 0);
     EXPECT_EQ(logical_address, 7U);
@@ -158,7 +157,7 @@ TEST_F(cec_bus, skipped_line_is_said_without_its_control_characters) {
     say("\x1b[2J\x9b\\ \"\xe9\t" + std::string(100, 'x'));
     end_bus();
     EXPECT_EQ(errors(), "CEC bus: skipped the line \"\\x1b[2J\\x9b\\x5c \"\\xe9\\x09" +
-                            std::string(54, 'x') + "\"\nCEC bus: it has gone away\n");
+                            std::string(54, 'x') + "\"\nCEC bus: the connection was lost\n");
 }
 
 TEST_F(cec_bus, name_that_a_line_cannot_hold_is_refused) {

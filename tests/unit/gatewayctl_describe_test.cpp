@@ -99,8 +99,8 @@ TEST(describe, display_alert_with_and_without_a_trailer) {
     const description longer = tcp(bytes({3, 1, 0, 0, 0, 4}) + "FIRE\x01\x02\x03");
     EXPECT_EQ(value_of(longer, "turnout timer"), "no such field");
     EXPECT_EQ(value_of(longer, "text"), "\"FIRE\\x01\\x02\\x03\"");
-    EXPECT_TRUE(has(longer.faults, "the text length says 4, but 7 bytes follow"));
-    EXPECT_TRUE(has(tcp({3, 1}).faults, "there are 2 of at least 6 bytes"));
+    EXPECT_TRUE(has(longer.faults, "the text length is 4, but 7 bytes follow"));
+    EXPECT_TRUE(has(tcp({3, 1}).faults, "it has 2 of at least 6 bytes"));
     EXPECT_TRUE(
         has(tcp(bytes({3, 1, 0, 0, 0, 2, 0, 65, 0, 9})).faults, "a zero byte ends the text"));
 }
@@ -124,31 +124,31 @@ TEST(describe, detail_alert_faults) {
     bytes message = make_detail_alert(settings, channel::tcp);
     EXPECT_TRUE(has(tcp(message).faults, "unit 2: a quotation mark"));
     message[4] = 0;
-    EXPECT_TRUE(has(tcp(message).faults, "unit 1 has a name, but colour 0"));
+    EXPECT_TRUE(has(tcp(message).faults, "unit 1 has a name but color 0"));
     message[6] = 3;
-    EXPECT_TRUE(has(tcp(message).faults, "unit 3 has a colour, but no name"));
+    EXPECT_TRUE(has(tcp(message).faults, "unit 3 has a color but no name"));
     std::fill_n(message.begin() + 84, 32, std::uint8_t{'x'});
-    EXPECT_TRUE(has(tcp(message).faults, "unit 3: the name has no zero at its end"));
+    EXPECT_TRUE(has(tcp(message).faults, "unit 3: the name has no terminating zero"));
     EXPECT_EQ(value_of(tcp(message), "unit 3, name"), '"' + std::string(31, 'x') + '"');
     message[538] = 0;
     EXPECT_TRUE(has(tcp(message).faults, "the text length is 0"));
     EXPECT_TRUE(has(tcp(message).effects, "ends the alert"));
     message[538] = 9;
-    EXPECT_TRUE(has(tcp(message).faults, "the text length says 9, and the text has 4 bytes"));
+    EXPECT_TRUE(has(tcp(message).faults, "the text length is 9, and the text has 4 bytes"));
     message[539] = 0;
-    EXPECT_TRUE(has(tcp(message).faults, "the text is empty, but its length is not 0"));
+    EXPECT_TRUE(has(tcp(message).faults, "the text is empty but its length is not 0"));
     EXPECT_TRUE(has(tcp(message).effects, "starts an alert"));
     message.resize(100);
-    EXPECT_TRUE(has(tcp(message).faults, "there are 100 of at least 539 bytes"));
+    EXPECT_TRUE(has(tcp(message).faults, "it has 100 of at least 539 bytes"));
 }
 
 TEST(describe, other_faults) {
-    EXPECT_TRUE(has(tcp({}).faults, "no bytes at all"));
+    EXPECT_TRUE(has(tcp({}).faults, "the message is empty"));
     EXPECT_TRUE(has(tcp({99}).faults, "no message has type 99"));
-    EXPECT_TRUE(has(tcp({38, 1}).faults, "there are 2 of at least 5 bytes"));
+    EXPECT_TRUE(has(tcp({38, 1}).faults, "it has 2 of at least 5 bytes"));
     EXPECT_TRUE(has(tcp({38, 1, 2, 3, 4}).faults, "from the type byte"));
     EXPECT_TRUE(has(tcp({40}).faults, "the date is empty"));
-    EXPECT_TRUE(has(tcp({49}).faults, "there are 1 of at least 2 bytes"));
+    EXPECT_TRUE(has(tcp({49}).faults, "it has 1 of at least 2 bytes"));
     EXPECT_TRUE(has(tcp({49, 4}).faults, "stored as \"0\""));
     EXPECT_TRUE(has(tcp({49, 1, 9}).faults, "nothing is read from offset 2"));
     EXPECT_TRUE(has(tcp(bytes({52}) + "javascript:x").faults, "http and https"));

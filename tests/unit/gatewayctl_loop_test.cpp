@@ -112,13 +112,13 @@ TEST(exchange, tells_why_it_fails) {
     exchange refused(open_socket(exchange::socket_type), unit.address, {1},
                      clock_type::now() + long_time);
     EXPECT_EQ(failure_of(refused),
-              to_text(unit.address) +
-                  " refuses connections: that machine is up, the service is not");
+              "cannot connect to " + to_text(unit.address) +
+                  ": Connection refused (the machine is up, but the service is not running)");
     unit.listen();
     exchange untaken(open_socket(exchange::socket_type), unit.address, {1},
                      clock_type::now() + std::chrono::milliseconds(20));
     EXPECT_TRUE(
-        failure_of(untaken).starts_with("the message is on its way, but " + to_text(unit.address)));
+        failure_of(untaken).starts_with("the message was sent, but " + to_text(unit.address)));
 }
 
 TEST(poll_set, tells_who_has_an_event) {
@@ -186,7 +186,7 @@ TEST(socket, tells_a_shortage_from_other_failures) {
         open_socket(-1);
         FAIL();
     } catch (const run_failure &failure) {
-        EXPECT_EQ(failure.what(), "no socket can be had: " + reason(EINVAL));
+        EXPECT_EQ(failure.what(), "cannot create a socket: " + reason(EINVAL));
     }
     EXPECT_FALSE(is_shortage(EINVAL));
 }

@@ -53,7 +53,7 @@ TEST(messages, rotation_is_sent_in_quarter_turns) {
     EXPECT_EQ(make_hdtv_settings(270), bytes({49, 3}));
     for (const int degrees : {-90, 45, 360}) {
         EXPECT_EQ(refusal([&] { make_hdtv_settings(degrees); }),
-                  "a page is turned by 0, 90, 180 or 270 degrees");
+                  "the rotation has to be 0, 90, 180 or 270 degrees");
     }
 }
 
@@ -82,7 +82,7 @@ TEST(messages, quotation_mark_in_a_control_value_is_refused) {
     clip.address = "http://x/a.wav";
     clip.volume = "1\"";
     EXPECT_EQ(refusal([&] { make_play_audio(clip, channel::tcp); }),
-              "a quotation mark cannot be sent in \"volume\"");
+              "the protocol allows no quotation mark in \"volume\"");
 }
 
 TEST(messages, gateway_that_is_no_address_is_refused) {
@@ -130,12 +130,12 @@ TEST(messages, longest_texts_fill_a_message_and_one_byte_more_is_refused) {
 
 TEST(messages, numbers_that_their_fields_cannot_hold_are_refused) {
     EXPECT_EQ(refusal([] { make_hdtv_alert(65536); }),
-              "the turnout time is 65536, and a message holds 0 to 65535 seconds");
+              "the turnout time is 65536, but has to be from 0 to 65535 seconds");
     EXPECT_NE(refusal([] { make_hdtv_alert(-1); }), "");
     EXPECT_EQ(refusal([] {
                   make_display_alert({"x", 256, {}}, channel::tcp);
               }),
-              "the flag is 256, and a byte holds 0 to 255");
+              "the flag is 256, but has to be from 0 to 255");
     EXPECT_EQ(refusal([] { make_set_date("", channel::tcp); }), "the date is empty");
 }
 
@@ -151,11 +151,11 @@ TEST(messages, units_that_do_not_fit_are_refused) {
     EXPECT_EQ(with({{std::string(32, 'x'), 1}}), "the unit's name \"" + std::string(32, 'x') +
                                                      "\" has 32 bytes; it may have at most 31");
     EXPECT_EQ(with({{"", 1}}), "a unit needs a name");
-    EXPECT_EQ(with({{"E1", 0}}), "the colour of E1 is 0; colours are 1 to 16, and at most 255");
+    EXPECT_EQ(with({{"E1", 0}}), "the color of E1 is 0; colors are 1 to 16, and at most 255");
     EXPECT_NE(with({{"E1", 256}}), "");
     EXPECT_EQ(with(std::vector<called_unit>(16, {"E1", 1})), "");
     EXPECT_EQ(with(std::vector<called_unit>(17, {"E1", 1})),
-              "there are 17 units; a message holds 16");
+              "there are 17 units; a message holds at most 16");
 }
 
 TEST(messages, unit_is_a_name_with_a_colour) {

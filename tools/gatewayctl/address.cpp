@@ -30,7 +30,7 @@ sockaddr_in find_host(const std::string &host) {
     addrinfo *found = nullptr;
     const int error = getaddrinfo(host.c_str(), nullptr, &wanted, &found);
     if (error != 0) {
-        throw run_failure("there is no host " + quoted(host) + ": " + gai_strerror(error));
+        throw run_failure("cannot resolve " + quoted(host) + ": " + gai_strerror(error));
     }
     const std::unique_ptr<addrinfo, decltype(&freeaddrinfo)> owner(found, freeaddrinfo);
     sockaddr_in address{};
@@ -47,7 +47,7 @@ sockaddr_in resolve(const std::string &host_and_port) {
                                    ? protocol::command_port
                                    : parse_port(host_and_port.substr(colon + 1));
     if (host.empty()) {
-        throw usage_failure(quoted(host_and_port) + " names no host");
+        throw usage_failure(quoted(host_and_port) + " contains no host");
     }
     sockaddr_in address = find_host(host);
     address.sin_port = htons(port);

@@ -5,8 +5,8 @@
 
 /// Where a unit is.
 
-/// "HOST" or "HOST:PORT"; without a port it is the unit's command port. A text that cannot be that is
-/// a usage_failure, a name that nobody knows a run_failure.
+/// "HOST" or "HOST:PORT"; without a port it is the unit's command port. A malformed text is a
+/// usage_failure, a name that cannot be resolved a run_failure.
 sockaddr_in resolve(const std::string &host_and_port);
 
 /// "10.87.33.50:4000".
@@ -15,7 +15,7 @@ std::string to_text(const sockaddr_in &address);
 /// "10.87.33.50".
 std::string host_text(const sockaddr_in &address);
 
-/// As the system's calls want it.
+/// As the socket calls expect it.
 inline const sockaddr *generic(const sockaddr_in &address) {
     return reinterpret_cast<const sockaddr *>(&address);
 }

@@ -28,6 +28,6 @@ void send_over_udp(const sockaddr_in &unit, const message_bytes &message) {
     const ssize_t sent =
         sendto(sender.get(), message.data(), message.size(), 0, generic(unit), sizeof unit);
     if (sent != static_cast<ssize_t>(message.size())) {
-        throw run_failure("nothing could be sent to " + to_text(unit) + ": " + reason(errno));
+        throw run_failure("cannot send to " + to_text(unit) + ": " + reason(errno));
     }
 }

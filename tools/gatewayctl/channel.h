@@ -5,12 +5,12 @@
 #include <chrono>
 #include <netinet/in.h>
 
-/// How to get one message to a unit. Failures are run_failure.
+/// Sending one message to a unit. Failures are run_failure.
 
 /// Sends the whole message in one write over a connection of its own and waits until the unit has
-/// closed it, that is until it has read the message.
+/// closed it, which means that it has read the message.
 void send_over_tcp(const sockaddr_in &unit, const message_bytes &message,
                    std::chrono::milliseconds limit);
 
-/// Sends the message as one datagram, to a broadcast address too. Nothing tells whether it arrived.
+/// Sends the message as one datagram, possibly to a broadcast address. Delivery is not confirmed.
 void send_over_udp(const sockaddr_in &unit, const message_bytes &message);

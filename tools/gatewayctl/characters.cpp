@@ -10,8 +10,8 @@ struct range {
     char32_t last;
 };
 
-// Controls, separators of lines, and everything that has a meaning but no looks of its own. The
-// variants that emoji are written with (U+FE00 to U+FE0F) may pass.
+// Control characters, line separators, and everything invisible that has an effect. The variation
+// selectors used with emoji (U+FE00 to U+FE0F) are allowed.
 constexpr range deceptive[] = {
     {0x0000, 0x001f},   {0x007f, 0x009f},   {0x00ad, 0x00ad},   {0x034f, 0x034f},
     {0x0600, 0x0605},   {0x061c, 0x061c},   {0x06dd, 0x06dd},   {0x070f, 0x070f},
@@ -28,14 +28,14 @@ bool is_surrogate(char32_t code) {
     return code >= 0xd800 && code <= 0xdfff;
 }
 
-// By the first byte; the code's bits in it are left over in `byte`.
+// Determined by the first byte; `byte` keeps only its code point bits.
 std::size_t take_size(std::uint8_t &byte) {
     if (byte < 0x80) {
         return 1;
     }
     for (std::size_t size = 2; size <= 4; ++size) {
-        const unsigned mark = 0xf00U >> size & 0xffU; // as many ones as there are bytes
-        const unsigned mask = mark | 0x80U >> size;   // and the zero behind them
+        const unsigned mark = 0xf00U >> size & 0xffU; // as many one bits as there are bytes
+        const unsigned mask = mark | 0x80U >> size;   // and the zero bit after them
         if ((byte & mask) == mark) {
             byte = static_cast<std::uint8_t>(byte & ~mask);
             return size;
@@ -47,7 +47,7 @@ std::size_t take_size(std::uint8_t &byte) {
 } // namespace
 
 character first_character(std::string_view text) {
-    constexpr char32_t smallest[] = {0, 0, 0x80, 0x800, 0x10000}; // by size: shorter forms only
+    constexpr char32_t smallest[] = {0, 0, 0x80, 0x800, 0x10000}; // by size: rejects overlong forms
     auto byte = static_cast<std::uint8_t>(text.front());
     const std::size_t size = take_size(byte);
     if (size == 0 || text.size() < size) {

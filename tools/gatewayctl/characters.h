@@ -3,7 +3,7 @@
 #include <cstddef>
 #include <string_view>
 
-/// UTF-8, and what of it a reader should not be shown as it is.
+/// UTF-8, and which characters should not be shown to a reader as they are.
 
 struct character {
     char32_t code = 0;
@@ -13,5 +13,5 @@ struct character {
 /// The first character of a text that is not empty.
 character first_character(std::string_view text);
 
-/// Whether it steers a terminal, or hides or reorders what is around it.
+/// Whether it controls a terminal, or hides or reorders the text around it.
 bool is_deceptive(char32_t code);

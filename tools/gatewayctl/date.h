@@ -2,5 +2,6 @@
 
 #include <string>
 
-/// The time of this machine as a unit's `date -s` takes it whatever its time zone: "@1795238116".
+/// The time of this machine in a form that a unit's `date -s` accepts in any time zone:
+/// "@1795238116".
 std::string date_now();

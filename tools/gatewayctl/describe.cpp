@@ -22,7 +22,7 @@ std::string seconds_text(int seconds) {
     return std::to_string(seconds) + " s";
 }
 
-/// A message on its way into a description.
+/// Builds the description of a message.
 struct reading {
     gateway_message message;
     channel via = channel::tcp;
@@ -32,7 +32,7 @@ struct reading {
         return message.size();
     }
 
-    // As much of the field as there is.
+    // As much of the field as the message contains.
     void add(int offset, int wanted, const std::string &name, const std::string &value) {
         const int there = std::clamp(size() - offset, 0, wanted);
         if (there > 0) {
@@ -60,9 +60,9 @@ struct reading {
 
     void expect_size(int least) {
         if (size() < least) {
-            fault("there are " + std::to_string(size()) + " of at least " +
+            fault("it has " + std::to_string(size()) + " of at least " +
                   bytes_text(static_cast<std::size_t>(least)) +
-                  "; what is missing is read as zeros");
+                  "; missing bytes are read as zeros");
         }
     }
 
@@ -73,11 +73,12 @@ struct reading {
         }
     }
 
-    // To be said last: a message that does not count does nothing else.
+    // Call last: replaces all other effects, because a message on the wrong channel does nothing
+    // else.
     void expect_channel() {
         if (!counts_on(message.byte(0), via)) {
             const std::string other = via == channel::udp ? "TCP" : "UDP";
-            described.effects = {"does nothing: this message counts over " + other + " only"};
+            described.effects = {"does nothing: this message works over " + other + " only"};
             fault("over " + std::string(via == channel::udp ? "UDP" : "TCP") + " it has no effect");
         }
     }
@@ -89,16 +90,16 @@ void add_flag(reading &r, int offset) {
           std::to_string(flag) + (flag == protocol::alert_on ? ", alert on" : ", not on"));
 }
 
-// The only road into an alert and out of it.
+// All alerts start and end here.
 void describe_alert_state(reading &r, int flag, bool is_text_empty, const char *idle_document) {
-    r.does("brings the browser back to the station page if it is elsewhere");
+    r.does("returns the browser to the station page if it shows another");
     if (flag != protocol::alert_on) {
-        r.does(std::string("shows ") + idle_document + " if no alert is active, else nothing");
+        r.does(std::string("shows ") + idle_document + " if no alert is active, otherwise nothing");
     } else if (is_text_empty) {
-        r.does("ends the alert, and hands the television back");
+        r.does("ends the alert and hands the television back");
     } else {
-        r.does("starts an alert, for which it wakes and takes the television; if one is active, "
-               "shows the new text");
+        r.does("starts an alert, waking and taking over the television; if one is active, "
+               "shows the new text instead");
     }
 }
 
@@ -122,16 +123,16 @@ void describe_display_alert(reading &r) {
         r.add_text(layout::text, "text");
         r.does("leaves the turnout timer as it is");
         if (r.size() >= layout::text && r.size() != trailer) {
-            r.fault("the text length says " + std::to_string(length) + ", but " +
+            r.fault("the text length is " + std::to_string(length) + ", but " +
                     std::to_string(r.size() - layout::text) +
-                    " bytes follow: it is not looked at, and there is no turnout timer");
+                    " bytes follow: the length is ignored, and there is no turnout timer");
         }
     }
     describe_alert_state(r, alert.flag, alert.text.empty(), "the text");
 }
 
 void describe_reboot(reading &r) {
-    r.does("restarts the board");
+    r.does("reboots the board");
     r.expect_end(1);
 }
 
@@ -156,7 +157,7 @@ void describe_hdtv_alert(reading &r) {
 void describe_set_date(reading &r) {
     const std::string_view date = read_set_date(r.message).date;
     r.add_text(protocol::set_date::text, "date");
-    r.does("runs date -s " + quoted(date) + " and waits for its end");
+    r.does("runs date -s " + quoted(date) + " and waits until it ends");
     if (date.empty()) {
         r.fault("the date is empty");
     }
@@ -170,9 +171,9 @@ void describe_stop_turnout(reading &r) {
 void describe_set_page_address(reading &r) {
     r.add_text(protocol::set_page_address::text, "address");
     if (read_set_page_address(r.message).address.empty()) {
-        r.does("stops the browser, until an alert brings it back");
+        r.does("stops the browser until an alert starts it again");
     } else {
-        r.does("shows that page, until an alert brings the station page back");
+        r.does("shows that page until an alert brings the station page back");
     }
 }
 
@@ -182,9 +183,9 @@ void describe_hdtv_settings(reading &r) {
     const int turns = read_hdtv_settings(r.message).quarter_turns;
     r.expect_size(layout::quarter_turns + 1);
     r.add(layout::quarter_turns, 1, "quarter turns", std::to_string(turns));
-    r.does("turns the page by " + std::to_string(90 * turns) + " degrees");
+    r.does("rotates the page by " + std::to_string(90 * turns) + " degrees");
     r.does("stores \"" + std::to_string(turns <= turns_that_count ? 90 * turns : 0) +
-           "\" in the configuration, if it is another value");
+           "\" in the configuration, if the value differs");
     if (turns > turns_that_count) {
         r.fault("more than three quarter turns are stored as \"0\"");
     }
@@ -199,15 +200,15 @@ void describe_unit(reading &r, const alerted_unit &unit, int slot) {
     if (color == 0 && name.empty()) {
         return;
     }
-    r.add(layout::unit_colors + slot, 1, label + ", colour", std::to_string(color));
+    r.add(layout::unit_colors + slot, 1, label + ", color", std::to_string(color));
     r.add(offset, layout::unit_name_size, label + ", name", quoted(name));
     if (color == 0) {
-        r.fault(label + " has a name, but colour 0: its slot counts as empty");
+        r.fault(label + " has a name but color 0: its slot counts as empty");
     } else if (name.empty()) {
-        r.fault(label + " has a colour, but no name");
+        r.fault(label + " has a color but no name");
     }
     if (r.message.byte(offset + layout::unit_name_size - 1) != 0) {
-        r.fault(label + ": the name has no zero at its end, and is cut to 31 bytes");
+        r.fault(label + ": the name has no terminating zero and is cut to 31 bytes");
     }
     if (color != 0 && name.find('"') != std::string_view::npos) {
         r.fault(label + ": a quotation mark in a name makes the alert document unreadable");
@@ -217,10 +218,10 @@ void describe_unit(reading &r, const alerted_unit &unit, int slot) {
 void describe_detail_length(reading &r, int length, int real_length) {
     if ((length == 0) != (real_length == 0)) {
         r.fault(length == 0 ? "the text length is 0, so the text counts as empty"
-                            : "the text is empty, but its length is not 0: so it counts as one");
+                            : "the text is empty but its length is not 0, so it counts as a text");
     } else if (length != real_length) {
-        r.fault("the text length says " + std::to_string(length) + ", and the text has " +
-                std::to_string(real_length) + " bytes: all of it is shown");
+        r.fault("the text length is " + std::to_string(length) + ", and the text has " +
+                std::to_string(real_length) + " bytes: all of them are shown");
     }
 }
 
@@ -253,7 +254,7 @@ bool is_web_address(const std::string &address) {
 void describe_set_map_address(reading &r) {
     const std::string address(read_set_map_address(r.message).address);
     r.add_text(protocol::set_map_address::text, "address");
-    r.does("shows the map with the last detail alert while an alert is active, else nothing");
+    r.does("shows the map with the last detail alert if an alert is active, otherwise nothing");
     if (!address.empty() && !is_web_address(address)) {
         r.fault("the station page follows http and https addresses only");
     }
@@ -276,18 +277,18 @@ void describe_json_control(reading &r) {
             is_known =
                 is_known || std::strcmp(key, "play_audio") == 0 || std::strcmp(key, "comm_gw") == 0;
             r.does(std::strcmp(key, "play_audio") == 0 ? "fetches and plays " + shown
-                   : std::strcmp(key, "comm_gw") == 0  ? "takes " + shown + " for its gateway"
+                   : std::strcmp(key, "comm_gw") == 0  ? "takes " + shown + " as its gateway"
                                                        : std::string("with ") + key + " " + shown);
         }
     }
     if (!is_known) {
         r.does("does nothing");
-        r.fault("neither \"play_audio\" nor \"comm_gw\" is there in the form \"key\":\"value\"");
+        r.fault("it has neither \"play_audio\" nor \"comm_gw\" in the form \"key\":\"value\"");
     }
 }
 
 void describe_rollcall_request(reading &r) {
-    r.does("answers to port 5000 of the sender, and asks for the date and the settings that it "
+    r.does("answers to port 5000 of the sender, and asks for the date and the settings if it "
            "lacks");
     r.expect_end(1);
 }
@@ -390,7 +391,7 @@ description describe_message(std::span<const std::uint8_t> bytes, channel via) {
                         (via == channel::tcp ? "TCP" : "UDP");
     if (bytes.empty()) {
         r.does("does nothing");
-        r.fault("there are no bytes at all");
+        r.fault("the message is empty");
         return r.described;
     }
     r.add(0, 1, "type", std::to_string(r.message.byte(0)) + ", " + kind.name);
@@ -399,7 +400,7 @@ description describe_message(std::span<const std::uint8_t> bytes, channel via) {
         r.expect_channel();
     }
     if (bytes.size() > static_cast<std::size_t>(taken)) {
-        r.fault("a unit takes " + std::to_string(taken) + " bytes; the rest is lost");
+        r.fault("a unit takes " + std::to_string(taken) + " bytes at most; the rest is lost");
     }
     return r.described;
 }
@@ -423,7 +424,7 @@ description describe_record(std::span<const std::uint8_t> bytes) {
     described.title = "unknown record, " + bytes_text(bytes.size());
     described.faults.emplace_back(
         "a record is a code (2, 39 or 47), a hardware address of 6 bytes, "
-        "and for code 2 two bytes more");
+        "and for code 2 two more bytes");
     return described;
 }
 

@@ -19,8 +19,8 @@ struct field {
 struct description {
     std::string title;
     std::vector<field> fields;
-    std::vector<std::string> effects; ///< what the unit does, in its order
-    std::vector<std::string> faults;  ///< what is probably not meant
+    std::vector<std::string> effects; ///< what the unit does, in order
+    std::vector<std::string> faults;  ///< what is probably unintended
 };
 
 /// A message to a unit, read as the unit reads it. Any bytes of any length.
@@ -29,5 +29,5 @@ description describe_message(std::span<const std::uint8_t> bytes, channel via);
 /// A record that a unit has sent to a gateway.
 description describe_record(std::span<const std::uint8_t> bytes);
 
-/// The description with the bytes of each field, as lines for a terminal.
+/// The description as lines for a terminal, with the bytes of each field.
 std::string to_text(const description &described, std::span<const std::uint8_t> bytes);

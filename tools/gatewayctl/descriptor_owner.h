@@ -3,7 +3,7 @@
 #include <unistd.h>
 #include <utility>
 
-/// Owns a file descriptor, and closes it at its end.
+/// Owns a file descriptor and closes it when destroyed.
 class descriptor_owner {
   public:
     explicit descriptor_owner(int fd = -1) : fd_(fd) {}

@@ -26,7 +26,7 @@ void say_record(const sockaddr_in &unit, const unit_record &record) {
     const std::string by = " (" + record.hardware_address + ")";
     switch (record.type) {
     case record_type::rollcall_reply:
-        say(host_text(unit), "is there, version " + std::to_string(record.version) + by);
+        say(host_text(unit), "is up, version " + std::to_string(record.version) + by);
         break;
     case record_type::set_date_request:
         say(host_text(unit), "asks for the date" + by);
@@ -50,7 +50,7 @@ bool answer_desk::has_room() const {
 void answer_desk::take(const sockaddr_in &from, std::span<const std::uint8_t> bytes) {
     visitor &served = find_visitor(from);
     if (served.records.size() == most_records) {
-        say(host_text(from), "sends more than it takes answers: a record is lost");
+        say(host_text(from), "sends requests faster than it takes answers: a record is dropped");
         return;
     }
     served.records.emplace_back(bytes.begin(), bytes.end());
@@ -82,7 +82,7 @@ void answer_desk::end_answers(const poll_set &events) {
         if (served->answer && is_answered(*served, events)) {
             served->answer.reset();
             --answers_;
-            visitors_.splice(visitors_.end(), visitors_, served); // the others first
+            visitors_.splice(visitors_.end(), visitors_, served); // the others go first
         }
         served = next;
     }
@@ -115,7 +115,7 @@ void answer_desk::serve_visitor(visitor &served) {
     }
 }
 
-// Whether it could be done now.
+// Whether it could be handled now.
 bool answer_desk::serve_record(visitor &served, std::span<const std::uint8_t> bytes) {
     const auto record = parse_record(bytes);
     if (record && is_request(*record)) {
@@ -124,7 +124,7 @@ bool answer_desk::serve_record(visitor &served, std::span<const std::uint8_t> by
     if (record) {
         say_record(served.unit, *record);
     } else {
-        say(host_text(served.unit), "sent what is no record: " + to_hex(bytes));
+        say(host_text(served.unit), "sent an invalid record: " + to_hex(bytes));
     }
     return true;
 }

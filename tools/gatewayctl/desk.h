@@ -16,36 +16,36 @@
 #include <vector>
 
 struct desk_settings {
-    int rotation = 0;                    ///< degrees, sent to who asks for its settings
+    int rotation = 0;                    ///< degrees, sent to units that ask for their settings
     std::chrono::milliseconds timeout{}; ///< for a unit to take an answer
 };
 
-/// Prints the units' records and answers their requests. One unit's records are taken one after the
-/// other, each when the answer to the one before has ended; units do not wait for each other, but
-/// for one of a number of answers at once. It never waits itself.
+/// Prints the units' records and answers their requests. A unit's records are handled one at a
+/// time, each after the answer to the previous one has ended; units do not wait for each other,
+/// except that the number of concurrent answers is limited. It never blocks.
 class answer_desk {
   public:
     answer_desk(const desk_settings &settings, shortage &lack) : settings_(settings), lack_(lack) {}
 
-    /// Whether another unit's record can be taken in.
+    /// Whether another unit's record can be accepted.
     bool has_room() const;
 
     void take(const sockaddr_in &from, std::span<const std::uint8_t> bytes);
 
     void watch(poll_set &set) const;
 
-    /// After a wait: ends the answers that have been taken or have failed.
+    /// After a wait: ends the answers that have been received or have failed.
     void end_answers(const poll_set &events);
 
-    /// Prints and answers what has come. Opens descriptors, so that it is the last thing after a wait.
+    /// Prints and answers what has arrived. Opens descriptors, so call it last after a wait.
     void serve_visitors();
 
   private:
     struct visitor {
         sockaddr_in unit{};
-        std::deque<std::vector<std::uint8_t>> records; // that have still to be taken
-        std::optional<exchange> answer;                // under way
-        std::string what;                              // it is
+        std::deque<std::vector<std::uint8_t>> records; // not yet handled
+        std::optional<exchange> answer;                // in progress
+        std::string what;                              // describes the answer
     };
 
     visitor &find_visitor(const sockaddr_in &unit);
@@ -57,6 +57,6 @@ class answer_desk {
 
     desk_settings settings_;
     shortage &lack_;
-    std::list<visitor> visitors_; // who has waited longest first
-    std::size_t answers_ = 0;     // under way
+    std::list<visitor> visitors_; // the longest-waiting first
+    std::size_t answers_ = 0;     // in progress
 };

@@ -57,15 +57,15 @@ void exchange::finish_connecting() const {
 }
 
 void exchange::send_message() {
-    // An empty socket's buffer takes any message whole.
+    // An empty socket buffer has room for any whole message.
     const ssize_t sent = send(connection_.get(), message_.data(), message_.size(), MSG_NOSIGNAL);
     if (sent != static_cast<ssize_t>(message_.size())) {
-        throw run_failure("the message could not be sent whole: " + reason(errno));
+        throw run_failure("cannot send the whole message: " + reason(errno));
     }
     is_sent_ = true;
 }
 
-// The unit closes without a word, or resets where it has not read everything.
+// The unit closes without sending anything, or resets if it has not read everything.
 bool exchange::is_taken() {
     char unused[4096];
     const ssize_t count = recv(connection_.get(), unused, sizeof unused, 0);
@@ -73,23 +73,24 @@ bool exchange::is_taken() {
         return true;
     }
     if (count < 0 && errno != EINTR && errno != EAGAIN) {
-        throw run_failure(to_text(unit_) + " has broken the connection: " + reason(errno));
+        throw run_failure("the connection to " + to_text(unit_) + " failed: " + reason(errno));
     }
     return false;
 }
 
 void exchange::fail_to_connect(int error) const {
     if (error == ECONNREFUSED) {
-        throw run_failure(to_text(unit_) +
-                          " refuses connections: that machine is up, the service is not");
+        throw run_failure("cannot connect to " + to_text(unit_) + ": " + reason(error) +
+                          " (the machine is up, but the service is not running)");
     }
-    throw run_failure(to_text(unit_) + " cannot be reached: " + reason(error));
+    throw run_failure("cannot connect to " + to_text(unit_) + ": " + reason(error));
 }
 
 void exchange::fail_in_time() const {
     if (!is_sent_) {
         throw run_failure(to_text(unit_) + " does not answer");
     }
-    throw run_failure("the message is on its way, but " + to_text(unit_) +
-                      " has not taken it yet: the unit is busy, or something else listens there");
+    throw run_failure(
+        "the message was sent, but " + to_text(unit_) +
+        " has not read it yet: the unit is busy, or something else is listening there");
 }

@@ -7,23 +7,23 @@
 #include <netinet/in.h>
 #include <sys/socket.h>
 
-/// One message on its way to a unit, over a connection of its own. It never waits itself: whoever
-/// holds it does. All failures are run_failure.
+/// One message on its way to a unit, over a connection of its own. It never blocks: its owner does
+/// the waiting. All failures are run_failure.
 class exchange {
   public:
     static constexpr int socket_type = SOCK_STREAM | SOCK_NONBLOCK;
 
-    /// With a new socket. The unit has to have taken the message by the end.
+    /// Takes a new socket. The unit has to have read the message by the end.
     exchange(descriptor_owner connection, const sockaddr_in &unit, message_bytes message,
              clock_type::time_point end);
 
     void start();
 
-    /// What it waits for.
+    /// Adds what it is waiting for.
     void watch(poll_set &set) const;
 
-    /// Goes on after a wait. True when the unit has closed the connection, that is when it has read
-    /// the message.
+    /// Proceeds after a wait. True when the unit has closed the connection, which means that it has
+    /// read the message.
     bool advance(const poll_set &events);
 
   private:

@@ -2,12 +2,13 @@
 
 #include <stdexcept>
 
-/// What was asked for cannot be: the command line is wrong, or no message can hold it. Status 2.
+/// An invalid request: the command line is wrong, or the value does not fit into a message. Status
+/// 2.
 struct usage_failure : std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
-/// What was asked for did not work. Status 1.
+/// The request failed. Status 1.
 struct run_failure : std::runtime_error {
     using std::runtime_error::runtime_error;
 };

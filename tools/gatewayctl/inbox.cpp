@@ -15,16 +15,17 @@
 namespace {
 
 constexpr int backlog = 64;
-constexpr std::size_t most_arrivals = 256; // the oldest makes room, so that silent peers do no harm
-constexpr std::size_t most_bytes = 64;     // more than any record has
+constexpr std::size_t most_arrivals =
+    256; // beyond that the oldest is dropped, so that silent peers do no harm
+constexpr std::size_t most_bytes = 64; // more than in any record
 constexpr std::chrono::seconds longest_arrival(5);
 
 [[noreturn]] void fail_to_listen(int error) {
     const std::string port = "port " + std::to_string(protocol::record_port);
     if (error == EADDRINUSE) {
-        throw run_failure(port + " is taken: another gateway runs on this machine");
+        throw run_failure(port + " is in use: another gateway is running on this machine");
     }
-    throw run_failure("no unit can be heard on " + port + ": " + reason(error));
+    throw run_failure("cannot listen on " + port + ": " + reason(error));
 }
 
 } // namespace
@@ -63,7 +64,7 @@ void record_inbox::advance(const poll_set &events, const take_fn &take) {
             coming.push_back(std::move(one));
             continue;
         }
-        // Taken after the connection is closed: the unit sends nothing else before.
+        // Handled after the connection is closed: the unit sends nothing else before that.
         one.connection = descriptor_owner();
         if (!one.bytes.empty()) {
             take(one.from, one.bytes);

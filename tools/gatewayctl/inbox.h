@@ -10,19 +10,20 @@
 #include <span>
 #include <vector>
 
-/// Listens on port 5000 and gathers what comes, each connection to its end or its time limit, all of
-/// them at once. It never waits itself.
+/// Listens on port 5000 and collects what arrives on all connections concurrently, each until its
+/// end or its time limit. It never blocks.
 class record_inbox {
   public:
     using take_fn = std::function<void(const sockaddr_in &from, std::span<const std::uint8_t>)>;
 
-    /// Fails with run_failure where somebody else listens already.
+    /// Fails with run_failure if another process is already listening.
     explicit record_inbox(shortage &lack);
 
-    /// What it waits for: what is to come over its connections, and new ones if it may accept any.
+    /// Adds what it is waiting for: data on its connections, and new connections if it may accept
+    /// any.
     void watch(poll_set &set, bool may_accept = true) const;
 
-    /// After a wait: hands over what is complete, and accepts who waits.
+    /// After a wait: passes on complete records, and accepts pending connections.
     void advance(const poll_set &events, const take_fn &take);
 
   private:

@@ -1,5 +1,5 @@
-// A gateway for the command line: sends messages to units, calls the roll, answers units, and
-// explains messages.
+// A command-line gateway: sends messages to units, calls the roll, answers units, and explains
+// messages.
 
 #include "hdtv/protocol.h"
 #include "tools/gatewayctl/address.h"
@@ -9,9 +9,11 @@
 #include "tools/gatewayctl/failure.h"
 #include "tools/gatewayctl/roll_call.h"
 #include "tools/gatewayctl/serve.h"
+#include "tools/gatewayctl/socket.h"
 #include "tools/gatewayctl/text.h"
 
 #include <CLI/CLI.hpp>
+#include <cerrno>
 #include <charconv>
 #include <cstdio>
 #include <fstream>
@@ -39,7 +41,7 @@ constexpr const char *examples =
     "  gatewayctl --dry-run display-alert --text DRILL\n"
     "  gatewayctl decode 31 01\n"
     "\n"
-    "Exit status: 0 done; 1 it did not work, or decode found a fault; 2 it cannot be asked for.";
+    "Exit status: 0 done; 1 failed, or decode found a fault; 2 invalid request.";
 
 struct common_settings {
     std::string to;
@@ -54,7 +56,7 @@ struct common_settings {
 
 common_settings common;
 
-// What the chosen command does; the result is the exit status.
+// The selected command's action; returns the exit status.
 std::function<int()> chosen;
 
 std::chrono::milliseconds to_milliseconds(double seconds) {
@@ -70,7 +72,7 @@ double parse_duration(const std::string &text) {
     constexpr double a_day = 86400;
     if (error != std::errc() || found == units.end() || !(number > 0) ||
         number * found->second > a_day) {
-        throw usage_failure(::quoted(text) + " is not a time like 2s, 500ms or 5min");
+        throw usage_failure(::quoted(text) + " is not a duration such as 2s, 500ms or 5min");
     }
     return number * found->second;
 }
@@ -89,7 +91,7 @@ void add_duration(CLI::App &command, const std::string &name, double &seconds,
 
 int send_message(const message_bytes &message) {
     if (message.empty()) {
-        throw usage_failure("an empty message says nothing");
+        throw usage_failure("the message is empty");
     }
     if (message.size() > static_cast<std::size_t>(message_limit(common.via()))) {
         throw usage_failure("the message has " + bytes_text(message.size()) +
@@ -100,12 +102,12 @@ int send_message(const message_bytes &message) {
         return 0;
     }
     if (common.to.empty()) {
-        throw usage_failure("--to says where the unit is: --to HOST[:PORT]");
+        throw usage_failure("no unit given: use --to HOST[:PORT]");
     }
     const sockaddr_in unit = resolve(common.to);
     if (common.over_udp) {
         send_over_udp(unit, message);
-        std::printf("%s sent to %s; nothing tells whether they arrived\n",
+        std::printf("%s sent to %s; UDP does not confirm delivery\n",
                     bytes_text(message.size()).c_str(), to_text(unit).c_str());
     } else {
         send_over_tcp(unit, message, to_milliseconds(common.timeout));
@@ -116,7 +118,7 @@ int send_message(const message_bytes &message) {
 
 void require_tcp(const char *command) {
     if (common.over_udp) {
-        throw usage_failure(std::string(command) + " counts over TCP only: leave --udp out");
+        throw usage_failure(std::string(command) + " works over TCP only: omit --udp");
     }
 }
 
@@ -131,7 +133,7 @@ CLI::App &add_command(CLI::App &app, const std::string &name, const std::string 
 void add_display_alert(CLI::App &app) {
     static display_alert_settings settings;
     CLI::App &command =
-        add_command(app, "display-alert", "Start, update or end an alert that is a text", [] {
+        add_command(app, "display-alert", "Start, update or end a text-only alert", [] {
             settings.text = unescape(settings.text);
             return send_message(make_display_alert(settings, common.via()));
         });
@@ -141,7 +143,7 @@ void add_display_alert(CLI::App &app) {
         ->required();
     command.add_option("--flag", settings.flag, "The alert flag: 1 is on")->capture_default_str();
     command.add_option("--turnout", settings.turnout,
-                       "Turnout time in seconds; without it the unit's stays as it is");
+                       "Turnout time in seconds; by default the unit keeps the current one");
 }
 
 void add_detail_alert(CLI::App &app) {
@@ -161,9 +163,9 @@ void add_detail_alert(CLI::App &app) {
         ->required();
     command
         .add_option("--unit", units,
-                    "A unit and its colour, 1 to 16, as in E1:2; once for each, up to 16 times")
+                    "A unit and its color, 1 to 16, e.g. E1:2; may be given up to 16 times")
         ->allow_extra_args(false)
-        ->type_name("NAME[:COLOUR]");
+        ->type_name("NAME[:COLOR]");
     command.add_option("--flag", settings.flag, "The alert flag: 1 is on")->capture_default_str();
     command
         .add_option("--turnout", settings.turnout_end,
@@ -171,7 +173,7 @@ void add_detail_alert(CLI::App &app) {
         ->capture_default_str();
     command
         .add_option("--zero", settings.turnout_zero,
-                    "Seconds after the start at which the timer is at zero; 0: at its end")
+                    "Seconds after the start at which the timer reaches zero; 0: at its end")
         ->capture_default_str();
     command.add_flag(
         "--reverse", [](std::int64_t) { settings.turnout_reverse = 1; }, "The timer counts up");
@@ -184,9 +186,9 @@ void add_end_alert(CLI::App &app) {
 
 void add_turnout_timer(CLI::App &app) {
     static int seconds = 0;
-    CLI::App &command =
-        add_command(app, "turnout-timer", "Set the turnout timer, which the next alert text shows",
-                    [] { return send_message(make_hdtv_alert(seconds)); });
+    CLI::App &command = add_command(
+        app, "turnout-timer", "Set the turnout timer, which takes effect with the next alert text",
+        [] { return send_message(make_hdtv_alert(seconds)); });
     command.add_option("SECONDS", seconds, "Counted from the alert's start")->required();
 }
 
@@ -199,11 +201,12 @@ void add_stop_turnout(CLI::App &app) {
 
 void add_map(CLI::App &app) {
     static std::string address;
-    CLI::App &command = add_command(app, "map", "Show a map beside the active alert", [] {
+    CLI::App &command = add_command(app, "map", "Show a map next to the active alert", [] {
         require_tcp("map");
         return send_message(make_set_map_address(address, common.via()));
     });
-    command.add_option("ADDRESS", address, "Of a picture or a page, http or https")->required();
+    command.add_option("ADDRESS", address, "Address of a picture or a page, http or https")
+        ->required();
 }
 
 void add_set_date(CLI::App &app) {
@@ -211,7 +214,8 @@ void add_set_date(CLI::App &app) {
     CLI::App &command = add_command(app, "set-date", "Set the unit's clock", [] {
         return send_message(make_set_date(date.empty() ? date_now() : date, common.via()));
     });
-    command.add_option("DATE", date, "As date -s takes it; without it this machine's time");
+    command.add_option("DATE", date,
+                       "In any form that date -s accepts; by default this machine's time");
 }
 
 void add_page(CLI::App &app) {
@@ -219,17 +223,17 @@ void add_page(CLI::App &app) {
     static bool is_blank = false;
     CLI::App &command = add_command(app, "page", "Show another page until the next alert", [] {
         if (address.empty() == !is_blank) {
-            throw usage_failure("page takes an address, or --blank");
+            throw usage_failure("page takes either an address or --blank");
         }
         return send_message(make_set_page_address(address, common.via()));
     });
-    command.add_option("ADDRESS", address, "Of the page");
+    command.add_option("ADDRESS", address, "Address of the page");
     command.add_flag("--blank", is_blank, "Show nothing: the browser is stopped");
 }
 
 void add_rotation(CLI::App &app) {
     static int degrees = 0;
-    CLI::App &command = add_command(app, "rotation", "Turn the page, for good",
+    CLI::App &command = add_command(app, "rotation", "Rotate the page permanently",
                                     [] { return send_message(make_hdtv_settings(degrees)); });
     command.add_option("DEGREES", degrees, "Clockwise: 0, 90, 180 or 270")->required();
 }
@@ -243,14 +247,15 @@ bool is_confirmed(const std::string &question) {
 
 void add_reboot(CLI::App &app) {
     static bool is_sure = false;
-    CLI::App &command = add_command(app, "reboot", "Restart the unit's board; asks first", [] {
-        if (!is_sure && !common.is_dry_run && !common.to.empty() &&
-            !is_confirmed("Restart " + printable(common.to) + "?")) {
-            std::cerr << "gatewayctl: nothing was sent\n";
-            return 1;
-        }
-        return send_message(make_reboot());
-    });
+    CLI::App &command =
+        add_command(app, "reboot", "Reboot the unit's board; asks for confirmation", [] {
+            if (!is_sure && !common.is_dry_run && !common.to.empty() &&
+                !is_confirmed("Reboot " + printable(common.to) + "?")) {
+                std::cerr << "gatewayctl: nothing was sent\n";
+                return 1;
+            }
+            return send_message(make_reboot());
+        });
     command.add_flag("--yes", is_sure, "Do not ask");
 }
 
@@ -259,23 +264,24 @@ void add_play_audio(CLI::App &app) {
     CLI::App &command = add_command(app, "play-audio", "Play a clip", [] {
         return send_message(make_play_audio(settings, common.via()));
     });
-    command.add_option("ADDRESS", settings.address, "Of the clip, ending in .wav or .raw")
+    command.add_option("ADDRESS", settings.address, "Address of the clip, ending in .wav or .raw")
         ->required();
     command.add_option("--device", settings.device,
-                       "headphones, or anything else for the other one");
+                       "headphones; anything else selects the other output");
     command.add_option("--volume", settings.volume, "In percent (the unit's default: 90)");
-    command.add_option("--channels", settings.channels, "Of a .raw clip (the unit's default: 1)");
-    command.add_option("--rate", settings.rate, "Of a .raw clip (the unit's default: 22050)");
+    command.add_option("--channels", settings.channels,
+                       "Channels of a .raw clip (the unit's default: 1)");
+    command.add_option("--rate", settings.rate, "Rate of a .raw clip (the unit's default: 22050)");
     command.add_option("--sample-format", settings.sample_format,
-                       "Of a .raw clip (the unit's default: S16_LE)");
+                       "Sample format of a .raw clip (the unit's default: S16_LE)");
 }
 
 void add_set_gateway(CLI::App &app) {
     static std::string address;
     CLI::App &command =
-        add_command(app, "set-gateway", "Tell the unit its gateway, until it restarts",
+        add_command(app, "set-gateway", "Set the unit's gateway, until it restarts",
                     [] { return send_message(make_set_gateway(address, common.via())); });
-    command.add_option("ADDRESS", address, "As in 10.87.33.20")->required();
+    command.add_option("ADDRESS", address, "For example 10.87.33.20")->required();
 }
 
 // Bytes from the command line, a file or standard input.
@@ -286,10 +292,10 @@ struct bytes_settings {
 };
 
 void add_bytes(CLI::App &command, bytes_settings &settings) {
-    command.add_option("HEX", settings.words,
-                       "The bytes in hexadecimal, blanks and colons as you like");
-    command.add_option("--file", settings.file,
-                       "A file with the bytes as they are; - is standard input");
+    command.add_option(
+        "HEX", settings.words,
+        "The bytes in hexadecimal, optionally separated by spaces, colons or commas");
+    command.add_option("--file", settings.file, "A file with the raw bytes; - is standard input");
 }
 
 message_bytes read_bytes(std::istream &input) {
@@ -298,7 +304,7 @@ message_bytes read_bytes(std::istream &input) {
 
 message_bytes read_bytes(const bytes_settings &settings) {
     if (settings.words.empty() == settings.file.empty()) {
-        throw usage_failure("the bytes come as hexadecimal words or with --file");
+        throw usage_failure("give the bytes either as hexadecimal words or with --file");
     }
     if (settings.file.empty()) {
         std::string text;
@@ -312,14 +318,14 @@ message_bytes read_bytes(const bytes_settings &settings) {
     }
     std::ifstream file(settings.file, std::ios::binary);
     if (!file) {
-        throw run_failure("the file " + settings.file + " cannot be read");
+        throw run_failure("cannot open " + settings.file + ": " + reason(errno));
     }
     return read_bytes(file);
 }
 
 void add_raw(CLI::App &app) {
     static bytes_settings settings;
-    add_bytes(add_command(app, "raw", "Send any bytes",
+    add_bytes(add_command(app, "raw", "Send arbitrary bytes",
                           [] { return send_message(read_bytes(settings)); }),
               settings);
 }
@@ -338,7 +344,7 @@ void add_decode(CLI::App &app) {
                         return described.faults.empty() ? 0 : 1;
                     });
     add_bytes(command, settings);
-    command.add_flag("--record", is_record, "It is a record that a unit has sent");
+    command.add_flag("--record", is_record, "Treat it as a record sent by a unit");
 }
 
 // The gateway's own side.
@@ -348,9 +354,10 @@ void add_roll_call(CLI::App &app) {
     static double wait = 0;
     static bool as_json = false;
     CLI::App &command =
-        add_command(app, "roll-call", "Ask which units are there, and what they ask for", [] {
+        add_command(app, "roll-call", "List the units that answer, and what they ask for", [] {
             if (!common.to.empty() && !broadcast.empty()) {
-                throw usage_failure("roll-call takes --to for one unit or --broadcast for all");
+                throw usage_failure(
+                    "roll-call takes either --to for one unit or --broadcast for all");
             }
             const std::string everybody = broadcast.empty() ? "255.255.255.255" : broadcast;
             return call_roll(resolve(common.to.empty() ? everybody : common.to),
@@ -360,8 +367,8 @@ void add_roll_call(CLI::App &app) {
         .add_option("--broadcast", broadcast,
                     "The network's broadcast address (default: 255.255.255.255)")
         ->type_name("ADDRESS");
-    add_duration(command, "--wait", wait, "2s", "How long to listen, as in 2s or 500ms");
-    command.add_flag("--json", as_json, "A line of JSON for each unit");
+    add_duration(command, "--wait", wait, "2s", "How long to listen, e.g. 2s or 500ms");
+    command.add_flag("--json", as_json, "Print a line of JSON for each unit");
 }
 
 void add_serve(CLI::App &app) {
@@ -369,8 +376,9 @@ void add_serve(CLI::App &app) {
     static std::string roll_call;
     static double every = 0;
     CLI::App &command = add_command(
-        app, "serve", "Be a small gateway: answer the units' requests and print what comes", [] {
-            // Refused before anything begins.
+        app, "serve", "Act as a small gateway: answer the units' requests and print what arrives",
+        [] {
+            // Reject bad values before doing anything.
             make_hdtv_settings(settings.desk.rotation);
             if (!roll_call.empty()) {
                 settings.roll_call = resolve(roll_call);
@@ -381,32 +389,33 @@ void add_serve(CLI::App &app) {
             return 0;
         });
     command
-        .add_option("--rotation", settings.desk.rotation, "The rotation that units get as settings")
+        .add_option("--rotation", settings.desk.rotation,
+                    "The rotation sent to units as their settings")
         ->capture_default_str();
     command
         .add_option("--roll-call", roll_call,
-                    "Call the roll there, so that the units do not reset themselves")
+                    "Call the roll at this address, so that the units do not reset themselves")
         ->type_name("ADDRESS");
-    add_duration(command, "--every", every, "5min", "How often, as in 300s or 5min");
+    add_duration(command, "--every", every, "5min", "How often, e.g. 300s or 5min");
 }
 
 void add_common_options(CLI::App &app) {
-    app.add_option("--to", common.to, "The unit; the port is 4000 if none is said")
+    app.add_option("--to", common.to, "The unit; the default port is 4000")
         ->type_name("HOST[:PORT]");
-    app.add_flag("--udp", common.over_udp, "Over UDP, where nothing confirms a message");
+    app.add_flag("--udp", common.over_udp, "Send over UDP, which is not acknowledged");
     app.add_flag("--dry-run", common.is_dry_run, "Explain the message instead of sending it");
-    add_duration(app, "--timeout", common.timeout, "5s", "How long a unit may take");
+    add_duration(app, "--timeout", common.timeout, "5s", "How long to wait for a unit");
     app.set_version_flag("--version", "gatewayctl " + std::to_string(protocol::version));
 }
 
-// The words may quote the command line, which a script may have from anywhere.
+// The text may quote the command line, which a script may have taken from an untrusted source.
 void complain(const char *words) {
     std::fprintf(stderr, "gatewayctl: %s\n", printable(words).c_str());
 }
 
 int run(int argc, char **argv) {
     CLI::App app(about, "gatewayctl");
-    app.footer("gatewayctl --help lists the options that every command has.");
+    app.footer("gatewayctl --help lists the options common to all commands.");
     app.require_subcommand(0, 1);
     add_common_options(app);
     for (const auto add :
@@ -415,7 +424,7 @@ int run(int argc, char **argv) {
           add_set_gateway, add_raw, add_roll_call, add_serve, add_decode}) {
         add(app);
     }
-    app.footer(examples); // of its own; the commands keep the one before
+    app.footer(examples); // for the main help only; the commands keep the footer above
     try {
         app.parse(argc, argv);
     } catch (const CLI::Success &help_or_version) {
@@ -426,7 +435,7 @@ int run(int argc, char **argv) {
         return usage_status;
     }
     if (!chosen) {
-        throw usage_failure("which command? gatewayctl --help lists them");
+        throw usage_failure("no command given: see gatewayctl --help for a list");
     }
     return chosen();
 }

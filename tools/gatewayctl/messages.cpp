@@ -21,7 +21,7 @@ constexpr int largest_byte = 0xff;
 std::uint8_t to_byte(int value, const char *what) {
     if (value < 0 || value > largest_byte) {
         throw usage_failure(std::string(what) + " is " + std::to_string(value) +
-                            ", and a byte holds 0 to 255");
+                            ", but has to be from 0 to 255");
     }
     return static_cast<std::uint8_t>(value);
 }
@@ -39,14 +39,14 @@ message_bytes start_message(message_type type, int size) {
 void put_number(message_bytes &message, int position, int value, const char *what) {
     if (value < 0 || value > largest_number) {
         throw usage_failure(std::string(what) + " is " + std::to_string(value) +
-                            ", and a message holds 0 to 65535 seconds");
+                            ", but has to be from 0 to 65535 seconds");
     }
     const auto place = static_cast<std::size_t>(position);
     message[place] = static_cast<std::uint8_t>(value >> 8);
     message[place + 1] = static_cast<std::uint8_t>(value & 0xff);
 }
 
-// Room for `others` bytes of a message has to be left.
+// Leaves room for `others` more bytes in the message.
 void append_text(message_bytes &message, const std::string &text, const std::string &what,
                  channel via, int others = 0) {
     const int room = message_limit(via) - static_cast<int>(message.size()) - others;
@@ -76,18 +76,19 @@ void put_unit(message_bytes &message, int slot, const called_unit &unit) {
                             std::to_string(layout::unit_name_size - 1));
     }
     if (unit.color < 1 || unit.color > largest_byte) {
-        throw usage_failure("the colour of " + unit.name + " is " + std::to_string(unit.color) +
-                            "; colours are 1 to 16, and at most 255");
+        throw usage_failure("the color of " + unit.name + " is " + std::to_string(unit.color) +
+                            "; colors are 1 to 16, and at most 255");
     }
     *(message.begin() + layout::unit_colors + slot) = static_cast<std::uint8_t>(unit.color);
     const int name = layout::unit_names + layout::unit_name_size * slot;
     std::copy(unit.name.begin(), unit.name.end(), message.begin() + name);
 }
 
-// Values are read up to the next quotation mark, and there is no way to write one.
+// Values are read up to the next quotation mark, and there is no way to escape one.
 std::string member(const char *key, const std::string &value) {
     if (value.find('"') != std::string::npos) {
-        throw usage_failure(std::string("a quotation mark cannot be sent in \"") + key + "\"");
+        throw usage_failure(std::string("the protocol allows no quotation mark in \"") + key +
+                            "\"");
     }
     return std::string("\"") + key + "\":\"" + value + "\"";
 }
@@ -104,7 +105,7 @@ std::string lower_case(std::string text) {
     return text;
 }
 
-// As the unit tells the kinds of clips apart: by the first place where the ending occurs.
+// The unit determines a clip's kind by the first occurrence of the extension.
 bool is_clip_address(const std::string &address) {
     const std::string lower = lower_case(address);
     return std::ranges::any_of(std::initializer_list<std::string_view>{".wav", ".raw"},
@@ -151,7 +152,7 @@ message_bytes make_detail_alert(const detail_alert_settings &settings, channel v
     namespace layout = protocol::detail_alert;
     if (settings.units.size() > static_cast<std::size_t>(layout::unit_slots)) {
         throw usage_failure("there are " + std::to_string(settings.units.size()) +
-                            " units; a message holds 16");
+                            " units; a message holds at most 16");
     }
     message_bytes message = start_message(message_type::detail_alert, layout::text);
     message[layout::flag] = to_byte(settings.flag, "the flag");
@@ -190,7 +191,7 @@ called_unit parse_unit(const std::string &text) {
     const bool is_number = !color.empty() && color.size() <= 3 &&
                            std::ranges::all_of(color, [](char c) { return c >= '0' && c <= '9'; });
     if (!is_number) {
-        throw usage_failure("in the unit " + quoted(text) + " the colour is not a number");
+        throw usage_failure("in the unit " + quoted(text) + " the color is not a number");
     }
     return {text.substr(0, colon), std::stoi(color)};
 }
@@ -232,7 +233,7 @@ message_bytes make_set_map_address(const std::string &address, channel via) {
 
 message_bytes make_hdtv_settings(int rotation) {
     if (rotation < 0 || rotation > 270 || rotation % 90 != 0) {
-        throw usage_failure("a page is turned by 0, 90, 180 or 270 degrees");
+        throw usage_failure("the rotation has to be 0, 90, 180 or 270 degrees");
     }
     return {static_cast<std::uint8_t>(message_type::hdtv_settings),
             static_cast<std::uint8_t>(rotation / 90)};
@@ -240,8 +241,9 @@ message_bytes make_hdtv_settings(int rotation) {
 
 message_bytes make_play_audio(const clip_settings &settings, channel via) {
     if (!is_clip_address(settings.address)) {
-        throw usage_failure("a clip's address ends in \".wav\" or \".raw\", and holds it nowhere "
-                            "else");
+        throw usage_failure(
+            "a clip's address has to end in \".wav\" or \".raw\", and must not contain it anywhere "
+            "else");
     }
     std::string members = member("play_audio", settings.address);
     for (const auto &[key, value] : {std::pair{"device", settings.device},
@@ -259,7 +261,7 @@ message_bytes make_play_audio(const clip_settings &settings, channel via) {
 message_bytes make_set_gateway(const std::string &address, channel via) {
     in_addr parsed{};
     if (inet_pton(AF_INET, address.c_str(), &parsed) != 1) {
-        throw usage_failure(quoted(address) + " is not an address like 10.87.33.20");
+        throw usage_failure(quoted(address) + " is not an IPv4 address such as 10.87.33.20");
     }
     return make_json_control(member("comm_gw", address), via);
 }
@@ -272,11 +274,11 @@ message_bytes parse_hex(const std::string &text) {
             continue;
         }
         if (is_separator(c)) {
-            throw usage_failure("a hexadecimal byte has two digits");
+            throw usage_failure("a hexadecimal byte needs two digits");
         }
         const int digit = digit_value(c);
         if (digit < 0) {
-            throw usage_failure(std::string("'") + c + "' is no hexadecimal digit");
+            throw usage_failure(std::string("'") + c + "' is not a hexadecimal digit");
         }
         if (high >= 0) {
             bytes.push_back(static_cast<std::uint8_t>(high * 16 + digit));
@@ -284,7 +286,7 @@ message_bytes parse_hex(const std::string &text) {
         high = high < 0 ? digit : -1;
     }
     if (high >= 0) {
-        throw usage_failure("a hexadecimal byte has two digits");
+        throw usage_failure("a hexadecimal byte needs two digits");
     }
     return bytes;
 }

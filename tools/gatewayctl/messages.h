@@ -7,12 +7,12 @@
 #include <string>
 #include <vector>
 
-/// Messages to a unit, each as the bytes to send in one piece. All of them refuse with usage_failure
-/// what does not fit into a message or its fields, and say what would.
+/// Messages to a unit, each as the bytes to send in one write. All of them throw usage_failure for
+/// values that do not fit into a message or its fields, stating the limits.
 
 using message_bytes = std::vector<std::uint8_t>;
 
-/// The most bytes that a unit takes of one message.
+/// The maximum number of bytes that a unit reads of one message.
 int message_limit(channel via);
 
 struct display_alert_settings {
@@ -24,7 +24,7 @@ message_bytes make_display_alert(const display_alert_settings &settings, channel
 
 struct called_unit {
     std::string name;
-    int color = 1; ///< 1 to 255, of which 1 to 16 are the palette's
+    int color = 1; ///< 1 to 255; 1 to 16 are in the palette
 };
 
 struct detail_alert_settings {
@@ -37,10 +37,10 @@ struct detail_alert_settings {
 };
 message_bytes make_detail_alert(const detail_alert_settings &settings, channel via);
 
-/// A text as it is typed: "\n" starts a new line, and "\\" is one backslash.
+/// A text as typed on the command line: "\n" starts a new line, and "\\" is one backslash.
 std::string unescape(const std::string &typed);
 
-/// "NAME:COLOUR", or a name alone, which gets colour 1.
+/// "NAME:COLOR", or just a name, which gets color 1.
 called_unit parse_unit(const std::string &text);
 
 message_bytes make_hdtv_alert(int turnout);
@@ -62,5 +62,5 @@ message_bytes make_play_audio(const clip_settings &settings, channel via);
 
 message_bytes make_set_gateway(const std::string &address, channel via);
 
-/// Bytes as they are, from hexadecimal text with any blanks, colons and commas between them.
+/// Raw bytes from hexadecimal text, with any spaces, colons and commas between them.
 message_bytes parse_hex(const std::string &text);

@@ -13,7 +13,7 @@ void poll_set::wake_by(clock_type::time_point time) {
 }
 
 bool poll_set::wait() {
-    // Rounded up, so that the time is over afterwards.
+    // Rounded up, so that the time has passed afterwards.
     const auto left = std::chrono::ceil<std::chrono::milliseconds>(end_ - clock_type::now());
     const auto limit = std::clamp<std::chrono::milliseconds::rep>(left.count(), 0,
                                                                   std::numeric_limits<int>::max());
@@ -23,7 +23,7 @@ bool poll_set::wait() {
     if (errno == EINTR) {
         return false;
     }
-    constexpr int rest = 100; // milliseconds; what lacks now, like memory, may come back
+    constexpr int rest = 100; // milliseconds; a shortage, of memory for example, may be temporary
     return poll(nullptr, 0, rest) == 0;
 }
 

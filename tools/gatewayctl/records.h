@@ -15,5 +15,5 @@ struct unit_record {
     int version = 0;              ///< of a roll-call reply
 };
 
-/// None for what is not a record.
+/// None if the bytes are not a valid record.
 std::optional<unit_record> parse_record(std::span<const std::uint8_t> bytes);

@@ -14,7 +14,7 @@ namespace {
 
 struct answer {
     std::string hardware_address;
-    int version = 0; // 0 while only its requests have come
+    int version = 0; // 0 while only its requests have arrived
     bool wants_date = false;
     bool wants_settings = false;
 };
@@ -100,12 +100,13 @@ void gather(record_inbox &inbox, std::chrono::milliseconds time, answers_by_addr
 
 int call_roll(const sockaddr_in &to, std::chrono::milliseconds wait, bool as_json) {
     answers_by_address answers;
-    shortage lack([] { std::fputs("gatewayctl: units wait for free descriptors\n", stderr); });
-    record_inbox inbox(lack); // listens before the call
+    shortage lack(
+        [] { std::fputs("gatewayctl: out of file descriptors, units have to wait\n", stderr); });
+    record_inbox inbox(lack); // listen before calling
     send_over_udp(to, make_rollcall_request());
     gather(inbox, wait, answers);
     if (answers.empty()) {
-        std::fprintf(stderr, "gatewayctl: no unit has answered a roll call to %s\n",
+        std::fprintf(stderr, "gatewayctl: no unit answered the roll call to %s\n",
                      to_text(to).c_str());
         return 1;
     }

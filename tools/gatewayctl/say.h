@@ -2,5 +2,5 @@
 
 #include <string>
 
-/// A line with the time, at once.
+/// Prints a line with the time, and flushes it.
 void say(const std::string &who, const std::string &what);

@@ -20,7 +20,7 @@ void end_fn(int /*signal*/) {
 
 void end_by_signals() {
     struct sigaction action {};
-    action.sa_handler = end_fn; // without SA_RESTART, so that a wait ends too
+    action.sa_handler = end_fn; // without SA_RESTART, so that it also interrupts a wait
     sigaction(SIGINT, &action, nullptr);
     sigaction(SIGTERM, &action, nullptr);
 }
@@ -35,7 +35,7 @@ void call_roll(const sockaddr_in &to) {
 }
 
 void serve_once(record_inbox &inbox, answer_desk &desk) {
-    // A signal that comes just before the wait is seen after this at the latest.
+    // A signal that arrives just before the wait is noticed after this at the latest.
     constexpr std::chrono::milliseconds longest_wait(200);
     poll_set events(clock_type::now() + longest_wait);
     inbox.watch(events, desk.has_room());
@@ -52,7 +52,7 @@ void serve_once(record_inbox &inbox, answer_desk &desk) {
 
 void serve(const serve_settings &settings) {
     end_by_signals();
-    shortage lack([] { say("gateway", "has no descriptors left: units wait their turn"); });
+    shortage lack([] { say("gateway", "is out of file descriptors: units have to wait"); });
     record_inbox inbox(lack);
     answer_desk desk(settings.desk, lack);
     say("gateway", "listens for units");

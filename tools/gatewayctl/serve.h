@@ -12,6 +12,6 @@ struct serve_settings {
     std::chrono::milliseconds every{};    ///< how often
 };
 
-/// A small gateway: takes the units' records, answers their requests, and prints all of it with the
-/// time, until SIGINT or SIGTERM.
+/// A small gateway: receives the units' records, answers their requests, and prints everything with
+/// the time, until SIGINT or SIGTERM.
 void serve(const serve_settings &settings);

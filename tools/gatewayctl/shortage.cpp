@@ -4,7 +4,7 @@ namespace {
 
 constexpr std::chrono::milliseconds rest(200);
 
-// Without news for so long it is over, and the next one is another.
+// After this long without a failure the shortage is over, and the next one is a new one.
 constexpr std::chrono::minutes longest_pause(1);
 
 } // namespace

@@ -4,15 +4,15 @@
 
 #include <functional>
 
-/// A time without free descriptors: who lacks one rests for a while instead of asking on and on.
+/// A shortage of file descriptors: pause for a while instead of retrying in a busy loop.
 class shortage {
   public:
     using begin_fn = std::function<void()>;
 
-    /// What to do once when one begins.
+    /// Takes the function to call once when a shortage begins.
     explicit shortage(begin_fn begin) : begin_(std::move(begin)) {}
 
-    /// A descriptor was wanted, and there was none.
+    /// Call when a descriptor was needed and none was free.
     void note();
 
     bool is_resting() const {

@@ -9,7 +9,7 @@
 descriptor_owner open_socket(int type) {
     descriptor_owner socket_fd = try_socket(type);
     if (socket_fd.get() < 0) {
-        throw run_failure("no socket can be had: " + reason(errno));
+        throw run_failure("cannot create a socket: " + reason(errno));
     }
     return socket_fd;
 }

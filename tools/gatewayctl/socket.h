@@ -4,14 +4,15 @@
 
 #include <string>
 
-/// A socket of the internet; a run_failure where there is none to be had.
+/// Opens an IPv4 socket; a run_failure if it cannot be created.
 descriptor_owner open_socket(int type);
 
-/// The same, but without a descriptor, and with errno, where there is none to be had.
+/// The same, but on failure returns an empty owner with errno set.
 descriptor_owner try_socket(int type);
 
-/// Whether it is descriptors that there are not enough of, or what the system needs for them.
+/// Whether the error is a shortage of descriptors, or of the resources that the system needs for
+/// them.
 bool is_shortage(int error);
 
-/// The system's words for an error.
+/// The system's message for an error.
 std::string reason(int error);

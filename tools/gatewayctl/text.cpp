@@ -44,7 +44,7 @@ std::string escaped_byte(char c) {
     return "\\x" + hex_digits(static_cast<std::uint8_t>(c), 2);
 }
 
-// With a backslash before each of the characters in `marked`.
+// Puts a backslash before each of the characters in `marked`.
 std::string harmless(std::string_view text, std::string_view marked) {
     std::string result;
     while (!text.empty()) {

@@ -6,7 +6,7 @@
 #include <string>
 #include <string_view>
 
-/// Bytes and texts for a person to read.
+/// Bytes and texts in human-readable form.
 
 /// "33 01 00".
 std::string to_hex(std::span<const std::uint8_t> bytes);
@@ -17,9 +17,10 @@ std::string hardware_address_text(std::span<const std::uint8_t> bytes);
 /// "1 byte", "7 bytes".
 std::string bytes_text(std::size_t count);
 
-/// In quotation marks. What steers a terminal or deceives its reader is escaped, and so is what is no
-/// UTF-8; all other characters stay.
+/// In quotation marks. Anything that controls a terminal or misleads its reader is escaped, and so
+/// is invalid UTF-8; all other characters are kept.
 std::string quoted(std::string_view text);
 
-/// The same without quotation marks, for a text that may hold its own: they and backslashes stay.
+/// The same without quotation marks, for a text that may contain its own: those and backslashes are
+/// kept.
 std::string printable(std::string_view text);

@@ -1,5 +1,5 @@
--- The station display's traffic for Wireshark and tshark: messages to a unit (TCP and UDP port 4000)
--- and the records that units send back (TCP port 5000). docs/protocol.md tells what they mean.
+-- The station display's traffic for Wireshark and tshark: messages to a unit (TCP and UDP port
+-- 4000) and the records that units send back (TCP port 5000). docs/protocol.md explains them.
 --
 --     tshark -X lua_script:station_display.lua -r capture.pcap
 --     Wireshark: copy this file into the folder "Personal Lua Plugins" (Help, About, Folders).
@@ -18,7 +18,7 @@ local TYPES = {
 local CODES = { [2] = "Roll-call reply", [39] = "Set-date request", [47] = "Settings request" }
 local COLORS = {
     [0] = "empty slot", "red", "blue", "green", "yellow", "orange", "purple", "cyan", "white",
-    "pink", "lime", "brown", "teal", "navy", "maroon", "silver", "grey",
+    "pink", "lime", "brown", "teal", "navy", "maroon", "silver", "gray",
 }
 
 -- Fields.
@@ -34,7 +34,7 @@ local f = {
     turnout_zero = ProtoField.uint16("station_display.turnout_zero", "Turnout zero in seconds"),
     turnout_reverse = ProtoField.uint8("station_display.turnout_reverse", "Turnout reverse"),
     unit = ProtoField.none("station_display.unit", "Unit"),
-    unit_color = ProtoField.uint8("station_display.unit.color", "Colour", base.DEC, COLORS),
+    unit_color = ProtoField.uint8("station_display.unit.color", "Color", base.DEC, COLORS),
     unit_name = ProtoField.string("station_display.unit.name", "Name"),
     date = ProtoField.string("station_display.date", "Date"),
     page = ProtoField.string("station_display.page", "Page address"),
@@ -60,25 +60,26 @@ end
 
 local e = {
     short = malformed("station_display.short", "The message is too short"),
-    long = malformed("station_display.long", "The message is too long, and the rest is lost"),
+    long = malformed("station_display.long", "The message is too long: the rest is lost"),
     length = malformed("station_display.wrong_length", "The text length is wrong"),
     ended = malformed("station_display.ended", "A zero byte ends the text early"),
-    unknown = malformed("station_display.unknown", "There is no such message"),
+    unknown = malformed("station_display.unknown", "Unknown message type"),
     channel = malformed("station_display.channel", "The message does nothing on this channel"),
-    surplus = malformed("station_display.surplus", "The bytes behind the message are not read"),
+    surplus = malformed("station_display.surplus", "The bytes after the message are not read"),
     unit = malformed("station_display.bad_unit", "The unit is wrong"),
     value = malformed("station_display.bad_value", "The value is wrong"),
 }
 message.experts = e
 
 local re = {
-    short = malformed("station_record.wrong_size", "The record has another size"),
-    unknown = malformed("station_record.unknown", "There is no such record"),
-    fixed = malformed("station_record.bad_fixed", "The fixed byte is another one"),
+    short = malformed("station_record.wrong_size", "The record has the wrong size"),
+    unknown = malformed("station_record.unknown", "Unknown record code"),
+    fixed = malformed("station_record.bad_fixed", "The fixed byte is wrong"),
 }
 record.experts = re
 
--- Reading: nothing is taken from outside the buffer. Each function returns whether it was there.
+-- Reading: nothing outside the buffer is accessed. Each function returns whether the value was
+-- there.
 
 local function add(tree, field, buffer, offset, size)
     if buffer:len() < offset + size then
@@ -89,7 +90,7 @@ local function add(tree, field, buffer, offset, size)
     return true
 end
 
--- What lies between two offsets, as far as it is there.
+-- The bytes between two offsets, as far as the buffer has them.
 local function add_unread(tree, buffer, offset, size)
     local there = math.min(size, buffer:len() - offset)
     if there > 0 then
@@ -106,13 +107,13 @@ local function first_zero(buffer, offset, limit)
     return limit
 end
 
--- A text may come from anybody and end in a terminal: of what is not ASCII or steers a terminal only
--- the place is shown, as the viewer itself does it in most places.
+-- A text may come from anyone and end up in a terminal: non-ASCII and control characters are shown
+-- as placeholders only, as Wireshark itself does in most places.
 local function printable(text)
     return (text:gsub("[^\t\n\r\32-\126]", "\xef\xbf\xbd"))
 end
 
--- A text that runs to its first zero byte, or to the limit; returns it as it can be shown, and its
+-- A text that runs to its first zero byte, or to the limit; returns its printable form and its
 -- length.
 local function add_text(tree, field, buffer, offset, limit)
     if offset >= limit then
@@ -190,17 +191,17 @@ local function add_unit(tree, buffer, slot)
     local unit = tree:add(f.unit, buffer(color, 1))
     unit:add(f.unit_color, buffer(color, 1))
     if size < 32 then
-        unit:add_proto_expert_info(e.short, "The name of slot " .. slot + 1 .. " is not all there")
+        unit:add_proto_expert_info(e.short, "The name of slot " .. slot + 1 .. " is incomplete")
         return
     end
     local text, length = add_text(unit, f.unit_name, buffer, name, name + 32)
     unit:set_text("Unit: " .. text:gsub("%c", " ") .. ", slot " .. slot + 1)
     if length == 32 then
-        unit:add_proto_expert_info(e.unit, "The name has no zero byte: it is cut to 31 bytes")
+        unit:add_proto_expert_info(e.unit, "The name has no terminating zero: it is cut to 31 bytes")
     elseif length == 0 then
         unit:add_proto_expert_info(e.unit, "The unit has no name")
     elseif buffer(color, 1):uint() == 0 then
-        unit:add_proto_expert_info(e.unit, "The unit has colour 0: its slot counts as empty")
+        unit:add_proto_expert_info(e.unit, "The unit has color 0: its slot counts as empty")
     end
 end
 
@@ -260,7 +261,7 @@ local function hdtv_settings(tree, buffer)
     return 90 * turns .. " degrees"
 end
 
--- As the unit reads it: a member is there in the exact form "key":"value" only.
+-- As the unit reads it: a member is recognized only in the exact form "key":"value".
 local function json_control(tree, buffer)
     local text, length = add_last_text(tree, f.json, buffer, 0)
     local is_known = false
@@ -293,14 +294,15 @@ end
 
 local function check_channel(tree, pinfo, type)
     if is_over_tcp(pinfo) and UDP_ONLY[type] then
-        tree:add_proto_expert_info(e.channel, "This message counts over UDP only")
+        tree:add_proto_expert_info(e.channel, "This message works over UDP only")
     elseif not is_over_tcp(pinfo) and TCP_ONLY[type] then
-        tree:add_proto_expert_info(e.channel, "This message counts over TCP only")
+        tree:add_proto_expert_info(e.channel, "This message works over TCP only")
     end
 end
 
 -- A message is what one read returns, and has no framing. It is sent in one write, whose last
--- segment is pushed: before that, a long alert's length field tells how much is still to come.
+-- segment has the PSH flag; before that, a long alert's length field says how much is still to
+-- come.
 local pushed = Field.new("tcp.flags.push")
 
 local function missing(buffer)

@@ -10,7 +10,7 @@ HDTV_SITE_METHOD = local
 HDTV_DEPENDENCIES = host-pkgconf libevent
 HDTV_CONF_OPTS = -DHDTV_TESTS=OFF -DHDTV_STATION=OFF -DHDTV_TOOLS=OFF -DHDTV_PAGE=OFF
 
-# What the developer's own builds have left behind.
+# Leftovers of the developer's own builds.
 HDTV_OVERRIDE_SRCDIR_RSYNC_EXCLUSIONS = --exclude build
 
 ifeq ($(BR2_PACKAGE_HDTV_CEC_VIDEOCORE),y)

@@ -21,7 +21,7 @@ define STATION_WEB_INSTALL_TARGET_CMDS
 	$(INSTALL) -m 755 $(@D)/alive.cgi $(TARGET_DIR)/var/www/station_web
 endef
 
-# In the place of the one that comes with the web server.
+# Replaces the one that comes with the web server.
 define STATION_WEB_INSTALL_INIT_SYSV
 	rm -f $(TARGET_DIR)/etc/init.d/S50lighttpd
 	$(INSTALL) -D -m 755 $(STATION_WEB_PKGDIR)/S80station-web \

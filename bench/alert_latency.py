@@ -4,9 +4,9 @@ import argparse
 import statistics
 from pathlib import Path
 
-from station.gateway import COMMAND_PORT
-from station.station import ALERT_LOG, DOCUMENT, UNIT_ADDRESS, Process, Station, build_directory
-from station.waiting import wait_for
+from simulation.gateway import COMMAND_PORT
+from simulation.station import ALERT_LOG, DOCUMENT, UNIT_ADDRESS, Process, Station, build_directory
+from simulation.waiting import wait_for
 
 BARE = "bare program"
 SERVICE = "service"

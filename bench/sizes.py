@@ -7,8 +7,8 @@ import sys
 from dataclasses import dataclass
 from pathlib import Path
 
-from station import gateway
-from station.station import Station, top_directory
+from simulation import gateway
+from simulation.station import Station, top_directory
 
 
 @dataclass(frozen=True)

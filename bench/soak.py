@@ -5,9 +5,9 @@ import random
 from collections import Counter
 from pathlib import Path
 
-from station import gateway
-from station.gateway import Unit
-from station.station import Process, Station
+from simulation import gateway
+from simulation.gateway import Unit
+from simulation.station import Process, Station
 
 # A roll call that meets a closed port leaves its socket open; the descriptor limit is about 1000.
 ROLL_CALLS = 100

@@ -7,7 +7,7 @@ from pathlib import Path
 
 import machine
 
-from station.station import Station
+from simulation.station import Station
 
 CACHE = machine.CACHE / "arm"
 BUILD = machine.TOP / "build" / "armv6-board"

@@ -8,8 +8,8 @@ from collections.abc import Callable, Iterator, Sequence
 from pathlib import Path
 from typing import Self, TypeVar
 
-from station import waiting
-from station.station import Station, dying_with_starter, top_directory
+from simulation import waiting
+from simulation.station import Station, dying_with_starter, top_directory
 
 T = TypeVar("T")
 

@@ -8,8 +8,8 @@ import pytest
 from arm_board import ADDRESS, HARDWARE_ADDRESS, ArmBoard
 from machine import gateway_network, wait_for
 
-from station import gateway
-from station.station import Station
+from simulation import gateway
+from simulation.station import Station
 
 pytest_plugins = ["console_report"]
 

@@ -12,8 +12,8 @@ import pytest
 from machine import gateway_network, wait_for
 from x86_unit import ADDRESS, HARDWARE_ADDRESS, PACKAGE, X86Unit
 
-from station import gateway
-from station.station import Station
+from simulation import gateway
+from simulation.station import Station
 
 pytest_plugins = ["console_report"]
 

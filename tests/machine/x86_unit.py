@@ -7,7 +7,7 @@ from pathlib import Path
 
 import machine
 
-from station.station import Station
+from simulation.station import Station
 
 CACHE = machine.CACHE / "x86"
 (PACKAGE,) = (machine.TOP / "build" / "debian").glob("hdtv_*.deb")

@@ -3,9 +3,9 @@
 import contextlib
 import socket
 
-from station import gateway
-from station.station import Process, Station, top_directory
-from station.waiting import wait_for
+from simulation import gateway
+from simulation.station import Process, Station, top_directory
+from simulation.waiting import wait_for
 
 PACKAGES = top_directory() / "board" / "package"
 SCRIPTS = {

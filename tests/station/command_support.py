@@ -6,9 +6,9 @@ import subprocess
 from collections.abc import Iterator, Sequence
 from pathlib import Path
 
-from station.__main__ import find_running_station
-from station.station import build_directory, dying_with_starter
-from station.waiting import wait_for
+from simulation.demo.__main__ import find_running_station
+from simulation.station import build_directory, dying_with_starter
+from simulation.waiting import wait_for
 
 TOP = Path(__file__).resolve().parents[2]
 
@@ -31,7 +31,7 @@ def environment(**more: str) -> dict[str, str]:
 
 
 def command_line(*arguments: str, prefix: Sequence[str] = ()) -> list[str]:
-    return dying_with_starter([*prefix, "/usr/bin/python3", "-m", "station", *arguments])
+    return dying_with_starter([*prefix, "/usr/bin/python3", "-m", "simulation.demo", *arguments])
 
 
 def run_command(*arguments: str, unprivileged: bool = False) -> subprocess.CompletedProcess[str]:

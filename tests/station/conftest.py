@@ -9,8 +9,8 @@ from gatewayctl_support import Result, Tool, gatewayctl_command, run
 from page_support import Shown, show
 from support import StationMaker, check_children, start
 
-from station import gateway, linux
-from station.station import UNIT_ADDRESS, Process, Station
+from simulation import gateway, linux
+from simulation.station import UNIT_ADDRESS, Process, Station
 
 # Before anything else is opened here.
 linux.open_standard_descriptors()

@@ -3,7 +3,7 @@
 import subprocess
 from collections.abc import Callable
 
-from station.station import Station, dying_with_starter, host_build_directory
+from simulation.station import Station, dying_with_starter, host_build_directory
 
 GATEWAYCTL = str(host_build_directory() / "tools" / "gatewayctl" / "gatewayctl")
 

@@ -9,10 +9,10 @@ from dataclasses import dataclass
 from typing import Any
 
 
-from station.gateway import deliver
-from station.screen import Screen
-from station.station import Process, Station
-from station.waiting import wait_for
+from simulation.gateway import deliver
+from simulation.screen import Screen
+from simulation.station import Process, Station
+from simulation.waiting import wait_for
 
 
 @dataclass

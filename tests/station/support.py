@@ -5,9 +5,9 @@ import os
 import signal
 from collections.abc import Callable, Iterator
 
-from station.gateway import deliver, send, set_date, wait_until_taken
-from station.station import Process, Station
-from station.waiting import wait_for
+from simulation.gateway import deliver, send, set_date, wait_until_taken
+from simulation.station import Process, Station
+from simulation.waiting import wait_for
 
 StationMaker = Callable[..., Station]
 

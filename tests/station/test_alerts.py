@@ -6,9 +6,9 @@ import time
 import pytest
 from support import start
 
-from station import gateway
-from station.gateway import Unit, deliver, detail_alert, display_alert
-from station.station import ALERT_LOG, DOCUMENT, Process, Station
+from simulation import gateway
+from simulation.gateway import Unit, deliver, detail_alert, display_alert
+from simulation.station import ALERT_LOG, DOCUMENT, Process, Station
 
 pytestmark = pytest.mark.usefixtures("service")
 

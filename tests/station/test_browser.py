@@ -9,10 +9,10 @@ from pathlib import Path
 import pytest
 from support import StationMaker
 
-from station import gateway
-from station.gateway import deliver
-from station.journal import Call
-from station.station import (
+from simulation import gateway
+from simulation.gateway import deliver
+from simulation.journal import Call
+from simulation.station import (
     BIN,
     LIVENESS_FILE,
     REAL,
@@ -21,7 +21,7 @@ from station.station import (
     enter_command,
     top_directory,
 )
-from station.waiting import wait_for
+from simulation.waiting import wait_for
 
 pytestmark = pytest.mark.once
 

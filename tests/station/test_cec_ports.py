@@ -6,9 +6,9 @@ from pathlib import Path
 import pytest
 from support import StationMaker
 
-from station import gateway
-from station.gateway import deliver
-from station.station import build_directory
+from simulation import gateway
+from simulation.gateway import deliver
+from simulation.station import build_directory
 
 pytestmark = pytest.mark.once
 

@@ -3,10 +3,10 @@
 import pytest
 from support import busy_service, is_zombie, start
 
-from station import gateway
-from station.gateway import deliver
-from station.station import CONFIG, Process, Station
-from station.waiting import wait_for
+from simulation import gateway
+from simulation.gateway import deliver
+from simulation.station import CONFIG, Process, Station
+from simulation.waiting import wait_for
 
 
 def config(station: Station) -> str:

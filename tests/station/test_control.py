@@ -4,9 +4,9 @@ from pathlib import Path
 
 import pytest
 
-from station.gateway import deliver, make_clip, send_datagram, web_server
-from station.station import GATEWAY_FILE, LOUDSPEAKER, Process, Station
-from station.waiting import wait_for
+from simulation.gateway import deliver, make_clip, send_datagram, web_server
+from simulation.station import GATEWAY_FILE, LOUDSPEAKER, Process, Station
+from simulation.waiting import wait_for
 
 pytestmark = pytest.mark.usefixtures("service")
 

@@ -9,8 +9,8 @@ from pathlib import Path
 import pytest
 from capture_support import RECORD, TCP, UDP, make_capture, run_tshark
 
-from station import gateway
-from station.gateway import VERSION, Unit
+from simulation import gateway
+from simulation.gateway import VERSION, Unit
 
 pytestmark = pytest.mark.once
 

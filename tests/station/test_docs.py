@@ -11,9 +11,9 @@ import pytest
 from gatewayctl_support import GATEWAYCTL
 from support import StationMaker
 
-from station import gateway
-from station.gateway import deliver
-from station.station import STATION_WEB, UNIT_ADDRESS, top_directory
+from simulation import gateway
+from simulation.gateway import deliver
+from simulation.station import STATION_WEB, UNIT_ADDRESS, top_directory
 
 pytestmark = pytest.mark.once
 

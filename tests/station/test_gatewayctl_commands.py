@@ -5,9 +5,9 @@ from pathlib import Path
 import pytest
 from gatewayctl_support import Tool
 
-from station import gateway
-from station.station import GATEWAY_FILE, LOUDSPEAKER, Station
-from station.waiting import wait_for
+from simulation import gateway
+from simulation.station import GATEWAY_FILE, LOUDSPEAKER, Station
+from simulation.waiting import wait_for
 
 
 def test_display_alert(station: Station, tool: Tool) -> None:

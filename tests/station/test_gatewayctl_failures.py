@@ -6,7 +6,7 @@ import pytest
 from gatewayctl_support import GATEWAYCTL, gatewayctl_command, run
 from support import busy_service
 
-from station.station import UNIT_ADDRESS, Process, Station
+from simulation.station import UNIT_ADDRESS, Process, Station
 
 
 def test_unit_whose_service_is_down(station: Station) -> None:

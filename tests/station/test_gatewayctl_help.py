@@ -3,8 +3,8 @@
 import pytest
 from gatewayctl_support import GATEWAYCTL, Tool, run
 
-from station.gateway import VERSION
-from station.station import Station, top_directory
+from simulation.gateway import VERSION
+from simulation.station import Station, top_directory
 
 SOURCES = top_directory() / "tools" / "gatewayctl"
 

@@ -4,8 +4,8 @@ import json
 
 from gatewayctl_support import Tool, gatewayctl_command, run
 
-from station import gateway
-from station.station import HARDWARE_ADDRESS, UNIT_ADDRESS, Process, Station
+from simulation import gateway
+from simulation.station import HARDWARE_ADDRESS, UNIT_ADDRESS, Process, Station
 
 
 def test_roll_call_lists_the_units_of_a_network(station: Station, service: Process) -> None:

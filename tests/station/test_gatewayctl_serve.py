@@ -12,9 +12,9 @@ import pytest
 from gatewayctl_support import GATEWAYCTL, gatewayctl_command
 from support import StationMaker, start
 
-from station.gateway import VERSION
-from station.station import Process, Station
-from station.waiting import DEADLINE, wait_for
+from simulation.gateway import VERSION
+from simulation.station import Process, Station
+from simulation.waiting import DEADLINE, wait_for
 
 
 def test_serve_answers_requests_and_keeps_calling(make_station: StationMaker) -> None:

@@ -3,7 +3,7 @@
 import pytest
 from support import start
 
-from station.station import Station
+from simulation.station import Station
 
 LOW_MODE = "state 0x12000a [HDMI DMT (4) RGB full 4:3], 640x480 @ 60Hz, progressive"
 

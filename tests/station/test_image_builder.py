@@ -5,7 +5,7 @@ from pathlib import Path
 
 import pytest
 
-from station.station import top_directory
+from simulation.station import top_directory
 
 pytestmark = pytest.mark.once
 

@@ -5,10 +5,10 @@ from pathlib import Path
 
 import pytest
 
-from station import gateway
-from station.gateway import deliver, display_alert, send
-from station.station import Process, Station
-from station.waiting import wait_for
+from simulation import gateway
+from simulation.gateway import deliver, display_alert, send
+from simulation.station import Process, Station
+from simulation.waiting import wait_for
 
 
 def start_by_shell(station: Station, redirection: str) -> Process:

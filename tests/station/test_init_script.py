@@ -6,8 +6,8 @@ import pytest
 from board_support import Board
 from support import IDLE_DESCRIPTORS
 
-from station import gateway
-from station.waiting import wait_for
+from simulation import gateway
+from simulation.waiting import wait_for
 
 pytestmark = pytest.mark.once
 

@@ -7,8 +7,8 @@ from collections.abc import Callable
 import pytest
 from board_support import DEFAULTS, WAITING, Board
 
-from station import gateway
-from station.waiting import wait_for
+from simulation import gateway
+from simulation.waiting import wait_for
 
 pytestmark = pytest.mark.once
 

@@ -4,11 +4,11 @@ import signal
 
 from support import is_zombie, start
 
-from station import gateway
-from station.gateway import deliver
-from station.journal import Call
-from station.station import Process, Station
-from station.waiting import wait_for
+from simulation import gateway
+from simulation.gateway import deliver
+from simulation.journal import Call
+from simulation.station import Process, Station
+from simulation.waiting import wait_for
 
 
 def test_browser_is_told_to_die_with_the_service(station: Station, service: Process) -> None:

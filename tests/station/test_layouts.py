@@ -12,9 +12,9 @@ import pytest
 from capture_support import RECORD, TCP, UDP, make_capture, run_tshark
 from gatewayctl_support import GATEWAYCTL
 
-from station import gateway
-from station.gateway import VERSION, Unit
-from station.station import top_directory
+from simulation import gateway
+from simulation.gateway import VERSION, Unit
+from simulation.station import top_directory
 
 pytestmark = pytest.mark.once
 

@@ -5,9 +5,9 @@ import socket
 
 from support import StationMaker, start
 
-from station import gateway
-from station.station import GATEWAY_FILE, Station
-from station.waiting import wait_for
+from simulation import gateway
+from simulation.station import GATEWAY_FILE, Station
+from simulation.waiting import wait_for
 
 
 def idle_text(station: Station) -> str:

@@ -5,10 +5,10 @@ import json
 import pytest
 from support import StationMaker
 
-from station import gateway
-from station.gateway import deliver, detail_alert, display_alert, set_map_address
-from station.station import Process, Station
-from station.waiting import wait_for
+from simulation import gateway
+from simulation.gateway import deliver, detail_alert, display_alert, set_map_address
+from simulation.station import Process, Station
+from simulation.waiting import wait_for
 
 pytestmark = pytest.mark.once
 

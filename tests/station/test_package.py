@@ -3,7 +3,7 @@
 import pytest
 from support import StationMaker
 
-from station.station import STATION_WEB, Station, top_directory
+from simulation.station import STATION_WEB, Station, top_directory
 
 pytestmark = pytest.mark.once
 

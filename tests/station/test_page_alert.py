@@ -3,9 +3,9 @@
 import pytest
 from page_support import Shown
 
-from station import gateway
-from station.gateway import Unit
-from station.station import UNIT_ADDRESS
+from simulation import gateway
+from simulation.gateway import Unit
+from simulation.station import UNIT_ADDRESS
 
 pytestmark = [pytest.mark.once, pytest.mark.browser]
 

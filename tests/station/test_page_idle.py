@@ -4,9 +4,9 @@ import pytest
 from page_support import Shown, show
 from support import StationMaker
 
-from station import gateway
-from station.station import UNIT_ADDRESS
-from station.waiting import wait_for
+from simulation import gateway
+from simulation.station import UNIT_ADDRESS
+from simulation.waiting import wait_for
 
 pytestmark = [pytest.mark.once, pytest.mark.browser]
 

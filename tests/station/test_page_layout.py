@@ -3,8 +3,8 @@
 import pytest
 from page_support import Shown
 
-from station import gateway, kiosk
-from station.gateway import Unit, deliver
+from simulation import gateway, kiosk
+from simulation.gateway import Unit, deliver
 
 pytestmark = [pytest.mark.once, pytest.mark.browser]
 

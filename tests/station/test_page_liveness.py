@@ -7,11 +7,11 @@ from pathlib import Path
 import pytest
 from page_support import Shown, show
 
-from station import gateway
-from station.gateway import deliver
-from station.screen import Screen
-from station.station import DOCUMENT, LIVENESS_FILE, Station
-from station.waiting import wait_for
+from simulation import gateway
+from simulation.gateway import deliver
+from simulation.screen import Screen
+from simulation.station import DOCUMENT, LIVENESS_FILE, Station
+from simulation.waiting import wait_for
 
 pytestmark = [pytest.mark.once, pytest.mark.browser]
 

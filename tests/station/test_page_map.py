@@ -5,14 +5,14 @@ from pathlib import Path
 import pytest
 from page_support import Shown
 
-from station import gateway, kiosk
-from station.waiting import wait_for
+from simulation import gateway, kiosk
+from simulation.waiting import wait_for
 
 pytestmark = [pytest.mark.once, pytest.mark.browser]
 
 
 def test_picture_of_a_map_is_shown_beside_the_text(shown: Shown) -> None:
-    with gateway.web_server(shown.station, Path(kiosk.__file__).parent):
+    with gateway.web_server(shown.station, Path(kiosk.__file__).with_name("demo")):
         shown.deliver(gateway.detail_alert("FIRE", turnout_end=100))
         shown.deliver(gateway.set_map_address("http://10.87.33.20/map.svg?incident=1"))
         shown.screen.wait_for_map()

@@ -3,10 +3,10 @@
 import pytest
 from page_support import Shown
 
-from station import gateway
-from station.gateway import deliver
-from station.station import DOCUMENT
-from station.waiting import wait_for
+from simulation import gateway
+from simulation.gateway import deliver
+from simulation.station import DOCUMENT
+from simulation.waiting import wait_for
 
 pytestmark = [pytest.mark.once, pytest.mark.browser]
 

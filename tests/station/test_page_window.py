@@ -10,16 +10,16 @@ from command_support import run_command
 from page_support import show
 from support import StationMaker
 
-from station import gateway, kiosk
-from station.station import dying_with_starter
-from station.waiting import wait_for
+from simulation import gateway, kiosk
+from simulation.station import dying_with_starter
+from simulation.waiting import wait_for
 
 pytestmark = pytest.mark.once
 
 
 def test_window_without_a_display_is_refused() -> None:
     result = subprocess.run(
-        ["/usr/bin/python3", "-m", "station", "--window"],
+        ["/usr/bin/python3", "-m", "simulation.demo", "--window"],
         cwd=Path(kiosk.__file__).parents[1],
         env={key: value for key, value in os.environ.items() if key != "DISPLAY"},
         capture_output=True,

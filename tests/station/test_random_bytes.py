@@ -4,8 +4,8 @@ import random
 
 import pytest
 
-from station import gateway
-from station.station import Process, Station
+from simulation import gateway
+from simulation.station import Process, Station
 
 MESSAGES = 100_000
 # The types that do not start a program: those that do take milliseconds each, and get their share

@@ -5,10 +5,10 @@ import socket
 import pytest
 from support import IDLE_DESCRIPTORS, wait_for_descriptors
 
-from station import gateway
-from station.gateway import OTHER_GATEWAY, VERSION, deliver, send_datagram
-from station.station import GATEWAY_FILE, Process, Station
-from station.waiting import wait_for
+from simulation import gateway
+from simulation.gateway import OTHER_GATEWAY, VERSION, deliver, send_datagram
+from simulation.station import GATEWAY_FILE, Process, Station
+from simulation.waiting import wait_for
 
 pytestmark = pytest.mark.usefixtures("service")
 

@@ -8,11 +8,11 @@ from pathlib import Path
 import pytest
 from support import StationMaker, start
 
-from station import gateway
-from station.station import Station
-from station.television import Television
-from station.timeline import Timeline
-from station.waiting import wait_for
+from simulation import gateway
+from simulation.station import Station
+from simulation.television import Television
+from simulation.demo.timeline import Timeline
+from simulation.waiting import wait_for
 
 
 def test_stand_in_journals_a_call_completely(station: Station) -> None:

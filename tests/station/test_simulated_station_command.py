@@ -15,8 +15,8 @@ from command_support import (
     running_command,
 )
 
-from station.gateway import VERSION
-from station.station import UNIT_ADDRESS, host_build_directory
+from simulation.gateway import VERSION
+from simulation.station import UNIT_ADDRESS, host_build_directory
 
 
 @pytest.mark.browser
@@ -50,7 +50,7 @@ def test_once_plays_the_incident_and_ends_with_status_0() -> None:
 def test_once_ends_with_status_1_when_the_service_does_not_do_its_work(tmp_path: Path) -> None:
     build = tmp_path / "build"
     (build / "hdtv").mkdir(parents=True)
-    (build / "station").symlink_to(host_build_directory() / "station")
+    (build / "simulation").symlink_to(host_build_directory() / "simulation")
     (build / "hdtv" / "hdtv").write_text("#!/bin/sh\nexec sleep 100\n")
     (build / "hdtv" / "hdtv").chmod(0o755)
     with running_command("--once", HDTV_BUILD=str(build)) as running:

@@ -11,8 +11,8 @@ import pytest
 from command_support import KEPT_CAPABILITIES, STATUS, capabilities_of
 from support import StationMaker
 
-from station import dangers
-from station.station import (
+from simulation import dangers
+from simulation.station import (
     STAND_INS,
     STATION_WEB,
     Station,
@@ -30,7 +30,7 @@ assert ctypes.CDLL(None).mount(b"none", sys.argv[1].encode(), None, flags, None)
 
 
 def test_launcher_refuses_to_start_anything_outside() -> None:
-    launch = host_build_directory() / "station" / "station-launch"
+    launch = host_build_directory() / "simulation" / "station-launch"
     result = subprocess.run(
         [launch, "/bin/echo", "ran"], capture_output=True, text=True, timeout=20
     )

@@ -19,14 +19,14 @@ from command_support import (
     wait_for_end_of_station,
 )
 
-from station.station import dying_with_starter
-from station.waiting import wait_for
+from simulation.station import dying_with_starter
+from simulation.waiting import wait_for
 
 
 def test_killed_starter_leaves_nothing_behind(tmp_path: Path) -> None:
     script = (
         "import sys, time\n"
-        "from station.station import Station\n"
+        "from simulation.station import Station\n"
         "station = Station()\n"
         "service = station.start_service()\n"
         "station.wait_for_calls('qt-webkit-kiosk')\n"
@@ -88,7 +88,7 @@ def test_closed_standard_descriptors_do_not_matter(closed: str) -> None:
 
 def test_closed_standard_descriptors_are_taken_by_nothing_else() -> None:
     script = (
-        "import os, sys; from station import linux; linux.open_standard_descriptors();"
+        "import os, sys; from simulation import linux; linux.open_standard_descriptors();"
         " sys.exit(os.open('/', os.O_RDONLY))"
     )
     result = subprocess.run(
@@ -115,7 +115,7 @@ def test_killed_command_leaves_no_files_behind(tmp_path: Path) -> None:
 ENDLESS_TEST = """
 import time
 from pathlib import Path
-from station.station import Station
+from simulation.station import Station
 
 def test_endless(tmp_path):
     with Station() as station:

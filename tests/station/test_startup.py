@@ -8,10 +8,10 @@ import socket
 import pytest
 from support import StationMaker, open_descriptors, start
 
-from station import gateway
-from station.gateway import VERSION
-from station.station import ALERT_LOG, DOCUMENT, Process, Station
-from station.waiting import wait_for
+from simulation import gateway
+from simulation.gateway import VERSION
+from simulation.station import ALERT_LOG, DOCUMENT, Process, Station
+from simulation.waiting import wait_for
 
 STATION_PAGE = "http://127.0.0.1/station_web/"
 

@@ -5,9 +5,9 @@ import socket
 
 from support import IDLE_DESCRIPTORS, busy_service, start, wait_for_descriptors
 
-from station import gateway
-from station.gateway import OTHER_GATEWAY, connect, deliver, display_alert, send
-from station.station import GATEWAY_FILE, Process, Station
+from simulation import gateway
+from simulation.gateway import OTHER_GATEWAY, connect, deliver, display_alert, send
+from simulation.station import GATEWAY_FILE, Process, Station
 
 LINGER_0 = b"\1\0\0\0\0\0\0\0"
 

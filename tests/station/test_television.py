@@ -5,12 +5,12 @@ import threading
 import pytest
 from support import start
 
-from station import gateway
-from station.gateway import deliver, detail_alert, display_alert, send
-from station.journal import Call
-from station.station import Process, Station
-from station.television import IN_STANDBY, ON, OTHER_PLAYER, TV, Television
-from station.waiting import wait_for
+from simulation import gateway
+from simulation.gateway import deliver, detail_alert, display_alert, send
+from simulation.journal import Call
+from simulation.station import Process, Station
+from simulation.television import IN_STANDBY, ON, OTHER_PLAYER, TV, Television
+from simulation.waiting import wait_for
 
 pytestmark = pytest.mark.television
 

@@ -3,11 +3,11 @@
 import pytest
 from support import StationMaker, is_zombie, start
 
-from station import gateway
-from station.gateway import deliver
-from station.station import Process, Station
-from station.television import ON, Television
-from station.waiting import wait_for
+from simulation import gateway
+from simulation.gateway import deliver
+from simulation.station import Process, Station
+from simulation.television import ON, Television
+from simulation.waiting import wait_for
 
 
 def test_watchdog_is_kicked_at_start_up_and_then_every_second(

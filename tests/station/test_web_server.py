@@ -8,10 +8,10 @@ from typing import Any
 import pytest
 from page_support import request
 
-from station import gateway
-from station.forward import Forward
-from station.station import DOCUMENT, LIVENESS_FILE, WEB_PORT, Station
-from station.waiting import DEADLINE
+from simulation import gateway
+from simulation.forward import Forward
+from simulation.station import DOCUMENT, LIVENESS_FILE, WEB_PORT, Station
+from simulation.waiting import DEADLINE
 
 pytestmark = pytest.mark.once
 

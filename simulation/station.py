@@ -1,6 +1,7 @@
 """One simulated station: start it, arrange it, look into it, end it."""
 
 import contextlib
+import fcntl
 import json
 import os
 import signal
@@ -12,9 +13,9 @@ from collections.abc import Iterator, Mapping, Sequence
 from pathlib import Path
 from typing import Any
 
-from station import dangers, linux
-from station.journal import Call, read_journal
-from station.waiting import DEADLINE, wait_for
+from simulation import dangers, linux
+from simulation.journal import Call, read_journal
+from simulation.waiting import DEADLINE, wait_for
 
 GATEWAY_ADDRESSES = ("10.87.33.1", "10.87.33.20", "10.87.33.21")
 UNIT_ADDRESS = "10.87.33.50"
@@ -35,7 +36,7 @@ BIN = "/run/station/bin"
 EMULATOR = "/usr/bin/qemu-arm-static"
 EMULATOR_OPTIONS = ["-cpu", "arm1176", "-L", "/usr/arm-linux-gnueabi", "-0", f"{BIN}/hdtv"]
 
-# For a program that only its network confines: what station/launch.cpp leaves to the others.
+# For a program that only its network confines: what simulation/launch.cpp leaves to the others.
 CONFINED = [
     "--bounding-set=-all,+dac_override,+kill,+net_admin,+net_bind_service,+net_raw",
     "--inh-caps=-all",
@@ -95,7 +96,7 @@ def build_directory() -> Path:
 def host_build_directory() -> Path:
     """Where the programs are that run on this machine, whatever the service is built for."""
     own = build_directory()
-    return own if (own / "station").is_dir() else top_directory() / "build" / "release"
+    return own if (own / "simulation").is_dir() else top_directory() / "build" / "release"
 
 
 def is_for_arm(program: Path) -> bool:
@@ -148,6 +149,14 @@ def dying_with_starter(command: Sequence[str], by_signal: str = "KILL") -> list[
     return ["setpriv", f"--pdeathsig={by_signal}", "--", *command]
 
 
+def _open_log(name: str) -> int:
+    """A file in memory to which several programs append: in any other mode two of them, the service and
+    the browser that it has just forked, may write to the same place."""
+    fd = os.memfd_create(name)
+    fcntl.fcntl(fd, fcntl.F_SETFL, os.O_APPEND)
+    return fd
+
+
 class Process:
     """A program that runs in the station, its output gathered as it comes."""
 
@@ -156,8 +165,8 @@ class Process:
     ) -> None:
         """The command becomes the program, or waits for it when it has to enter a PID namespace."""
         self._is_waited_for = is_waited_for
-        self._output = os.memfd_create("output")
-        self._errors = os.memfd_create("errors")
+        self._output = _open_log("output")
+        self._errors = _open_log("errors")
         self._process = subprocess.Popen(
             dying_with_starter(command),
             stdin=subprocess.DEVNULL,
@@ -281,7 +290,7 @@ class Station:
 
     def _programs(self, more: Mapping[str, Path]) -> dict[str, str]:
         """What the unit finds in BIN."""
-        station_programs = host_build_directory() / "station"
+        station_programs = host_build_directory() / "simulation"
         return {
             "stand-in": str(station_programs / "station-standin"),
             "launch": str(station_programs / "station-launch"),
@@ -387,7 +396,7 @@ class Station:
     # The tools' stand-ins.
 
     def behave(self, tool: str, *lines: str) -> None:
-        """From its next call on the tool does this: see station/standin.cpp for the words."""
+        """From its next call on the tool does this: see simulation/standin.cpp for the words."""
         self.path(f"/run/station/behaviour/{tool}").write_text("".join(x + "\n" for x in lines))
 
     def calls(self, *tools: str) -> list[Call]:

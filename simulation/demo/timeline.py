@@ -8,9 +8,9 @@ import threading
 import time
 from typing import Any, TextIO
 
-from station.gateway import RecordListener, describe_record
-from station.station import DOCUMENT, Process, Station
-from station.television import Television
+from simulation.gateway import RecordListener, describe_record
+from simulation.station import DOCUMENT, Process, Station
+from simulation.television import Television
 
 _COLOURS = {
     "TV": "35",

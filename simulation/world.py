@@ -22,7 +22,7 @@ from typing import Any, NoReturn
 
 sys.path.insert(0, str(Path(__file__).resolve().parent.parent))
 
-from station import confinement, linux  # noqa: E402
+from simulation import confinement, linux  # noqa: E402
 
 NO_PRIVILEGE = "The simulated station needs the privilege to make namespaces: run it as root."
 NAMESPACES = ("pid", "mnt", "net", "ipc", "uts")

@@ -4,10 +4,10 @@ from selenium import webdriver
 from selenium.common.exceptions import WebDriverException
 from selenium.webdriver.remote.webdriver import WebDriver
 
-from station import kiosk
-from station.forward import Forward
-from station.station import Station
-from station.waiting import wait_for
+from simulation import kiosk
+from simulation.forward import Forward
+from simulation.station import Station
+from simulation.waiting import wait_for
 
 _DRIVER = "/usr/bin/chromedriver"
 _DRIVER_PORT = 9515

@@ -9,8 +9,8 @@ from collections.abc import Iterator, Mapping
 from dataclasses import dataclass
 from pathlib import Path
 
-from station.station import GATEWAY_ADDRESSES, UNIT_ADDRESS, Station
-from station.waiting import DEADLINE, wait_for
+from simulation.station import GATEWAY_ADDRESSES, UNIT_ADDRESS, Station
+from simulation.waiting import DEADLINE, wait_for
 
 GATEWAY = GATEWAY_ADDRESSES[1]
 OTHER_GATEWAY = GATEWAY_ADDRESSES[2]

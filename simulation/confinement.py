@@ -7,7 +7,7 @@ from collections.abc import Sequence
 from pathlib import Path
 from typing import Any
 
-from station import linux
+from simulation import linux
 
 _STATION = "run/station"
 

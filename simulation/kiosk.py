@@ -61,7 +61,7 @@ def printable(text: str) -> str:
 def page_of(address: str) -> str:
     if re.match("https?://.", address):
         return address
-    say(f"no address of the web: {printable(address)}")
+    say(f"not a web address: {printable(address)}")
     # The service appends it to whatever it was sent.
     rotation = re.search(r"\?rotation=[0-9]{1,3}\Z", address)
     return STATION_PAGE + (rotation[0] if rotation else "")

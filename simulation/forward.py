@@ -4,8 +4,8 @@ import contextlib
 import socket
 import threading
 
-from station.station import Station
-from station.waiting import DEADLINE
+from simulation.station import Station
+from simulation.waiting import DEADLINE
 
 
 class Forward:

@@ -4,11 +4,11 @@ from collections.abc import Callable
 from dataclasses import dataclass
 from typing import Any
 
-from station import gateway
-from station.gateway import RecordListener, Unit
-from station.station import GATEWAY_FILE, LOUDSPEAKER, UNIT_ADDRESS, Station
-from station.television import IN_STANDBY, ON, Television
-from station.television import UNIT_ADDRESS as UNIT_INPUT
+from simulation import gateway
+from simulation.gateway import RecordListener, Unit
+from simulation.station import GATEWAY_FILE, LOUDSPEAKER, UNIT_ADDRESS, Station
+from simulation.television import IN_STANDBY, ON, Television
+from simulation.television import UNIT_ADDRESS as UNIT_INPUT
 
 Document = dict[str, Any]
 

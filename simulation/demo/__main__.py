@@ -10,12 +10,12 @@ import threading
 from collections.abc import Callable
 from pathlib import Path
 
-from station import gateway, linux
-from station.forward import Forward
-from station.incident import INCIDENT, Scene, Step
-from station.pictures import Pictures
-from station.screen import Screen
-from station.station import (
+from simulation import gateway, linux
+from simulation.forward import Forward
+from simulation.demo.incident import INCIDENT, Scene, Step
+from simulation.demo.pictures import Pictures
+from simulation.screen import Screen
+from simulation.station import (
     UNIT_ENVIRONMENT,
     WEB_PORT,
     Process,
@@ -23,9 +23,9 @@ from station.station import (
     StationError,
     launch_command,
 )
-from station.television import IN_STANDBY, Television
-from station.timeline import Timeline
-from station.waiting import wait_for
+from simulation.television import IN_STANDBY, Television
+from simulation.demo.timeline import Timeline
+from simulation.waiting import wait_for
 
 OWN_PORT = 8080
 
@@ -174,7 +174,7 @@ def forward_page(station: Station, timeline: Timeline, stack: contextlib.ExitSta
         stack.enter_context(Forward(station, WEB_PORT, OWN_PORT))
     except OSError as error:
         timeline.say(
-            "station", f"its page cannot be had on this machine's port {OWN_PORT}: {error}"
+            "station", f"its page is not available on this machine's port {OWN_PORT}: {error}"
         )
     else:
         timeline.say(

@@ -28,7 +28,7 @@ DANGEROUS = frozenset(
     " chroot nsenter unshare pivot_root switch_root run-init".split()
 )
 
-# Where programs are searched; station/launch.cpp looks at the same places.
+# Where programs are searched; simulation/launch.cpp looks at the same places.
 _SEARCHED = ("/bin", "/sbin", "/usr/bin", "/usr/sbin", "/usr/local/bin", "/usr/local/sbin")
 
 # What the unit has of the machine's root.

@@ -13,8 +13,8 @@ import time
 from collections.abc import Callable
 from dataclasses import dataclass, field
 
-from station.station import Station
-from station.waiting import DEADLINE, wait_for
+from simulation.station import Station
+from simulation.waiting import DEADLINE, wait_for
 
 BUS = "/run/cec-bus.sock"
 UNIT = 4  # logical address

@@ -3,9 +3,9 @@
 import re
 from pathlib import Path
 
-from station.screen import Screen
-from station.television import ON, Television, dotted
-from station.television import UNIT_ADDRESS as UNIT_INPUT
+from simulation.screen import Screen
+from simulation.television import ON, Television, dotted
+from simulation.television import UNIT_ADDRESS as UNIT_INPUT
 
 _CARD_STYLE = (
     "color:white;font:80px sans-serif;"

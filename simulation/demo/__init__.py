@@ -1,0 +1,1 @@
+"""What ./scripts/station plays and shows: an incident in a simulated station."""

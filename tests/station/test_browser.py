@@ -77,7 +77,7 @@ def launch(station: Station, wrapper: str, *arguments: str) -> tuple[Call, str]:
 def said(process: Process) -> str:
     """About the address."""
     lines = process.errors.splitlines(keepends=True)
-    return "".join(line for line in lines if "address of the web" in line or "usage" in line)
+    return "".join(line for line in lines if "not a web address" in line or "usage" in line)
 
 
 def page(call: Call) -> str:

@@ -1,4 +1,4 @@
-// The minimum that a program can do for an alert: the service's system calls from a connection to
+// The least that a program can do for an alert: the service's system calls from a connection to
 // the document and the log, and nothing else. Its output is as long as the service's document and
 // ends with the message's text.
 //

@@ -1,4 +1,4 @@
-"""How large the service is: stripped for the board, with and without libraries, and in memory."""
+"""The service's size: stripped for the board, with and without libraries, and in memory."""
 
 import argparse
 import re

@@ -1,4 +1,4 @@
-"""A long day: mixed messages on both channels, then what the service has left behind."""
+"""A long day: mixed messages on both channels, then a check for leaks."""
 
 import argparse
 import random
@@ -79,7 +79,7 @@ def measure(service: Process) -> dict[str, int]:
     process = Path(f"/proc/{service.pid}")
     fields = dict(line.split(":", 1) for line in (process / "status").read_text().splitlines())
     return {
-        # The minimum of several samples: a connection may be about to be closed.
+        # The minimum of several samples: a connection may be about to close.
         "open descriptors": min(len(list((process / "fd").iterdir())) for _ in range(200)),
         "resident kB": int(fields["VmRSS"].split()[0]),
         "heap and data kB": int(fields["VmData"].split()[0]),

@@ -1,4 +1,4 @@
-"""What keeps the sides of a station from the machine below them: used by world.py while it builds."""
+"""Keeps both sides of a station away from this machine. Used by world.py to build them."""
 
 import os
 import shutil
@@ -11,14 +11,14 @@ from simulation import linux
 
 _STATION = "run/station"
 
-# Settings and state of the whole machine's kernel, whatever namespace they are seen from.
+# Settings and state of the machine's one kernel, the same in every namespace.
 _READ_ONLY = ("sys", "irq", "bus", "fs", "driver", "scsi", "acpi", "asound")
 _MASKED = (
     *("sysrq-trigger", "kcore", "kmsg", "keys", "key-users", "timer_list", "latency_stats", "mtrr"),
     *("sched_debug", "kpagecount", "kpageflags", "kpagecgroup", "slabinfo", "vmallocinfo"),
 )
 
-# A directory of the machine that a unit has its own of, empty.
+# Directories that start out empty in a unit, whatever the machine has in them.
 _FRESH = (
     *("proc", "sys", "dev", "tmp", "run", "root", "home", "mnt", "media", "opt", "srv", "var"),
     *("var/cache", "var/lib", "var/lib/misc", "var/log", "var/spool", "var/tmp", "var/www"),
@@ -27,12 +27,12 @@ _FRESH = (
 
 
 def mount_tmpfs(target: str, size: str, mode: str = "755") -> None:
-    """Limited, since what is written there is this machine's memory."""
+    """With a size limit: what is written there takes up this machine's memory."""
     linux.mount("station", target, "tmpfs", data=f"mode={mode},size={size},nr_inodes=50k")
 
 
 def mount_proc(target: str, own: Sequence[str] = ()) -> None:
-    """Of the kernel's settings those can be written which the network namespace has of its own."""
+    """Read-only except for these settings, which are the network namespace's own."""
     linux.mount("proc", target, "proc")
     for name in _READ_ONLY:
         if os.path.isdir(f"{target}/{name}"):
@@ -64,7 +64,7 @@ def mount_devices(dev: str) -> None:
 
 
 def lend(source: str, target: str) -> None:
-    """A part of this machine in the station, to read and run only."""
+    """Makes a part of this machine visible in the station, read-only."""
     linux.mount(source, target, flags=linux.MS_BIND)
     linux.mount("none", target, flags=linux.MS_BIND | linux.MS_REMOUNT | linux.MS_RDONLY)
 
@@ -76,9 +76,9 @@ def lend_file(source: str, target: str) -> None:
 
 
 def confine_gateway_side(settings: dict[str, Any], outside: list[str]) -> None:
-    """Its root is the machine's own, to be read only. Services of the machine that would act for it
-    listen below /run."""
-    # It may lie below what is covered here.
+    """Its root is the machine's, read-only. /run is covered because that is where services listen
+    that could act on its behalf."""
+    # Opened first: the mounts below may hide it.
     launcher = os.open(settings["programs"]["launch"], os.O_PATH)
     linux.make_read_only("/")
     mount_proc("/proc")
@@ -90,15 +90,15 @@ def confine_gateway_side(settings: dict[str, Any], outside: list[str]) -> None:
 
 
 def install_masks(settings: dict[str, Any], tools: str) -> None:
-    """The layer above the machine's root: stand-ins for its tools, and nothing for what is hidden."""
+    """The layer over the machine's root: stand-ins for its tools, whiteouts for hidden files."""
     original = f"{os.path.dirname(tools)}/stand-in"
     shutil.copy(settings["programs"]["stand-in"], original)
     for path in settings["hidden"]:
         place = Path(tools + path)
         place.parent.mkdir(parents=True, exist_ok=True)
-        os.mknod(place, stat.S_IFCHR, os.makedev(0, 0))  # how an overlay says "nothing here"
+        os.mknod(place, stat.S_IFCHR, os.makedev(0, 0))  # an overlay's whiteout
     for path in [*settings["stand_ins"], *settings["dangerous_programs"]]:
-        # The machine's directories may be symbolic links, /bin to /usr/bin above all.
+        # Directories may be symbolic links, most often /bin to /usr/bin.
         place = Path(tools + os.path.realpath(os.path.dirname(path))) / os.path.basename(path)
         place.parent.mkdir(parents=True, exist_ok=True)
         if not place.exists():

@@ -1,5 +1,5 @@
-"""What of this machine must not be found in a unit: the programs that change or end the machine, and
-the files that not everybody may read."""
+"""What a unit must not see of this machine: programs that change it or shut it down, and files that
+are not world-readable."""
 
 import functools
 import itertools
@@ -8,7 +8,7 @@ import stat
 import subprocess
 from pathlib import Path
 
-# By their names, and by these with any ending: mkfs is mkfs.ext4 too.
+# Matched with any suffix: mkfs also stands for mkfs.ext4.
 DANGEROUS = frozenset(
     # its power and its services
     "reboot poweroff halt shutdown init telinit runlevel linuxrc kexec rtcwake systemctl systemd"
@@ -28,14 +28,14 @@ DANGEROUS = frozenset(
     " chroot nsenter unshare pivot_root switch_root run-init".split()
 )
 
-# Where programs are searched; simulation/launch.cpp looks at the same places.
+# Where programs are looked up. Keep in step with simulation/launch.cpp.
 _SEARCHED = ("/bin", "/sbin", "/usr/bin", "/usr/sbin", "/usr/local/bin", "/usr/local/sbin")
 
-# What the unit has of the machine's root.
+# What the unit shares of the machine's root.
 _SHARED = ("bin", "sbin", "usr", "etc")
 _PRIVATE = ("/etc/shadow", "/etc/gshadow", "/etc/ssh", "/etc/ssl/private", "/etc/sudoers")
 
-_MASK = b"~"  # behind every letter, as the order of the names wants it
+_MASK = b"~"  # sorts after every letter, so the names stay in order
 
 
 def _stem(name: str) -> str:
@@ -54,16 +54,16 @@ def _busyboxes() -> list[str]:
 
 @functools.cache
 def dangerous_programs() -> list[str]:
-    """Those that lie on this machine's search path. One busybox is enough."""
+    """Those on this machine's search path. All but one busybox count as dangerous."""
     named = [path for path in _programs() if _stem(os.path.basename(path)) in DANGEROUS]
     return named + _busyboxes()[1:]
 
 
 @functools.cache
 def masked_busybox() -> tuple[str, list[int], str] | None:
-    """The busybox on this machine's search path, and at which bytes of it which character makes its
-    dangerous programs unknown to it. Its shell runs its own programs wherever it lies, so that
-    stand-ins in the places of its links would not do."""
+    """The busybox on this machine's search path, the offsets to patch, and the character to write
+    there so that it no longer recognizes its dangerous applets. Stand-ins in place of its links
+    would not be enough: its shell runs its own applets no matter where it is installed."""
     found = _busyboxes()
     return (found[0], _applet_ends(Path(found[0])), _MASK.decode()) if found else None
 
@@ -71,7 +71,7 @@ def masked_busybox() -> tuple[str, list[int], str] | None:
 def _applet_ends(busybox: Path) -> list[int]:
     listing = subprocess.run([busybox, "--list"], check=True, capture_output=True, timeout=20)
     names = listing.stdout.split()
-    # The names lie one behind the other in the order of the alphabet, in which it searches them.
+    # The names are stored one after another in alphabetical order, which its search relies on.
     table = b"\0".join([b"", *names, b""])
     masked = [name[:-1] + _MASK if name.decode() in DANGEROUS else name for name in names]
     content = busybox.read_bytes()
@@ -86,8 +86,7 @@ def _applet_ends(busybox: Path) -> list[int]:
 
 @functools.cache
 def hidden_paths() -> list[str]:
-    """What a unit's root does without: all but programs, libraries and settings, and of the settings
-    those that not everybody may read."""
+    """All but programs, libraries and settings; and the settings that are not world-readable."""
     top = [
         f"/{name}" for name in os.listdir("/") if name not in _SHARED and not name.startswith("lib")
     ]

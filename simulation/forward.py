@@ -29,7 +29,7 @@ class Forward:
         self._listening.close()
 
     def _serve(self) -> None:
-        # For this thread only: what listens is here, what connects is there.
+        # For this thread only: it accepts on this machine and connects in the unit.
         self._station.enter_unit_network()
         while True:
             try:

@@ -55,7 +55,7 @@ def detail_alert(
     turnout_reverse: int = 0,
     text_length: int | None = None,
 ) -> bytes:
-    """The units by slot, 0 to 15. The length field says what text_length says, if anything."""
+    """The units are by slot, 0 to 15. text_length overrides the length field."""
     content = _bytes(text)
     colors, names = bytearray(16), bytearray(16 * 32)
     for slot, unit in (units or {}).items():
@@ -109,7 +109,7 @@ def connect(
     destination: str = UNIT_ADDRESS,
     port: int = COMMAND_PORT,
 ) -> socket.socket:
-    """A connection, to the command channel if no other, from one of the gateway side's addresses."""
+    """A connection, by default to the command channel, from one of the gateway's addresses."""
     with station.on_gateway():
         return socket.create_connection((destination, port), DEADLINE, source_address=(source, 0))
 
@@ -146,19 +146,19 @@ def roll_call() -> bytes:
 def deliver(
     station: Station, message: bytes, source: str = GATEWAY, destination: str = UNIT_ADDRESS
 ) -> None:
-    """One message, and whatever it does is done: the unit serves one connection after the other,
-    so it has finished with this one when it reads the next, an unknown message."""
+    """Sends one message and returns after the unit has acted on it: the unit serves one connection
+    at a time, so it is done once it reads the next one, an unknown message."""
     send(station, message, source, destination)
     send(station, b"\0", source, destination)
 
 
 def wait_until_taken(station: Station) -> None:
-    """Until no connection waits in the unit's listen queue, which holds one and drops the next."""
+    """Until the unit's listen queue is empty. It has room for one connection and drops the next."""
     wait_for(lambda: station.listen_queue(COMMAND_PORT) == 0, "an empty listen queue")
 
 
 def wait_until_closed(connection: socket.socket) -> None:
-    """The unit never answers: it closes, or resets when it has not read everything."""
+    """The unit never answers: it closes the connection, or resets it if it left bytes unread."""
     with contextlib.suppress(ConnectionResetError):
         answer = connection.recv(1)
         assert answer == b"", answer
@@ -175,7 +175,7 @@ def describe_record(record: bytes) -> str:
 
 
 class RecordListener:
-    """Takes what units send to port 5000, one connection a record."""
+    """Receives what units send to port 5000, one record per connection."""
 
     def __init__(self, listening: socket.socket) -> None:
         self._listening = listening
@@ -227,7 +227,7 @@ def record_listener(station: Station, address: str = GATEWAY) -> Iterator[Record
 
 @contextlib.contextmanager
 def record_listener_in_unit(station: Station) -> Iterator[RecordListener]:
-    """Where a connection to 0.0.0.0 ends: at the unit itself."""
+    """In the unit itself, which is where a connection to 0.0.0.0 goes."""
     with station.in_unit():
         listener = RecordListener(_listen("127.0.0.1", RECORD_PORT, 16))
     try:
@@ -246,7 +246,7 @@ def accepting_proxy(station: Station) -> Iterator[None]:
 
 @contextlib.contextmanager
 def silent_proxy(station: Station) -> Iterator[None]:
-    """A proxy whose host drops SYNs: its queue of connections is full and is never served."""
+    """A proxy whose host drops SYNs: its listen queue is full and nobody accepts."""
     with station.on_gateway():
         listening = _listen(PROXY, PROXY_PORT, 0)
         filler = socket.create_connection((PROXY, PROXY_PORT), DEADLINE)
@@ -256,7 +256,7 @@ def silent_proxy(station: Station) -> Iterator[None]:
 
 @contextlib.contextmanager
 def web_server(station: Station, directory: Path) -> Iterator[list[str]]:
-    """A web server on the gateway's side that serves this directory; the paths asked of it."""
+    """Serves this directory on the gateway's side; yields the paths that are requested."""
     paths: list[str] = []
 
     class Handler(http.server.SimpleHTTPRequestHandler):
@@ -277,7 +277,7 @@ def web_server(station: Station, directory: Path) -> Iterator[list[str]]:
 
 
 def start_dhcp_server(station: Station, interface: str = "gw0") -> None:
-    """It gives away 10.87.33.77."""
+    """It leases 10.87.33.77."""
     server = station.start_on_gateway(
         *"dnsmasq --no-daemon --conf-file=/dev/null --port=0 --bind-interfaces".split(),
         *f"--interface={interface} --pid-file= --leasefile-ro --user=root".split(),

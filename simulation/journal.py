@@ -1,4 +1,4 @@
-"""What the stand-ins journal: every call of a tool of the board."""
+"""The stand-ins' journal: every call of one of the board's tools."""
 
 import json
 from dataclasses import dataclass
@@ -7,15 +7,15 @@ from pathlib import Path
 
 @dataclass(frozen=True)
 class Call:
-    """One call of a tool. Arguments are bytes held in a str, one character a byte."""
+    """One call of a tool. Arguments are bytes in a str, one character per byte."""
 
     time: float  # seconds since the epoch
     path: str
-    pid: int  # as the unit sees it, like ppid
+    pid: int  # as seen in the unit, like ppid
     ppid: int
     parent: str  # the parent's name
     argv: list[str]
-    descriptors: dict[str, str]  # inherited ones above 2, and what they are
+    descriptors: dict[str, str]  # inherited ones above 2, and what they refer to
     death_signal: int  # sent when the parent dies; 0 for none
     ignored_signals: str  # mask in hex
 
@@ -25,8 +25,8 @@ class Call:
 
 
 def read_journal(path: Path) -> list[Call]:
-    """The calls so far, oldest first. A line that is still being written is left for later, and a
-    piece of a line, from a tool that was killed while it wrote, is passed over."""
+    """The calls so far, oldest first. Skips a line that is still being written, and the fragment
+    left by a tool that was killed while it wrote."""
     lines = path.read_text().split("\n")[:-1]
     return [call for call in map(_parse, lines) if call]
 

@@ -1,13 +1,13 @@
 #!/usr/bin/python3 -I
-"""Stands for the board's kiosk browser: Chromium, with the command line of the other one.
+"""Stand-in for the board's kiosk browser: Chromium behind that browser's command line.
 
     qt-webkit-kiosk [-c SETTINGS] -u ADDRESS
 
-Without a display it draws into nothing (headless). SETTINGS is an INI file whose section "proxy"
-may name a host and a port. Whatever shows or drives the browser finds it at DEBUGGING_PORT.
+Without a display it runs headless. SETTINGS is an INI file whose section "proxy" may set a host and
+a port. Tools that watch or drive the browser connect to DEBUGGING_PORT.
 
-The address may come from anybody on the network. One that is not of the web could be an option of
-the browser's: it is said on standard error, and the station page is shown.
+The address may come from anyone on the network. One that is not a web address could be read as an
+option: it is reported on standard error, and the station page is shown instead.
 """
 
 import configparser
@@ -26,7 +26,7 @@ SIZE = (1280, 720)
 
 STATION_PAGE = "http://127.0.0.1/station_web/"
 
-# In a memory of its own: nothing that a page does takes room from the alert document or its log.
+# A separate file system: no page can use up the space of the alert document or its log.
 PLACE = "/dev/shm"
 PLACE_SIZE = "256m"
 USER_NAMESPACE = "/run/station/user-namespace"
@@ -34,7 +34,7 @@ USER_NAMESPACE = "/run/station/user-namespace"
 _CLONE_NEWNS = 0x00020000
 _CLONE_NEWUSER = 0x10000000
 
-# It is alone with the station's network, and has nothing to ask anybody else.
+# It has only the station's network, and no reason to contact anything else.
 FLAGS = [
     "--no-sandbox",
     "--disable-gpu",
@@ -54,7 +54,7 @@ def say(text: str) -> None:
 
 
 def printable(text: str) -> str:
-    """What came from outside, for a terminal or a log."""
+    """Text from outside, made safe for a terminal or a log."""
     return "".join(c if " " <= c <= "~" else "?" for c in text[:100])
 
 
@@ -62,7 +62,7 @@ def page_of(address: str) -> str:
     if re.match("https?://.", address):
         return address
     say(f"not a web address: {printable(address)}")
-    # The service appends it to whatever it was sent.
+    # The service appends the rotation to any address.
     rotation = re.search(r"\?rotation=[0-9]{1,3}\Z", address)
     return STATION_PAGE + (rotation[0] if rotation else "")
 
@@ -78,14 +78,14 @@ def proxy_flags(settings: str | None) -> list[str]:
 
 
 def page_arguments(page: str, display: str | None) -> list[str]:
-    """A plain window of the screen's size; or the whole of a screen that exists by its word only."""
+    """A plain window of the screen's size, or all of a virtual screen."""
     if display:
         return [f"--window-size={SIZE[0]},{SIZE[1]}", f"--app={page}"]
     return ["--headless", "--kiosk", f"--screen-info={{{SIZE[0]}x{SIZE[1]}}}", "--", page]
 
 
 def read_command_line(arguments: list[str]) -> dict[str, str]:
-    """A value is taken whole, whatever it begins with; the last one counts."""
+    """A value may begin with anything, even a dash. The last one wins."""
     try:
         return dict(getopt.getopt(arguments, "c:u:")[0])
     except getopt.GetoptError:
@@ -94,8 +94,8 @@ def read_command_line(arguments: list[str]) -> dict[str, str]:
 
 
 def enter_own_memory() -> None:
-    """A /dev/shm of the browser's own. The station's service may not mount, but the root of the user
-    namespace that the station has for this may, in a mount namespace that belongs to it."""
+    """A private /dev/shm. The service may not mount anything, but root of the station's user
+    namespace may, in a mount namespace that belongs to it."""
     libc = ctypes.CDLL(None, use_errno=True)
     options = f"size={PLACE_SIZE},mode=700".encode()
     users = os.open(USER_NAMESPACE, os.O_RDONLY)
@@ -113,10 +113,10 @@ def main() -> None:
     os.dup2(log, 1)
     os.dup2(log, 2)
     os.environ["TMPDIR"] = PLACE
-    signal.signal(signal.SIGPIPE, signal.SIG_DFL)  # which Python ignores, for its children too
+    signal.signal(signal.SIGPIPE, signal.SIG_DFL)  # Python ignores it, and exec would pass that on
     command = [
         BROWSER,
-        "--",  # for Debian's launcher, which would take the one before the page
+        "--",  # for Debian's launcher, which would swallow the one before the page
         *FLAGS,
         *proxy_flags(options.get("-c")),
         f"--remote-debugging-port={DEBUGGING_PORT}",

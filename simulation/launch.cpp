@@ -1,12 +1,12 @@
-// Starts a program inside a simulated station, with no more rights than the station has for it, and
-// refuses everywhere else. The service reboots, sets clocks, remounts and kills: outside it would do so
-// to this machine.
+// Starts a program inside a simulated station, with no more rights than the station grants, and
+// refuses everywhere else. The service reboots, sets clocks, remounts and kills: outside a station
+// it would do so to this machine.
 //
-// What the station's keeper has left in /run/station for it to check, a line each:
+// It checks what the station's keeper left in /run/station, one item per line:
 //     outside      the namespaces that the station was started from
-//     stand-ins    the paths at which a stand-in must lie
-//     dangerous    the names of programs that must not lie anywhere on a search path but as stand-ins
-//     gateway      exists on the gateway's side, whose files are the machine's, to be read only
+//     stand-ins    the paths where a stand-in must be
+//     dangerous    the names of programs that may be on a search path only as stand-ins
+//     gateway      exists on the gateway's side, whose files are the machine's, read-only
 
 #include <algorithm>
 #include <csignal>
@@ -30,22 +30,22 @@ namespace {
 
 const std::string station_directory = "/run/station/";
 
-// Every other capability is taken from the program and from all that it starts.
+// The program, and everything it starts, loses every other capability.
 constexpr int kept_capabilities[] = {
-    CAP_DAC_OVERRIDE,     // the lent programs and pages may belong to somebody else
-    CAP_KILL,             // ends its children, whoever they run as; nobody else's are in sight
+    CAP_DAC_OVERRIDE,     // the lent programs and pages may have another owner
+    CAP_KILL,             // ends its children, whatever their user; it sees no others
     CAP_NET_ADMIN,        // ifconfig and the DHCP client's script set up the station's own network
     CAP_NET_BIND_SERVICE, // the page's port 80, the DHCP client's 68 and server's 67
     CAP_NET_RAW,          // the DHCP client asks before it has an address
 };
 
-// What a board's root has, too, in a unit with a user namespace: there, it counts for nothing else.
+// A board's root also has these, but only inside the unit's user namespace.
 constexpr int board_root_capabilities[] = {
     CAP_CHOWN,     CAP_FOWNER, CAP_FSETID, CAP_SETGID, CAP_SETUID,
     CAP_SYS_ADMIN, // mounts, namespaces
 };
 
-// Of a unit whose root is a board's.
+// In the user namespace of a unit with a board's root.
 constexpr unsigned long most_ids = 65536;
 
 constexpr const char *search_path[] = {"/bin",      "/sbin",          "/usr/bin",
@@ -105,7 +105,7 @@ void require_stand_in(const char *program, const std::string &path, const std::s
     }
 }
 
-// A name stands for itself and for itself with any ending: mkfs is mkfs.ext4 too.
+// Names match with any suffix: mkfs also stands for mkfs.ext4.
 void require_stand_ins_in(const char *program, const std::string &directory,
                           const std::set<std::string> &dangerous, const std::string &stand_in) {
     DIR *entries = opendir(directory.c_str());
@@ -117,7 +117,7 @@ void require_stand_ins_in(const char *program, const std::string &directory,
         std::string path = directory;
         path += "/" + name;
         const std::string stem = name.substr(0, name.find('.'));
-        // The station has one whose dangerous programs are masked, to be had here too.
+        // The station's own busybox, whose dangerous applets are masked, is allowed.
         const bool is_masked =
             stem == "busybox" && has_contents(path, contents_of(station_directory + "bin/busybox"));
         if (!is_masked && (stem == "busybox" || dangerous.contains(stem))) {
@@ -140,7 +140,7 @@ void require_stand_ins(const char *program) {
     const std::set<std::string> dangerous(names.begin(), names.end());
     std::set<std::string> seen;
     for (const char *directory : search_path) {
-        // One of two names of the same directory is enough.
+        // Directories may have several names; check each only once.
         char *real = realpath(directory, nullptr);
         if (real != nullptr && seen.insert(real).second) {
             require_stand_ins_in(program, real, dangerous, stand_in);
@@ -156,8 +156,7 @@ void require_read_only(const char *program, const char *path) {
     }
 }
 
-// A user namespace that is nobody's but a station's maps fewer ids than the machine has. The file is the
-// kernel's word.
+// A station's own user namespace maps fewer ids than the machine has. The kernel writes this file.
 void require_own_users(const char *program) {
     unsigned long inside = 0;
     unsigned long outside = 0;
@@ -182,8 +181,8 @@ bool is_kept(int capability, bool is_board_root) {
                                  std::end(board_root_capabilities));
 }
 
-// A user id of 0 gives a program what is in its starter's bounding set, at each exec anew: what has
-// left that set does not come back.
+// With user id 0, every exec grants the whole bounding set again: what is dropped from that set is
+// gone for good.
 void drop_capabilities(const char *program, bool is_board_root) {
     __user_cap_header_struct header{_LINUX_CAPABILITY_VERSION_3, 0};
     __user_cap_data_struct sets[2]{};
@@ -196,13 +195,13 @@ void drop_capabilities(const char *program, bool is_board_root) {
             refuse(program, "a capability cannot be dropped");
         }
     }
-    // No inheritable ones, and so no ambient ones either.
+    // No inheritable capabilities, and therefore no ambient ones.
     if (syscall(SYS_capset, &header, sets) != 0 || prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) != 0) {
         refuse(program, "its capabilities cannot be set");
     }
 }
 
-// Whatever the station's starter ignores or blocks, the program starts like any other.
+// The program starts with default signals, whatever the station's starter ignores or blocks.
 void reset_signals() {
     for (int number = 1; number < NSIG; ++number) {
         std::signal(number, SIG_DFL);

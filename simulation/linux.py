@@ -27,7 +27,7 @@ _MNT_DETACH: Final = 2
 _AT_FDCWD: Final = -100
 _AT_RECURSIVE: Final = 0x8000
 _MOUNT_ATTR_RDONLY: Final = 1
-_SYS_MOUNT_SETATTR: Final = 442  # on every kind of machine
+_SYS_MOUNT_SETATTR: Final = 442  # the same on every architecture
 _libc = ctypes.CDLL(None, use_errno=True)
 
 
@@ -59,7 +59,7 @@ def mount(source: str, target: str, kind: str = "", flags: int = 0, data: str = 
 
 
 def make_read_only(path: str) -> None:
-    """The mount at the path and all below it, in this mount namespace."""
+    """The mount at this path and all those below it, in this mount namespace."""
     attributes = struct.pack("QQQQ", _MOUNT_ATTR_RDONLY, 0, 0, 0)
     _check(
         _libc.syscall(
@@ -75,7 +75,7 @@ def make_read_only(path: str) -> None:
 
 
 def pivot_root(new_root: str) -> None:
-    """The mount at the path becomes the root of this mount namespace, and the old one leaves it."""
+    """Makes the mount at this path the root of this mount namespace and detaches the old one."""
     os.chdir(new_root)
     _check(_libc.pivot_root(b".", b"."), "pivot_root")
     _check(_libc.umount2(b".", _MNT_DETACH), "umount")
@@ -87,8 +87,8 @@ def sethostname(name: str) -> None:
 
 
 def open_standard_descriptors() -> None:
-    """Who started this may have closed some of the first three; what is opened next is not to take
-    their places."""
+    """If the parent closed any of the first three, opens /dev/null there, so that no later file
+    takes their place."""
     for fd in range(3):
         try:
             os.fstat(fd)

@@ -14,7 +14,7 @@ _DRIVER_PORT = 9515
 
 
 class Screen:
-    """Of a station whose kiosk is a real browser. Use it in a with statement."""
+    """The station's kiosk must be a real browser. Use it in a with statement."""
 
     def __init__(self, station: Station) -> None:
         self._station = station
@@ -33,7 +33,7 @@ class Screen:
 
     @property
     def driver(self) -> WebDriver:
-        """Of the browser that the service has started last."""
+        """Drives the browser that the service started last."""
         browsers = len(self._station.wait_for_calls("qt-webkit-kiosk"))
         if self._driver is None or browsers != self._browsers:
             self._driver = wait_for(self._attach, "the browser")
@@ -56,17 +56,17 @@ class Screen:
         return webdriver.Remote(command_executor=address, options=options)
 
     def picture(self) -> bytes:
-        """The screen as it is, a PNG."""
+        """A PNG of the current screen."""
         return bytes(self.driver.get_screenshot_as_png())
 
     def text(self, name: str) -> str:
-        """What is to be read in an element of the page; empty while it is hidden."""
+        """The visible text of a page element; empty while it is hidden."""
         return str(self.driver.find_element("id", name).text)
 
     def has_drawn_document(self) -> bool:
-        """Whether the page has drawn the alert document as it is now."""
+        """Whether the page has drawn the current alert document."""
         content = self._station.document_text().encode(errors="surrogateescape")
-        # The page keeps bytes above ASCII as characters of its own.
+        # The page maps bytes above ASCII to private-use characters.
         text = "".join(chr(byte if byte < 0x80 else 0xF700 + byte) for byte in content)
         return bool(self.driver.execute_script("return station_page.drawn") == text)
 
@@ -78,12 +78,12 @@ class Screen:
         wait_for(lambda: self.driver.execute_script(script), "the map")
 
     def render(self, style: str, text: str) -> bytes:
-        """A picture of a text as large as the screen, drawn by a browser of its own."""
+        """A text drawn at screen size by a separate browser, as a PNG."""
         width, height = kiosk.SIZE
         page = f"<div id=card style='width:{width}px;height:{height}px;{style}'>{text}"
         options = webdriver.ChromeOptions()
         options.binary_location = kiosk.BROWSER
-        # Larger than the picture: this browser keeps a part of its window for itself.
+        # Larger than the picture: the browser uses part of the window for itself.
         screen = f"--screen-info={{{2 * width}x{2 * height}}}"
         for flag in [*kiosk.FLAGS, "--headless", "--kiosk", screen]:
             options.add_argument(flag)

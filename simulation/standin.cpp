@@ -1,16 +1,16 @@
 // A stand-in for every tool of the board that a test must not run for real: one program, installed
-// under each tool's absolute path. It journals the call, then behaves as it is told.
+// at each tool's absolute path. It journals the call, then does what it has been told to do.
 //
-// Journal: one line of JSON a call, appended to /run/station/journal in one write. Bytes of the
-// arguments outside printable ASCII are written as \u00XX, one escape a byte. A stand-in that is
-// killed while it writes leaves a piece of a line, which is why each begins on a line of its own.
+// Journal: one line of JSON per call, appended to /run/station/journal in one write. Argument bytes
+// outside printable ASCII are written as \u00XX, one escape per byte. A stand-in killed while it
+// writes leaves part of a line, so each entry begins with a line feed.
 //
-// Behaviour: the lines of /run/station/behaviour/NAME, carried out in order; then exit status 0.
+// Behavior: runs the lines of /run/station/behaviour/NAME in order, then exits with status 0.
 //     print TEXT       TEXT and a line feed on standard output
 //     sleep SECONDS    a pause, fractions allowed
 //     await PATH       until PATH exists
 //     stay             until killed
-//     exec PATH        become the program at PATH, with the arguments as they were passed
+//     exec PATH        become the program at PATH, with the same arguments
 //     exit STATUS
 
 #include <cerrno>
@@ -63,7 +63,7 @@ std::string arguments(int argc, char **argv) {
     return "[" + json + "]";
 }
 
-// Everything above standard error that came through exec: there should be nothing.
+// Every descriptor above standard error that survived exec. There should be none.
 std::string inherited_descriptors() {
     std::string json;
     DIR *directory = opendir("/proc/self/fd");
@@ -88,7 +88,7 @@ std::string first_line(const std::string &path) {
     return line;
 }
 
-// Read to its end before any is carried out: the next program is not to inherit the file.
+// Reads the whole file before any line runs: the next program must not inherit it.
 std::vector<std::string> lines_of(const std::string &path) {
     std::ifstream file(path);
     std::vector<std::string> lines;

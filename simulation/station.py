@@ -1,4 +1,4 @@
-"""One simulated station: start it, arrange it, look into it, end it."""
+"""One simulated station: start it, set it up, look inside, end it."""
 
 import contextlib
 import fcntl
@@ -27,35 +27,35 @@ LIVENESS_FILE = "/dev/shm/web_watchdog"
 STATION_WEB = "/var/www/station_web"
 WEB_PORT = 80
 GATEWAY_FILE = "/dev/shm/current_gateway"
-LOUDSPEAKER = "/tmp/loudspeaker.wav"  # what the player has played
+LOUDSPEAKER = "/tmp/loudspeaker.wav"  # where the player's sound goes
 
 REAL = "/run/station/real"
 BIN = "/run/station/bin"
 
-# For a service that is built for the board.
+# For a service built for the board.
 EMULATOR = "/usr/bin/qemu-arm-static"
 EMULATOR_OPTIONS = ["-cpu", "arm1176", "-L", "/usr/arm-linux-gnueabi", "-0", f"{BIN}/hdtv"]
 
-# For a program that only its network confines: what simulation/launch.cpp leaves to the others.
+# For a program confined only by its network: the capabilities that simulation/launch.cpp keeps.
 CONFINED = [
     "--bounding-set=-all,+dac_override,+kill,+net_admin,+net_bind_service,+net_raw",
     "--inh-caps=-all",
     "--no-new-privs",
 ]
 
-# This machine's directories are not in the unit.
+# This machine's home and temporary directories do not exist in the unit.
 UNIT_ENVIRONMENT = {"HOME": "/root", "TMPDIR": "/tmp"}
 
 _X_SOCKETS = "/tmp/.X11-unix"
 
-# What can be written in a unit, its root apart, with its limit.
+# What is writable in a unit besides its root, with size limits.
 _WRITABLE = {"/tmp": "512m", "/run": "16m", "/var/www": "16m"}
 
-# Of its own network: a unit whose root is a board's may write them.
+# Settings of its own network, which a unit with a board's root may write.
 _BOARD_SETTINGS = ("sys/net/ipv4/tcp_syn_retries",)
 
-# Every tool that the service starts, or that would harm this machine, with what its stand-in does.
-# An empty behaviour ends at once with status 0.
+# Every tool that the service starts, or that would harm this machine, and what its stand-in does.
+# An empty behavior exits at once with status 0.
 STAND_INS: dict[str, str] = {
     "/usr/bin/qt-webkit-kiosk": "stay",
     "/sbin/reboot": "",
@@ -76,13 +76,13 @@ STAND_INS: dict[str, str] = {
 }
 
 
-# What else there is where the unit's root is a board's. The service's own mounts stay without effect.
+# Additional tools for a unit with a board's root. The service's own mounts still have no effect.
 BOARD_TOOLS: dict[str, str] = {"/usr/bin/unshare": f"exec {REAL}/usr/bin/unshare"}
 BOARD_MOUNT = "/usr/bin/mount"
 
 
 class StationError(Exception):
-    """The station could not be made; the text says why."""
+    """The station could not be started; the text says why."""
 
 
 def top_directory() -> Path:
@@ -94,19 +94,19 @@ def build_directory() -> Path:
 
 
 def host_build_directory() -> Path:
-    """Where the programs are that run on this machine, whatever the service is built for."""
+    """The build whose programs run on this machine, whatever the service is built for."""
     own = build_directory()
     return own if (own / "simulation").is_dir() else top_directory() / "build" / "release"
 
 
 def is_for_arm(program: Path) -> bool:
     with contextlib.suppress(FileNotFoundError):
-        return program.read_bytes()[18:20] == b"\x28\x00"  # the machine of its ELF header
+        return program.read_bytes()[18:20] == b"\x28\x00"  # e_machine in the ELF header
     return False
 
 
 def real_programs(is_board_root: bool) -> dict[str, str]:
-    """What the stand-ins become, by the paths under which they find it."""
+    """The programs that stand-ins exec, by the paths that they use."""
     behaviours = [*STAND_INS.values(), *(BOARD_TOOLS.values() if is_board_root else [])]
     words = [behaviour.partition(f"exec {REAL}")[2] for behaviour in behaviours]
     words += [BOARD_MOUNT] if is_board_root else []
@@ -114,7 +114,7 @@ def real_programs(is_board_root: bool) -> dict[str, str]:
 
 
 def machine_settings(is_board_root: bool) -> dict[str, Any]:
-    """What is to be kept from a unit on this machine."""
+    """What to keep away from a unit on this machine."""
     return {
         "dangerous_names": sorted(dangers.DANGEROUS),
         "dangerous_programs": dangers.dangerous_programs(),
@@ -125,45 +125,45 @@ def machine_settings(is_board_root: bool) -> dict[str, Any]:
 
 
 def has_own_users(pid: int) -> bool:
-    """Whether the process is in another user namespace than this one. Its root's rights end there."""
+    """Whether the process is in another user namespace, outside which its root has no rights."""
     return os.readlink(f"/proc/{pid}/ns/user") != os.readlink("/proc/self/ns/user")
 
 
 def enter_command(pid: int, *command: str) -> list[str]:
-    """The command line that runs a command in the namespaces, the root and the directory of the
-    process."""
+    """The command line that runs a command in the process's namespaces, root and working
+    directory."""
     users = ["user"] if has_own_users(pid) else []
     kinds = [f"--{kind}" for kind in (*users, "mount", "uts", "ipc", "net", "pid", "root", "wd")]
     return ["nsenter", f"--target={pid}", *kinds, "--", *command]
 
 
 def launch_command(pid: int, *command: str) -> list[str]:
-    """The command line that runs a command on one side of a station, the process being its first,
-    with the capabilities that the station has for it and no more. Only what enters has others."""
+    """The command line that runs a command on the side of a station whose first process this is,
+    with the station's capabilities and no more. Only the program that enters has others."""
     options = ["--board-root"] if has_own_users(pid) else []
     return enter_command(pid, f"{BIN}/launch", *options, *command)
 
 
 def dying_with_starter(command: Sequence[str], by_signal: str = "KILL") -> list[str]:
-    """The command line that runs a command which does not outlive its starter."""
+    """The command line that runs a command that does not outlive its parent."""
     return ["setpriv", f"--pdeathsig={by_signal}", "--", *command]
 
 
 def _open_log(name: str) -> int:
-    """A file in memory to which several programs append: in any other mode two of them, the service and
-    the browser that it has just forked, may write to the same place."""
+    """A memory file in append mode: otherwise two writers, such as the service and the browser it
+    just forked, could overwrite each other."""
     fd = os.memfd_create(name)
     fcntl.fcntl(fd, fcntl.F_SETFL, os.O_APPEND)
     return fd
 
 
 class Process:
-    """A program that runs in the station, its output gathered as it comes."""
+    """A program that runs in the station, with its output captured."""
 
     def __init__(
         self, command: Sequence[str], environment: Mapping[str, str], is_waited_for: bool = True
     ) -> None:
-        """The command becomes the program, or waits for it when it has to enter a PID namespace."""
+        """The command execs the program, or waits for it if it has to enter a PID namespace."""
         self._is_waited_for = is_waited_for
         self._output = _open_log("output")
         self._errors = _open_log("errors")
@@ -211,13 +211,12 @@ class Process:
         os.kill(self.pid, signal.SIGSTOP)
 
     def resume(self) -> None:
-        # The waiting process stops when the program does, and has to be woken too.
+        # The waiting process stops along with the program and must be resumed too.
         os.kill(self.pid, signal.SIGCONT)
         os.kill(self._process.pid, signal.SIGCONT)
 
     def kill(self) -> None:
-        """Ends the program at once. Only the waiting process is ours to signal by its id: the
-        program itself may be gone already."""
+        """Ends the program at once. It may be gone already; only the waiting process is ours."""
         if self.is_running():
             with contextlib.suppress(ProcessLookupError, IndexError):
                 os.kill(self.pid, signal.SIGKILL)
@@ -251,9 +250,8 @@ class Station:
         is_board_root: bool = False,
         has_page: bool = True,
     ) -> None:
-        """For a test of the board's own scripts its programs may be a board's root: become other users,
-        mount, make namespaces. They are that in a user namespace, where it counts for the unit
-        alone."""
+        """is_board_root is for tests of the board's own scripts: programs may become other users,
+        mount, and create namespaces, in a user namespace that affects only the unit."""
         self.processes: list[Process] = []
         self._has_display = has_display
         self._is_emulated = is_for_arm(build_directory() / "hdtv" / "hdtv")
@@ -295,7 +293,7 @@ class Station:
             "stand-in": str(station_programs / "station-standin"),
             "launch": str(station_programs / "station-launch"),
             "hdtv": str(build_directory() / "hdtv" / "hdtv"),
-            # By the service's name, which its children see.
+            # Under the service's name, which its children see.
             **({"arm/hdtv": EMULATOR} if self._is_emulated else {}),
             "kiosk": str(Path(__file__).with_name("kiosk.py")),
             **{name: str(path) for name, path in more.items()},
@@ -310,7 +308,7 @@ class Station:
             self._keeper = subprocess.Popen(
                 [sys.executable, "-I", "-S", str(world), str(theirs.fileno()), name],
                 pass_fds=[theirs.fileno()],
-                start_new_session=True,  # a Ctrl-C is for the starter alone
+                start_new_session=True,  # Ctrl-C goes to the parent only
                 stdin=subprocess.PIPE,
                 stderr=subprocess.PIPE,
             )
@@ -361,21 +359,21 @@ class Station:
         return self.root / name.lstrip("/")
 
     def gateway_directory(self) -> Path:
-        """An empty one on the gateway's side, which is gone when the station is."""
+        """A new, empty one on the gateway's side. It disappears with the station."""
         return Path(tempfile.mkdtemp(dir=f"/proc/{self.gateway_pid}/root/run"))
 
     def write_config(self, text: str | bytes) -> None:
         self.path(CONFIG).write_bytes(text.encode() if isinstance(text, str) else text)
 
     def document_text(self) -> str:
-        """The alert document as it is now; empty when there is none."""
+        """The current alert document; empty if there is none."""
         try:
             return self.path(DOCUMENT).read_text(errors="surrogateescape")
         except FileNotFoundError:
             return ""
 
     def document(self) -> dict[str, Any]:
-        """The one object of the alert document; empty when it cannot be read as JSON."""
+        """The single object in the alert document; empty if it is not valid JSON."""
         try:
             objects = json.loads(self.document_text(), strict=False)
         except ValueError:
@@ -384,7 +382,7 @@ class Station:
         return dict(objects[0])
 
     def read_kicks(self) -> bytes:
-        """What has been written to the hardware watchdog since the last look."""
+        """What has been written to the hardware watchdog since the last call."""
         fd = os.open(self.path("/dev/watchdog"), os.O_RDONLY | os.O_NONBLOCK)
         try:
             return os.read(fd, 65536)
@@ -396,11 +394,11 @@ class Station:
     # The tools' stand-ins.
 
     def behave(self, tool: str, *lines: str) -> None:
-        """From its next call on the tool does this: see simulation/standin.cpp for the words."""
+        """What the tool does from its next call on; simulation/standin.cpp lists the words."""
         self.path(f"/run/station/behaviour/{tool}").write_text("".join(x + "\n" for x in lines))
 
     def calls(self, *tools: str) -> list[Call]:
-        """The journalled calls, oldest first; of these tools only, when any are named."""
+        """The journaled calls, oldest first; only of these tools, if any are given."""
         journal = read_journal(self.path("/run/station/journal"))
         return [call for call in journal if not tools or call.name in tools]
 
@@ -417,17 +415,17 @@ class Station:
         return self._keep(launched, {**UNIT_ENVIRONMENT, **display, **(environment or {})})
 
     def start_on_gateway(self, *command: str) -> Process:
-        """A program of this machine on the gateway's side, where it can only read the machine's
-        files; confined like the service."""
+        """A program of this machine on the gateway's side, where the machine's files are read-only;
+        confined like the service."""
         return self._keep(launch_command(self.gateway_pid, *command), {})
 
     def start_in_gateway_network(self, *command: str) -> Process:
-        """A program of this machine, with its files, on the gateway's network only."""
+        """A program of this machine, with its files, but only the gateway's network."""
         entered = self.gateway_network_command(*command)
         return self._keep(entered, {}, is_waited_for=False)
 
     def gateway_network_command(self, *command: str) -> list[str]:
-        """Its signals are what they are for any program, whatever the starter ignores."""
+        """Its signals are reset to their defaults, whatever the parent ignores."""
         target = f"--target={self.gateway_pid}"
         entered = ["nsenter", target, "--net", "--", "setpriv", *CONFINED, "--"]
         return [*entered, "env", "--default-signal", "--", *command]
@@ -440,7 +438,7 @@ class Station:
         return process
 
     def run(self, *command: str) -> str:
-        """What a program that arranges the unit prints, confined like the service."""
+        """Runs a setup program in the unit, confined like the service; returns its output."""
         return subprocess.run(
             dying_with_starter(launch_command(self.unit_pid, *command)),
             check=True,
@@ -461,19 +459,19 @@ class Station:
         return [*emulator, f"{BIN}/hdtv"]
 
     def start_web_server(self) -> Process:
-        """The unit's own, with the station page; it is ready when this returns."""
+        """The unit's web server with the station page, ready when this returns."""
         server = self.start("/usr/sbin/lighttpd", "-D", "-f", f"{STATION_WEB}/lighttpd.conf")
         wait_for(lambda: self.listen_queue(WEB_PORT) is not None, "the unit's web server")
         return server
 
     def use_real_browser(self, program: str = "kiosk") -> None:
-        """From its next start on the kiosk browser is one that shows the page."""
+        """From its next start on, the kiosk browser really shows the page."""
         self.behave("qt-webkit-kiosk", f"exec {BIN}/{program}")
 
     # Networks.
 
     def listen_queue(self, port: int) -> int | None:
-        """How many connections wait to be accepted in the unit; None while nothing listens there."""
+        """How many connections wait to be accepted in the unit; None if nothing listens."""
         for line in self.path("/proc/1/net/tcp").read_text().splitlines()[1:]:
             fields = line.split()
             if fields[1].endswith(f":{port:04X}") and fields[3] == "0A":
@@ -482,20 +480,20 @@ class Station:
 
     @contextlib.contextmanager
     def on_gateway(self) -> Iterator[None]:
-        """Sockets made inside belong to the gateway side, wherever they are used afterwards."""
+        """Sockets created inside belong to the gateway side, even when used later."""
         with self._network(self._gateway_network):
             yield
 
     @contextlib.contextmanager
     def in_unit(self) -> Iterator[None]:
-        """Sockets made inside belong to the unit."""
+        """Sockets created inside belong to the unit."""
         with self._network(self._unit_network):
             yield
 
     @contextlib.contextmanager
     def _network(self, fd: int) -> Iterator[None]:
         outer = self._current_network
-        # Entering costs half a millisecond, so whoever sends by the thousand enters once.
+        # Entering takes half a millisecond: to send thousands of messages, enter once around them.
         if fd == outer:
             yield
             return
@@ -506,7 +504,7 @@ class Station:
             self._enter_network(outer)
 
     def enter_unit_network(self) -> None:
-        """For good, and for the calling thread alone: what it connects from now on is the unit's."""
+        """Permanently, and only for the calling thread: its new connections start in the unit."""
         linux.setns(self._unit_network, linux.CLONE_NEWNET)
 
     def _enter_network(self, fd: int) -> None:

@@ -1,7 +1,7 @@
 """A simulated television, and the CEC bus between it and the unit (docs/cec-bus.md).
 
-It has a power state and an input, and behaves on the bus as a television does. Tests and the
-demonstration handle it like a viewer (inputs, power) or make it misbehave.
+It has a power state and an input, and acts on the bus like a real one. Tests and the demo operate
+it like a viewer (inputs, power) or make it misbehave.
 """
 
 import contextlib
@@ -49,7 +49,7 @@ class _Appointment:
 
 
 class Television:
-    """Offers the bus in the unit from its making to its close. Use it in a with statement."""
+    """Provides the bus in the unit until it is closed. Use it in a with statement."""
 
     def __init__(
         self,
@@ -60,10 +60,10 @@ class Television:
         sleep_delay: float = 0.0,
         hello: str = f"hello {UNIT:X} {UNIT_ADDRESS:04X}",
     ) -> None:
-        self.lines: list[str] = []  # all that the unit has said
-        self.all_frames: list[str] = []  # the messages among it
-        self.frames: list[str] = []  # those but the questions for the power status, which also
-        # come every five seconds
+        self.lines: list[str] = []  # everything the unit has said
+        self.all_frames: list[str] = []  # the CEC messages among them
+        self.frames: list[str] = []  # without power status queries, which also come
+        # every five seconds
         self.story: list[str] = []  # what a viewer sees
         self.osd_names: dict[int, str] = {}
         self.vendors: dict[int, str] = {}
@@ -71,9 +71,9 @@ class Television:
         self.input = tv_input
         self.wake_delay = wake_delay
         self.sleep_delay = sleep_delay
-        self.is_deaf = False  # hears nothing
+        self.is_deaf = False  # ignores everything
         self.answer_delay = 0.0
-        self.standby_reports = 0  # so many times more it reports standby, whatever its power
+        self.standby_reports = 0  # how many more times it falsely reports standby
         self._hello = hello
         self._forwarded: set[int] = set()
         self._lock = threading.RLock()
@@ -129,13 +129,13 @@ class Television:
     # What goes over the bus.
 
     def send(self, initiator: int, destination: int, opcode: int, operands: bytes = b"") -> None:
-        """A message that the unit's bus forwards if it has been asked to."""
+        """A message, forwarded to the unit if it registered for the opcode."""
         frame = bytes([initiator << 4 | destination, opcode]) + operands
         if opcode in self._forwarded:
             self.say(f"rx {frame_text(frame)}")
 
     def say(self, line: str) -> None:
-        """A line to the unit as it stands."""
+        """Sends the unit a line as is."""
         self.say_bytes(line.encode() + b"\n")
 
     def say_bytes(self, text: bytes) -> None:
@@ -144,13 +144,13 @@ class Television:
                 self._unit.sendall(text)
 
     def stop_reading(self) -> None:
-        """From here on what the unit says piles up."""
+        """From now on, what the unit says piles up unread."""
         self._is_reading = False
         self._wake_up.send(b".")
 
     def wait_for_frames(self, expected: list[str], since: int = 0) -> None:
-        """Until the unit has sent just these messages, from the one numbered since. Questions for
-        the power status do not count."""
+        """Until the unit has sent exactly these messages, starting at index since. Power status
+        queries do not count."""
         wait_for(lambda: len(self.frames) >= since + len(expected), f"{expected} on the bus")
         assert self.frames[since:] == expected
 
@@ -205,7 +205,7 @@ class Television:
         elif word == "send":
             self.say(f"tx {rest}")
             self._hear(bytes.fromhex(rest.replace(":", "")))
-            # Last, so that who sees it sees its effect too.
+            # Last, so that whoever sees the message also sees its effect.
             self.all_frames.append(rest)
             if not rest.endswith(f":{GIVE_POWER_STATUS:02X}"):
                 self.frames.append(rest)

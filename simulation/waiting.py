@@ -1,4 +1,4 @@
-"""Waiting for a condition, with a deadline, never for a time."""
+"""Waits for conditions with a deadline, never for a fixed time."""
 
 import time
 from collections.abc import Callable
@@ -6,12 +6,12 @@ from typing import TypeVar
 
 T = TypeVar("T")
 
-# Generous, because it only ever counts when something has gone wrong.
+# Generous: it only matters when something has gone wrong.
 DEADLINE = 60.0
 
 
 def wait_for(condition: Callable[[], T], what: str, deadline: float = DEADLINE) -> T:
-    """The first true result of condition."""
+    """Returns the first truthy result of condition."""
     end = time.monotonic() + deadline
     while True:
         result = condition()

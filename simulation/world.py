@@ -1,14 +1,14 @@
-"""Builds one simulated station and keeps it for as long as its starter lives.
+"""Builds one simulated station and keeps it alive as long as the process that started it.
 
-Run by station.station.Station as a process of its own, never by hand. Two sides, each with its own
-PID, mount, network, IPC and UTS namespaces: the gateway side (interface gw0 on the station network)
-and, nested in it, the unit (interface eth0), whose root is an overlay over the machine's root, so
-that nothing that happens there is ever written anywhere else.
+Run by simulation.station.Station as a separate process, never by hand. There are two sides, each
+with its own PID, mount, network, IPC and UTS namespaces: the gateway side (interface gw0 on the
+station network) and, nested in it, the unit (interface eth0). The unit's root is an overlay on the
+machine's root, so nothing it writes ends up anywhere else.
 
     starter > keeper > gateway side (pid 1) > builder > unit (pid 1)
 
-Each dies with the one before it and with the one after it, and with the two pids 1 dies everything
-else: there is nothing to clean up, however the starter ends.
+Each dies with its neighbors in this chain, and the two pids 1 take everything else with them:
+however the starter ends, there is nothing to clean up.
 """
 
 import json
@@ -27,11 +27,11 @@ from simulation import confinement, linux  # noqa: E402
 NO_PRIVILEGE = "The simulated station needs the privilege to make namespaces: run it as root."
 NAMESPACES = ("pid", "mnt", "net", "ipc", "uts")
 
-# Nobody's files lie here, so this is where the unit's root is put together.
+# No one's files are here, so the unit's root is assembled here.
 STAGE = "/sys"
 ROOT = STAGE + "/root"
 
-# The users and groups of a unit whose root is a board's, who may become any of them.
+# The number of users and groups in a unit with a board's root, which may become any of them.
 ALL_IDS = 65536
 
 
@@ -84,8 +84,8 @@ def keep_gateway_side(
 
 
 def make_user_namespace(ids: int) -> tuple[int, int]:
-    """With the first of this machine's ids, by the same numbers; and a network that belongs to it.
-    Whoever is root there alone has no rights over what belongs to the machine."""
+    """Maps the first ids of this machine to themselves. Also creates a network namespace that
+    belongs to it. Its root has no rights over anything that belongs to the machine."""
     ours, theirs = socket.socketpair()
     maker = os.fork()
     if maker == 0:
@@ -135,14 +135,14 @@ def keep_unit(
         commands += [f"route add default dev {interface}"]
     ip(*commands)
     build_root(settings, outside)
-    # For the browser, which wants to mount.
+    # For the browser, which needs to mount.
     confinement.lend_file(f"/proc/self/fd/{users}", f"{ROOT}/run/station/user-namespace")
     linux.pivot_root(ROOT)
     if settings["is_board_root"]:
-        # Its mounts so far can neither be taken away nor be made writable from here on.
+        # From here on, its existing mounts can be neither removed nor made writable.
         linux.setns(users, linux.CLONE_NEWUSER)
         linux.unshare(linux.CLONE_NEWNS)
-        linux.die_with_parent()  # which new rights undo
+        linux.die_with_parent()  # the change of credentials cleared it
     os.close(users)
     report.send(b"unit")
     report.close()
@@ -169,7 +169,7 @@ def build_root(settings: dict[str, Any], outside: list[str]) -> None:
 
 
 def write_settings(settings: dict[str, Any]) -> None:
-    """The unit's own."""
+    """Files in /etc that differ from the machine's."""
     Path(f"{ROOT}/etc/asound.conf").write_text(
         "pcm.!default {\n"
         f'    type file\n    file "{settings["loudspeaker"]}"\n    format "wav"\n'
@@ -188,7 +188,7 @@ def build_station_directory(settings: dict[str, Any], outside: list[str]) -> Non
         confinement.lend_file(program, f"{station}/bin/{name}")
     busybox = (settings["busybox"] or [""])[0]
     if busybox:
-        # The layer's file, which a unit that writes its own busybox does not reach.
+        # The layer's file: a unit that overwrites its own busybox does not change this one.
         confinement.lend_file(f"{STAGE}/tools{busybox}", f"{station}/bin/busybox")
     for path, program in settings["real"].items():
         own = f"{STAGE}/tools{busybox}" if program == busybox else program
@@ -205,7 +205,7 @@ def build_station_directory(settings: dict[str, Any], outside: list[str]) -> Non
 
 
 def reap_until(last: int | None) -> NoReturn:
-    """Reaps every child, as a pid 1 must, until the last one is gone; without one, for ever."""
+    """Reaps every child, as pid 1 must, until the one called last exits; if None, forever."""
     while True:
         try:
             pid, _ = os.wait()

@@ -29,16 +29,16 @@ from simulation.waiting import wait_for
 
 OWN_PORT = 8080
 
-# Each ends the station, and all by the same road. A reader of its output that goes away is a SIGHUP too:
-# SIGPIPE itself also comes from connections, whose other ends may go away at any time.
+# Each ends the station, in the same way. Losing the reader of our output counts as a SIGHUP, not a
+# SIGPIPE, which also comes from connections whose other end may close at any time.
 _ENDING_SIGNALS = (signal.SIGINT, signal.SIGTERM, signal.SIGHUP, signal.SIGQUIT)
 
 _DESCRIPTION = """\
 Runs the station display service in a simulated station and shows what happens there, as it
 happens: what the service prints, every tool it starts, what the gateway sends, and each new alert
-document. A short incident is played; then the station keeps running until Ctrl-C. Its kiosk browser
-is a real one, which draws into nothing unless it gets a window; while the station runs, this
-machine's own browsers find the same page at http://127.0.0.1:8080/station_web/.
+document. It plays a short incident and then keeps running until Ctrl-C. Its kiosk browser is a real
+one, headless unless it gets a window. While the station runs, browsers on this machine can open the
+same page at http://127.0.0.1:8080/station_web/.
 
 From a second terminal, inside the running station:
   ./scripts/station exec cat /dev/shm/alerts.json
@@ -47,7 +47,7 @@ From a second terminal, inside the running station:
 
 
 class Ended(BaseException):
-    """By a signal. Not an Exception, so that nothing but main takes it for an error to deal with."""
+    """By a signal. Not an Exception, so that only main handles it."""
 
     def __init__(self, number: int) -> None:
         super().__init__(number)
@@ -63,7 +63,7 @@ def parse_arguments() -> argparse.Namespace:
     parser.add_argument(
         "--once",
         action="store_true",
-        help="end after the incident, with status 0 when all of it was observed",
+        help="exit after the incident, with status 0 if all of it was observed",
     )
     parser.add_argument(
         "--window",
@@ -86,7 +86,7 @@ def parse_arguments() -> argparse.Namespace:
         type=float,
         default=1.0,
         metavar="SECONDS",
-        help="between the steps of the incident (default: %(default)s)",
+        help="pause between the steps of the incident (default: %(default)s)",
     )
     commands = parser.add_subparsers(dest="command", metavar="COMMAND")
     run = commands.add_parser("exec", help="run a program inside the running station")
@@ -116,12 +116,12 @@ def main() -> int:
         return 1
     except Ended as ended:
         if ended.number == signal.SIGINT:
-            print(flush=True)  # behind the terminal's ^C
+            print(flush=True)  # after the terminal's ^C
         return 128 + ended.number
 
 
 def listen_to_signals() -> None:
-    """Whatever the starter ignores or blocks, as shells do for what they start in the background."""
+    """Even if the parent ignores or blocks them, as shells do for background jobs."""
     signal.signal(signal.SIGPIPE, signal.SIG_IGN)
     for number in _ENDING_SIGNALS:
         signal.signal(number, end)
@@ -130,7 +130,7 @@ def listen_to_signals() -> None:
 
 def end(number: int, _: object) -> None:
     for other in _ENDING_SIGNALS:
-        signal.signal(other, signal.SIG_IGN)  # the end is not to be disturbed
+        signal.signal(other, signal.SIG_IGN)  # nothing may interrupt the shutdown
     raise Ended(number)
 
 
@@ -141,7 +141,7 @@ def run_station(arguments: argparse.Namespace, stack: contextlib.ExitStack) -> i
     television = stack.enter_context(
         Television(station, power=IN_STANDBY, tv_input=0x2000, wake_delay=1.2)
     )
-    # The mixer ends after the download, so that it is the download that the service waits for.
+    # The mixer outlasts the download, so it is the download that the service waits for.
     station.behave("amixer", "sleep 1")
     station.write_config(f'{{"comm_gw":"{gateway.GATEWAY}"}}')
     station.start_web_server()
@@ -185,7 +185,7 @@ def forward_page(station: Station, timeline: Timeline, stack: contextlib.ExitSta
 def prepare_pictures(
     directory: Path | None, station: Station, television: Television, stack: contextlib.ExitStack
 ) -> Callable[[str], object]:
-    """What is to be called with the words of each step."""
+    """Returns the function to call with the words of each step."""
     if directory is None:
         return lambda words: None
     screen = stack.enter_context(Screen(station))
@@ -203,7 +203,7 @@ def play_incident(
         if not play_step(scene, service, timeline, step):
             return False
         take_picture(step.words)
-        # For the eye only: the step has been observed.
+        # Only for the viewer: the step has already been observed.
         threading.Event().wait(pause)
     return True
 
@@ -223,7 +223,7 @@ def play_step(scene: Scene, service: Process, timeline: Timeline, step: Step) ->
             step.words,
             deadline=10,
         )
-    except OSError as error:  # a TimeoutError too
+    except OSError as error:  # includes TimeoutError
         timeline.say("problem", f"not observed: {step.words} ({error})")
         return False
     timeline.show_news()
@@ -252,8 +252,8 @@ def run_inside(name: str, program: list[str], on_gateway: bool) -> int:
 
 
 def find_running_station(name: str, depth: int) -> int | None:
-    """The pid 1 of a side of the newest station of this name. Its place among the nested PID namespaces
-    tells the side: the gateway's is the second, the unit's the third."""
+    """The pid 1 of one side of the newest station with this name. Its depth in the nested PID
+    namespaces shows which side it is: 2 for the gateway, 3 for the unit."""
     found = [
         int(process.name)
         for process in Path("/proc").iterdir()

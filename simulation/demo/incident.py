@@ -1,4 +1,4 @@
-"""A short incident as a gateway reports it, with what has to be seen at each step."""
+"""A short incident as a gateway reports it, and what each step must lead to."""
 
 from collections.abc import Callable
 from dataclasses import dataclass
@@ -27,7 +27,7 @@ _NOTICE = "BRUSH FIRE\nALL CREWS TO THE YARD"
 
 @dataclass(frozen=True)
 class Scene:
-    """Where it is played."""
+    """Where the incident is played."""
 
     station: Station
     television: Television
@@ -39,7 +39,7 @@ class Scene:
 
 @dataclass(frozen=True)
 class Step:
-    """What happens, in words and as a message or an act, and whether its effect can be seen."""
+    """What happens, in words and as a message or action, and a check for its effect."""
 
     words: str
     is_seen: Callable[[Scene, Document], bool]
@@ -66,7 +66,7 @@ def _is_told_of_the_input(scene: Scene, _: Document) -> bool:
 
 
 def _has_received(*codes: int) -> Callable[[Scene, Document], bool]:
-    """Whether these records are the last that the gateway has received."""
+    """Checks that these are the last records that the gateway received."""
 
     def is_seen(scene: Scene, _: Document) -> bool:
         return [record[0] for record in scene.records.records()][-len(codes) :] == list(codes)

@@ -14,7 +14,7 @@ _CARD_STYLE = (
 
 
 class Pictures:
-    """Numbered pictures in a directory, which is made if need be."""
+    """Numbered pictures in a directory, created if necessary."""
 
     def __init__(self, directory: Path, screen: Screen, television: Television) -> None:
         self._directory = directory
@@ -25,7 +25,7 @@ class Pictures:
         directory.mkdir(parents=True, exist_ok=True)
 
     def take(self, words: str) -> Path:
-        """The television as it is now, once the page shows what it has to."""
+        """The current television picture, once the page is up to date."""
         self._count += 1
         name = re.sub("[^a-z0-9]+", "-", words.lower()).strip("-")[:40].rstrip("-")
         path = self._directory / f"{self._count:02}-{name}.png"

@@ -1,4 +1,4 @@
-"""What happens in a station, as lines for a person to read while it happens."""
+"""Prints what happens in a station as it happens, for a person to read."""
 
 import json
 import os
@@ -29,7 +29,7 @@ _KICKS_A_LINE = 10
 
 
 class Timeline:
-    """Watches a station from a thread of its own and prints what is new."""
+    """Watches a station from a separate thread and prints what is new."""
 
     def __init__(
         self,
@@ -82,9 +82,9 @@ class Timeline:
                 self._lose_reader()
 
     def _lose_reader(self) -> None:
-        """Nobody reads any more: that ends what is only there to be read."""
+        """No one reads the output anymore, which is all it was for: ends the station."""
         nobody = os.open(os.devnull, os.O_WRONLY)
-        # What waits in the buffer is not to fail once more at the end.
+        # So that flushing what is left in the buffer does not fail again at exit.
         os.dup2(nobody, self._out.fileno())
         os.close(nobody)
         os.kill(os.getpid(), signal.SIGHUP)
@@ -94,7 +94,7 @@ class Timeline:
             self.show_news()
 
     def show_news(self) -> None:
-        """At once: on a busy machine the thread may come too late for what does not last."""
+        """Right now: on a busy machine the thread may miss what is short-lived."""
         with self._showing:
             self._show_service()
             self._show_document()
@@ -111,7 +111,7 @@ class Timeline:
         errors = self._service.errors.split("\n")[:-1]
         for line in errors[self._shown_errors :]:
             if line.strip():
-                self.say("stderr", line)  # the programs' that it starts, too
+                self.say("stderr", line)  # also from programs that it starts
         self._shown_errors = len(errors)
 
     def _show_calls(self) -> None:
@@ -146,14 +146,14 @@ class Timeline:
 
 
 def describe_document(text: str) -> str:
-    """The alert document in a few words; its own text where it cannot be read as one."""
+    """The alert document in a few words, or its raw text if it is malformed."""
     try:
         document = json.loads(text, strict=False)[0]
     except (ValueError, RecursionError):
         return f"{DOCUMENT} (not valid JSON): {text}"
     try:
         return _describe(document)
-    except Exception:  # a quotation mark in an alert can make anything of the document
+    except Exception:  # a quotation mark in an alert can turn the document into anything
         return f"{DOCUMENT} (not an alert document): {text}"
 
 

@@ -19,7 +19,7 @@ HARDWARE_ADDRESS = "52:54:00:12:34:60"
 
 MODULES = ("vivid", "softdog", "cdc_ether")
 LIBRARIES = ("ld-linux.so.3", "libc.so.6", "libm.so.6", "libstdc++.so.6", "libgcc_s.so.1")
-# Where the service looks for its tools.
+# The paths where the service looks for its tools.
 TOOLS = ("/sbin/udhcpc", "/sbin/reboot", "/sbin/ifconfig", "/bin/date", "/bin/mount")
 USER_TOOLS = ("/usr/bin/killall", "/usr/bin/wget", "/usr/bin/lsusb")
 
@@ -34,9 +34,9 @@ ttyAMA0::respawn:/bin/sh
 ::respawn:/etc/init.d/S90hdtv respawn
 """
 
-# The emulated board's own watchdog resets at once when it is opened, so the kernel's takes its place.
-# Of the two CEC adapters the first is the television's, which first looks what else is on the bus: a
-# unit that claims its address meanwhile may lose it to that traffic.
+# The emulated board's own watchdog resets the board when it is opened, so the kernel's is used.
+# The first of the two CEC adapters is the television's. It starts by scanning the bus: a unit that
+# claims its address during the scan may lose it to that traffic.
 RCS = """\
 #!/bin/sh
 mount -t proc proc /proc
@@ -120,8 +120,8 @@ class ArmBoard(machine.Machine):
         archive = make_initramfs(directory / "root", address, follower, starts)
         version = machine.kernel_version(CACHE)
         command = [
-            # Its time goes with its instructions. The emulated timer loses an alarm that is set a moment
-            # too late, as happens when the emulator has to wait for this machine, and then never rings.
+            # Ties its clock to its instructions: the emulated timer misses an alarm that is set too
+            # late, as happens when this machine is busy, and then never fires again.
             *("qemu-system-arm", "-M", "raspi0", "-icount", "shift=auto"),
             *("-kernel", str(CACHE / "boot" / f"vmlinuz-{version}")),
             *("-dtb", str(CACHE / f"usr/lib/linux-image-{version}/bcm2835-rpi-zero.dtb")),
@@ -134,7 +134,7 @@ class ArmBoard(machine.Machine):
         super().__init__(station, directory, command)
 
     def log(self) -> str:
-        """What the service has said."""
+        """What the service has printed."""
         return self.run("cat /var/log/messages")
 
     def wait_for_log(self, text: str) -> None:

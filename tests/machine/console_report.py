@@ -1,4 +1,4 @@
-"""A failed test shows the end of its machine's console, and where the whole of it is."""
+"""A failed test shows the end of its machine's console and where to find all of it."""
 
 from collections.abc import Generator
 

@@ -14,12 +14,12 @@ from simulation.station import Station, dying_with_starter, top_directory
 T = TypeVar("T")
 
 TOP = top_directory()
-# What scripts/machine has fetched.
+# What scripts/machine fetched.
 CACHE = TOP / "build" / "machine"
 
 UP = "MACHINE-UP"
 
-# An emulated machine may be many times slower than this one, more so when this one is busy.
+# An emulated machine may be many times slower than this one, especially when this one is busy.
 DEADLINE = 120.0
 
 
@@ -33,7 +33,7 @@ def kernel_version(cache: Path) -> str:
 
 
 def install_modules(root: Path, cache: Path, modules: Sequence[str]) -> None:
-    """Into the folder "modules", with a list of them in the order of their loading."""
+    """Into the directory "modules", with a list of them in loading order."""
     files: list[str] = []
     for module in modules:
         command = ["modprobe", "-S", kernel_version(cache), "-d", str(cache), "--show-depends"]
@@ -61,8 +61,8 @@ def pack(root: Path) -> Path:
 
 
 class Machine:
-    """From its power-on to its power-off. Use it in a with statement. Its shell says UP when it is
-    ready; its emulator ends when the machine resets."""
+    """From power-on to power-off. Use it in a with statement. Its shell prints UP when it is ready;
+    its emulator exits when the machine resets."""
 
     def __init__(self, station: Station, directory: Path, command: Sequence[str]) -> None:
         self.console_path = directory / "console.log"
@@ -73,7 +73,7 @@ class Machine:
         self.power_on()
 
     def power_on(self) -> None:
-        """For the first time, or after its end."""
+        """The first time, or after it has exited."""
         self._count = 0
         try:
             self._start_emulator()
@@ -88,7 +88,7 @@ class Machine:
             raise
 
     def _start_emulator(self) -> None:
-        """Now and then an emulator does not come to the kernel's first word, and is started again."""
+        """Restarts an emulator that hangs before the kernel prints anything, as some do."""
         for is_last in (False, False, True):
             with open(self.console_path, "wb") as console:
                 self._process = subprocess.Popen(
@@ -135,7 +135,7 @@ class Machine:
         return self.console[begin : found.start() - 1]
 
     def wait_for_output(self, command: str, text: str) -> None:
-        """A command's output, until the text is in it."""
+        """Repeats a command until its output contains the text."""
         seen = [""]
 
         def is_there() -> bool:
@@ -148,7 +148,7 @@ class Machine:
             raise TimeoutError(f"{error}:\n{seen[0]}") from None
 
     def logical_address(self) -> int:
-        """The unit's on its CEC bus. Where that was busy it may not be the first choice, 4."""
+        """The unit's address on its CEC bus: the first choice is 4, but a busy bus may deny it."""
         pattern = re.compile(r"Logical Address +: (4|8|11) ")
         found = wait_for(lambda: pattern.search(self.run("cec-ctl -d /dev/cec0")), "a claim")
         assert found is not None
@@ -161,7 +161,7 @@ class Machine:
 
 @contextlib.contextmanager
 def gateway_network() -> Iterator[Station]:
-    """The gateway's side of a station whose unit is a machine."""
+    """The gateway's side of a station whose unit is an emulated machine."""
     with Station(address=None) as station:
         join_networks(station)
         yield station

@@ -1,4 +1,4 @@
-"""The board's build of the service on a real kernel for the board: its watchdog, its CEC bus with real
+"""The board's build of the service on a real board kernel: its watchdog, its CEC bus with real
 timing, its network."""
 
 import re
@@ -13,7 +13,7 @@ from simulation.station import Station
 
 pytest_plugins = ["console_report"]
 
-# A whole machine has to start first, and to be waited for again and again.
+# A whole machine has to boot first, and the tests wait for it again and again.
 pytestmark = pytest.mark.timeout(1200)
 
 DOCUMENT = "cat /dev/shm/alerts.json"
@@ -27,13 +27,13 @@ def network() -> Iterator[Station]:
 
 @pytest.fixture(scope="module")
 def board(network: Station, tmp_path_factory: pytest.TempPathFactory) -> Iterator[ArmBoard]:
-    """With a television that sleeps. The tests of it share one boot, in their order."""
+    """With a television in standby. Its tests share one boot and run in order."""
     with ArmBoard(network, tmp_path_factory.mktemp("board"), follower="--standby") as board:
         yield board
 
 
 def power(board: ArmBoard) -> str:
-    """What the television says of itself, by its own follower's log."""
+    """What the television reports about itself in its follower's log."""
     return board.run("cat /var/log/television")
 
 
@@ -56,7 +56,7 @@ def test_roll_call_is_answered_with_the_interfaces_hardware_address(
 
 
 def test_television_knows_the_units_name_and_vendor(board: ArmBoard) -> None:
-    """It asks again where the bus was too busy for an answer in time."""
+    """It asks again if the bus was too busy for an answer in time."""
     ask = f"cec-ctl -d /dev/cec-television -t{board.logical_address()}"
     board.wait_for_output(f"{ask} --give-osd-name", "name: ZELT")
     board.wait_for_output(f"{ask} --give-device-vendor-id", "0x18c086")
@@ -77,7 +77,7 @@ def test_alert_wakes_the_television_takes_it_and_hands_it_back(
 
 
 def test_watchdog_is_kicked(board: ArmBoard) -> None:
-    """Longer than the watchdog waits without a kick."""
+    """For longer than the watchdog's timeout."""
     wait_for(lambda: float(board.run("cat /proc/uptime").split()[0]) > 30, "30 seconds")
     assert board.run("/etc/init.d/S90hdtv status").startswith("hdtv: running")
 
@@ -97,7 +97,7 @@ def test_television_that_never_wakes_ends_in_a_reset(board: ArmBoard, network: S
 
 @pytest.fixture(scope="module")
 def other_board(network: Station, tmp_path_factory: pytest.TempPathFactory) -> Iterator[ArmBoard]:
-    """Without an address, with a television that is awake. These tests share one boot too."""
+    """Without an address, with the television on. These tests share one boot, too."""
     with ArmBoard(network, tmp_path_factory.mktemp("other"), address=None) as board:
         yield board
 
@@ -106,7 +106,7 @@ LEASED = "10.87.33.77"
 
 
 def show(board: ArmBoard, network: Station, text: str) -> None:
-    """An alert and its end, over UDP, so that no connection holds the service's port afterwards."""
+    """An alert and its end, over UDP, so no connection keeps the service's port busy afterward."""
     gateway.send_datagram(network, gateway.display_alert(text), destination=LEASED)
     board.wait_for_output(DOCUMENT, f'"alert_area":"{text}"')
     gateway.send_datagram(network, gateway.display_alert(""), destination=LEASED)
@@ -114,7 +114,7 @@ def show(board: ArmBoard, network: Station, text: str) -> None:
 
 
 def answers(board: ArmBoard) -> int:
-    """How often the television has told the unit its power status."""
+    """How often the television has reported its power status to the unit."""
     return len(re.findall("RX: 0 -> [48B]: 90", board.log()))
 
 
@@ -134,7 +134,7 @@ def test_init_starts_a_service_that_died_again(other_board: ArmBoard, network: S
 
 
 def test_pulled_and_plugged_hdmi_cable(other_board: ArmBoard, network: Station) -> None:
-    """Without its description a television's input is an open end."""
+    """An input without its EDID looks unplugged."""
     wait_for(lambda: answers(other_board) > 0, "the television")
     other_board.run("v4l2-ctl -d /dev/video0 --clear-edid=3")
     other_board.wait_for_log("CEC: /dev/cec0: no link")
@@ -162,6 +162,6 @@ def test_pulled_and_plugged_network_cable(other_board: ArmBoard, network: Statio
 
 
 def test_killed_service_ends_in_a_reset(other_board: ArmBoard) -> None:
-    """Where nobody starts it again."""
+    """On a board where nothing restarts it."""
     other_board.run("touch /var/run/hdtv.stopped; kill -9 $(cat /var/run/hdtv.pid)")
     other_board.wait_for_reset()

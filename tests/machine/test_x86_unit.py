@@ -1,5 +1,5 @@
 """The Debian package on a real kernel and systemd: installed, used with real tools, purged, and what
-the machine's watchdog makes of a service that hangs. The tests share one machine, in their order."""
+the machine's watchdog does when the service hangs. The tests share one machine and run in order."""
 
 import re
 import socket
@@ -17,7 +17,7 @@ from simulation.station import Station
 
 pytest_plugins = ["console_report"]
 
-# A whole machine has to start first, and to be waited for again and again.
+# A whole machine has to boot first, and the tests wait for it again and again.
 pytestmark = pytest.mark.timeout(1200)
 
 # Since its last start.
@@ -37,7 +37,7 @@ def network() -> Iterator[Station]:
 
 @pytest.fixture(scope="module")
 def unit(network: Station, tmp_path_factory: pytest.TempPathFactory) -> Iterator[X86Unit]:
-    """Its sound card is on, and a television is awake."""
+    """With its sound card on and a television awake."""
     with X86Unit(network, tmp_path_factory.mktemp("unit")) as unit:
         unit.run("amixer -q sset Master 100% unmute; aplay -q -f cd -d 1 /dev/zero")
         unit.run("cec-ctl -d /dev/cec-television --tv")
@@ -121,7 +121,7 @@ def test_television_finds_no_fault_with_the_unit(unit: X86Unit) -> None:
 
 
 def make_clip(path: Path) -> list[int]:
-    """As the card plays it, so that nothing has to convert it; the samples of its left channel."""
+    """In the card's own format, so that nothing converts it; returns the left channel's samples."""
     left = [round(12000 * ((n * 37 % 200) / 100 - 1)) for n in range(12000)] + [12000]
     with wave.open(str(path), "wb") as clip:
         clip.setnchannels(2)
@@ -132,14 +132,14 @@ def make_clip(path: Path) -> list[int]:
 
 
 def play(unit: X86Unit, network: Station, directory: Path, volume: str) -> list[int]:
-    """What the card was given after the message, without the silence around it. A second of silence
-    more pushes it out of the emulator."""
+    """What the card received after the message, without the silence around it. An extra second of
+    silence flushes it out of the emulator."""
     begin = unit.recording.stat().st_size
     message = f'{{"play_audio":"http://{gateway.GATEWAY}/clip.wav","volume":"{volume}"}}'
     with gateway.web_server(network, directory) as paths:
         gateway.send_datagram(network, message.encode(), destination=ADDRESS)
         wait_for(lambda: paths, "the download")
-        # Without those that have ended: the service does not collect its children.
+        # Ignores zombies: the service does not reap its children.
         running = "ps -C wget,aplay,aplay-now -o stat= | grep -v Z"
         wait_for(lambda: not unit.run(running).strip(), "the player's end")
     unit.run("aplay -q -f cd -d 1 /dev/zero")
@@ -150,7 +150,7 @@ def play(unit: X86Unit, network: Station, directory: Path, volume: str) -> list[
 
 
 def hear(unit: X86Unit, network: Station, directory: Path, volume: str, length: int) -> list[int]:
-    """An emulated card that gets its samples late leaves some out. Heard whole, they are as they came."""
+    """An emulated card drops late samples. When it plays all of them, they are unchanged."""
     heard: list[int] = []
     for _ in range(5):
         heard = play(unit, network, directory, volume)
@@ -205,7 +205,7 @@ def test_rotation_is_kept_where_the_root_file_system_is_writable(
 def test_mount_of_debian_leaves_a_read_only_root_file_system_alone(
     unit: X86Unit, network: Station
 ) -> None:
-    """It wants to be told which one, and the setting holds until the next start."""
+    """It has to be told which one, and keeps the setting until the next start."""
     unit.run("mount -o remount,ro /")
     gateway.send_datagram(network, gateway.hdtv_settings(2), destination=ADDRESS)
     unit.wait_for_output(JOURNAL, "mount: bad usage")
@@ -216,7 +216,7 @@ def test_mount_of_debian_leaves_a_read_only_root_file_system_alone(
     unit.wait_for_output("cat /var/www/config.json", '"rotation":"0"')
 
 
-# Stands for Chromium, in the example that starts it; it tells who it is and what it has.
+# Stands for Chromium, in the example that starts it; it reports its user and its privileges.
 CHROMIUM = r"""#!/bin/bash
 { id -un; id -ru; grep NoNewPrivs /proc/self/status; df -m --output=size /dev/shm /tmp; } | xargs >$HOME/self
 printf '%s\n' "$@" >$HOME/arguments
@@ -250,7 +250,7 @@ def test_page_address_is_no_option_and_no_command_of_roots(unit: X86Unit, networ
 
 
 def test_missing_interface_is_noticed(unit: X86Unit) -> None:
-    """By ifconfig. None of what lsusb lists is the board's controller."""
+    """According to ifconfig. Nothing in lsusb's list is the board's controller."""
     assert "0627:0001" in unit.run("lsusb")
     unit.run("ip link set eth0 down; ip link set eth0 name lost0")
     unit.wait_for_output(JOURNAL, "eth0 is missing")
@@ -260,13 +260,13 @@ def test_missing_interface_is_noticed(unit: X86Unit) -> None:
 
 
 def uptime(unit: X86Unit) -> float:
-    """The service's, in seconds."""
+    """The service's uptime in seconds."""
     started = unit.run("systemctl show -P ExecMainStartTimestampMonotonic hdtv")
     return float(unit.run("cat /proc/uptime").split()[0]) - int(started) / 1e6
 
 
 def test_watchdog_is_kicked(unit: X86Unit) -> None:
-    """It has been armed for longer than it waits without a kick."""
+    """It has been armed for longer than its timeout."""
     assert watchdog(unit) == ["i6300ESB timer", "active", "15"]
     wait_for(lambda: uptime(unit) > 20, "20 seconds")
     assert state(unit, "hdtv") == "active"
@@ -284,12 +284,12 @@ def test_renderer_that_takes_too_much_memory_does_not_end_the_service(unit: X86U
 
 
 def timeouts(unit: X86Unit) -> int:
-    """How often a segment, a SYN for example, had to be sent again."""
+    """How many segments, including SYNs, had to be sent again."""
     return int(unit.run("nstat -asz TcpExtTCPTimeouts").split()[-2])
 
 
 def show(unit: X86Unit, network: Station, text: str) -> None:
-    """Over UDP, so that no connection holds the service's port afterwards."""
+    """Over UDP, so that no connection keeps the service's port busy afterward."""
     gateway.send_datagram(network, gateway.display_alert(text), destination=ADDRESS)
     unit.wait_for_output(DOCUMENT, f'"alert_area":"{text}"')
 
@@ -297,7 +297,7 @@ def show(unit: X86Unit, network: Station, text: str) -> None:
 def test_peer_that_swallows_connections_does_not_end_in_a_reset(
     unit: X86Unit, network: Station
 ) -> None:
-    """At the start, and when it calls the roll. What it would answer over TCP does not leave it."""
+    """At startup and at the roll call. The peer's TCP answers are dropped."""
     assert unit.run("sysctl -n net.ipv4.tcp_syn_retries").strip() == "1"
     silence = ("from", gateway.OTHER_GATEWAY, "ipproto", "tcp", "blackhole")
     assert network.start_on_gateway("ip", "rule", "add", *silence).wait() == 0
@@ -321,7 +321,7 @@ def test_peer_that_swallows_connections_does_not_end_in_a_reset(
 
 
 def reset(connection: socket.socket) -> None:
-    """Leaves nothing of it at the unit either."""
+    """Closes it so that nothing is left at the unit, either."""
     connection.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, struct.pack("ii", 1, 0))
     connection.close()
 
@@ -389,7 +389,7 @@ def test_date_is_set(unit: X86Unit, network: Station) -> None:
 def test_adapter_that_goes_away_lets_the_alert_through_that_waits_for_its_television(
     unit: X86Unit, network: Station
 ) -> None:
-    """The television stays in standby whatever it is asked, until there is no adapter any more."""
+    """The television stays in standby no matter what, until the adapter is gone."""
     unit.run("pkill cec-follower; systemctl restart hdtv")
     unit.wait_for_output(JOURNAL, "Starting qt-webkit-kiosk")
     deaf = f"--ignore {unit.logical_address()},0x04"
@@ -434,7 +434,7 @@ def test_purged_package_leaves_nothing(unit: X86Unit) -> None:
 
 
 def test_enabled_service_starts_with_the_machine(unit: X86Unit, network: Station) -> None:
-    """The restart is the gateway's wish."""
+    """The gateway asks for the restart."""
     unit.run(f"{INSTALL}; systemctl enable --now hdtv")
     unit.wait_for_output(JOURNAL, "Starting qt-webkit-kiosk")
     gateway.send_datagram(network, gateway.reboot(), destination=ADDRESS)

@@ -1,5 +1,5 @@
 """A whole emulated unit that runs Debian: its own kernel and systemd, this machine's root file system
-read-only below a disk of its own."""
+read-only under a disk of its own."""
 
 import shutil
 import subprocess
@@ -21,7 +21,7 @@ MODULES = (
 )
 APPLETS = ("sh", "mount", "insmod", "mkdir", "mv", "cp", "rm", "ln", "cat", "ip", "switch_root")
 
-# Of the two CEC adapters the first is the television's.
+# The first of the two CEC adapters is the television's.
 INIT = """\
 #!/bin/sh
 echo starting
@@ -44,7 +44,7 @@ for directory in proc sys dev; do mount --move /$directory /root/$directory; don
 exec switch_root /root /lib/systemd/systemd
 """
 
-# What this machine would start and mount is not this unit's.
+# What this machine starts and mounts does not belong in the unit.
 FIRST = """\
 rm -rf /root/etc/systemd/system /root/etc/rc?.d /root/var/lib/dpkg /root/var/lib/man-db/auto-update
 rm -f /root/etc/resolv.conf /root/etc/machine-id /root/.dockerenv /root/usr/sbin/policy-rc.d
@@ -74,7 +74,7 @@ KillSignal=SIGHUP
 WantedBy=multi-user.target
 """
 
-# The card's own volume stays as it is set; what players open has one of the name that the board has.
+# The card's own volume is left alone; players open a device whose volume has the board's name.
 ASOUND = """\
 pcm.!default {
     type softvol
@@ -83,8 +83,8 @@ pcm.!default {
 }
 """
 
-# The service starts the player when any of its children has ended, be it before the download. Here it
-# waits for the clip, so that what is heard does not hang on the emulator's speed.
+# The service starts the player as soon as any child exits, even before the download is done. This
+# player waits for the clip, so that the sound does not depend on the emulator's speed.
 APLAY = """\
 #!/bin/sh
 if [ "$1" = /tmp/play.wav ]; then
@@ -93,7 +93,7 @@ fi
 exec /usr/bin/aplay-now "$@"
 """
 
-# Nothing to look at, but its command line can be seen. A browser that is sandboxed needs namespaces.
+# Shows nothing, but its command line is visible. A sandboxed browser needs namespaces.
 KIOSK = """\
 #!/bin/bash
 setpriv --reuid 65534 --regid 65534 --clear-groups unshare --user --pid --net --fork \
@@ -117,7 +117,7 @@ def make_initramfs(root: Path) -> Path:
 
 
 def make_installation(root: Path) -> None:
-    """What the unit has besides what this machine has."""
+    """What the unit has in addition to what this machine has."""
     units = root / "etc/systemd/system"
     wants = units / "multi-user.target.wants"
     wants.mkdir(parents=True)
@@ -137,7 +137,7 @@ def make_installation(root: Path) -> None:
 
 
 def make_package_database(root: Path) -> None:
-    """Of what the package needs. The whole one, read in the emulator, would take minutes."""
+    """Only what the package needs. Reading the whole status in the emulator would take minutes."""
     command = ["dpkg-deb", "--field", str(PACKAGE), "Depends"]
     needs = subprocess.run(command, check=True, capture_output=True, text=True).stdout
     names = [need.split()[0] for need in needs.split(",")]
@@ -159,7 +159,7 @@ def make_disk(path: Path) -> Path:
 
 
 class X86Unit(machine.Machine):
-    """What is on its disk is there again at its next power-on."""
+    """The contents of its disk survive until its next power-on."""
 
     def __init__(self, station: Station, directory: Path) -> None:
         archive = make_initramfs(directory / "initramfs")

@@ -29,14 +29,14 @@ class Board:
         station.run("/bin/busybox", "--install", "-s", APPLETS)
         self.set_defaults(DEFAULTS)
         station.start("/bin/busybox", "syslogd", "-n", "-O", SYSLOG)
-        # Held open: writing to the watchdog waits for nobody, as with a real one.
+        # Held open, so that writing to the watchdog does not block, as on a real one.
         self.watchdog = open(station.path("/dev/watchdog"), "rb+", buffering=0)
 
     def set_defaults(self, text: str) -> None:
         self.station.path("/etc/default/hdtv").write_text(text)
 
     def call(self, action: str, script: str = "S90hdtv") -> Process:
-        """With no more descriptors than a boot gives."""
+        """With only the descriptors that it has at boot."""
         shell = ("/bin/busybox", "env", f"PATH={APPLETS}", f"{APPLETS}/sh", "-c")
         command = f"ulimit -S -n 1024; exec {APPLETS}/sh /run/station/bin/{script} {action}"
         return self.station.start(*shell, command)
@@ -52,17 +52,17 @@ class Board:
         return path.read_text() if path.exists() else ""
 
     def pid(self) -> int:
-        """As the unit sees it."""
+        """As seen in the unit."""
         return int(self.station.path("/run/hdtv.pid").read_text())
 
     def signal(self, name: str) -> None:
         self.station.run("/bin/kill", f"-{name}", str(self.pid()))
 
     def processes(self, words: str) -> list[int]:
-        """Those with these words in their command line."""
+        """Those whose command line contains these words."""
         found = []
         for path in self.station.path("/proc").glob("[0-9]*/cmdline"):
-            # One may have ended since.
+            # One may have exited in the meantime.
             with contextlib.suppress(OSError):
                 if words in path.read_text().replace("\0", " "):
                     found.append(int(path.parent.name))
@@ -72,7 +72,7 @@ class Board:
         return [n for n in self.processes("/hdtv") if self.name_of(n) == "hdtv"]
 
     def start_too_late(self) -> None:
-        """For the port, which is held."""
+        """For the port, which is in use."""
         self.set_defaults(DEFAULTS + "LIMIT=1\n")
         assert self.script("start") == (0, WAITING + HELD + "hdtv: started\n")
         wait_for(lambda: self.processes("retry-port"), "the look at the port")

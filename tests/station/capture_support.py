@@ -1,4 +1,4 @@
-"""Captures made here, and the packet viewer that reads them by the dissector's script."""
+"""Captures made here, and the packet viewer that reads them with the dissector."""
 
 import subprocess
 from collections.abc import Sequence
@@ -25,7 +25,7 @@ def make_capture(path: Path, packets: Sequence[bytes], kind: Sequence[str]) -> N
 
 
 def run_tshark(capture: Path, *arguments: str) -> str:
-    """It ends with status 0 whatever happens to a script, so what it says has to be looked at."""
+    """It exits with status 0 even if a script fails, so its output has to be checked."""
     command = ["tshark", "-X", f"lua_script:{SCRIPT}", "-r", str(capture), *arguments]
     result = subprocess.run(command, capture_output=True, text=True, errors="replace", timeout=120)
     assert result.returncode == 0

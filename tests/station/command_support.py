@@ -15,7 +15,7 @@ TOP = Path(__file__).resolve().parents[2]
 # What programs in a station keep: dac_override, kill, net_bind_service, net_admin, net_raw.
 KEPT_CAPABILITIES = {1, 5, 10, 12, 13}
 
-# As a shell starts what it puts into the background, and worse.
+# The way a shell starts background jobs, and worse.
 UNWILLING = [
     "env",
     "--ignore-signal=INT,QUIT,HUP,TERM,PIPE",
@@ -51,7 +51,7 @@ def run_command(*arguments: str, unprivileged: bool = False) -> subprocess.Compl
 def running_command(
     *arguments: str, prefix: Sequence[str] = (), **more: str
 ) -> Iterator[subprocess.Popen[str]]:
-    """It has ended afterwards, whatever happens to the test."""
+    """It is gone afterward, whatever happens to the test."""
     with subprocess.Popen(
         command_line(*arguments, prefix=prefix),
         cwd=TOP,
@@ -78,7 +78,7 @@ def wait_for_end_of_station(name: str) -> None:
 
 
 def capabilities_of(status: str) -> dict[str, set[int]]:
-    """By their set, from the text of a process's status file."""
+    """By set, from the text of a process's status file."""
     sets = {}
     for line in status.splitlines():
         if line.startswith("Cap"):

@@ -12,13 +12,13 @@ from support import StationMaker, check_children, start
 from simulation import gateway, linux
 from simulation.station import UNIT_ADDRESS, Process, Station
 
-# Before anything else is opened here.
+# Before anything else opens a file.
 linux.open_standard_descriptors()
 
 
 @pytest.fixture
 def make_station() -> Iterator[StationMaker]:
-    """Stations as a test wants them, each with an empty configuration object."""
+    """Makes stations to order, each with an empty configuration object."""
     with contextlib.ExitStack() as stack:
         stations: list[Station] = []
 
@@ -43,7 +43,7 @@ def station(make_station: StationMaker) -> Station:
 
 @pytest.fixture
 def service(station: Station) -> Process:
-    """The service, started up: its browser is the last thing that start-up starts."""
+    """The service after startup, whose last step is to start the browser."""
     return start(station)
 
 
@@ -54,7 +54,7 @@ def shown(make_station: StationMaker) -> Iterator[Shown]:
 
 @pytest.fixture(scope="module")
 def script_page() -> Iterator[Shown]:
-    """One page for all tests that only call its scripts."""
+    """One page, shared by all tests that only call its scripts."""
     with Station() as station:
         station.write_config("{}")
         yield from show(station)

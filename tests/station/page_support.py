@@ -38,7 +38,7 @@ class Shown:
         return [tile.text for tile in tiles]
 
     def let_time_pass(self, seconds: float) -> None:
-        """For the page, whose clock from now on is so much ahead."""
+        """For the page: puts its clock ahead from now on."""
         self.script(
             "var real = performance.now.bind(performance), ahead = 1000 * arguments[0];"
             "performance.now = function () { return real() + ahead; };",
@@ -46,7 +46,7 @@ class Shown:
         )
 
     def wait_for_drawings(self, count: int = 4) -> None:
-        """Until the page has drawn so many times more."""
+        """Until the page has drawn this many more times."""
         self.script(
             "window.drawings = 0; var drift = view.drift;"
             "view.drift = function (seconds) { window.drawings += 1; drift(seconds); };"
@@ -54,7 +54,7 @@ class Shown:
         wait_for(lambda: self.script("return window.drawings") >= count, f"{count} drawings")
 
     def processor_seconds(self) -> float:
-        """What the browser has used of the processor so far."""
+        """The processor time that the browser has used so far."""
         ticks = 0
         for process in self.station.path("/proc").iterdir():
             with contextlib.suppress(OSError):

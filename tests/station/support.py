@@ -1,4 +1,4 @@
-"""What the black-box tests share: their stations, services and the looks at both."""
+"""What the black-box tests share: stations, services and checks of both."""
 
 import contextlib
 import os
@@ -11,17 +11,17 @@ from simulation.waiting import wait_for
 
 StationMaker = Callable[..., Station]
 
-# Three standard ones, the watchdog, two sockets, three of the event loop.
+# Three standard ones, the watchdog, two sockets, three for the event loop.
 IDLE_DESCRIPTORS = 9
 
 SIGPIPE = 1 << (signal.SIGPIPE - 1)
 
-# They only print what they find, by way of popen, which leaves SIGPIPE to them as it is.
+# They only print what they find; popen starts them with SIGPIPE unchanged.
 QUERIES = [["tvservice", "-s"], ["ifconfig"], ["lsusb"]]
 
 
 def check_children(station: Station) -> None:
-    """What holds for every program that the service has started, whatever the test was about."""
+    """What is true of every program that the service starts, in any test."""
     for call in station.calls():
         if call.parent == "hdtv":
             assert call.descriptors == {}, call
@@ -37,8 +37,8 @@ def start(station: Station) -> Process:
 
 @contextlib.contextmanager
 def busy_service(station: Station) -> Iterator[None]:
-    """Inside, the service waits for its date program; what is sent meanwhile waits in the sockets.
-    At the end it has done all of it."""
+    """In the block, the service waits for its date program, and messages queue up in the sockets.
+    After the block, it has handled all of them."""
     station.behave("date", "await /tmp/release")
     calls = len(station.calls("date"))
     send(station, set_date("now"))

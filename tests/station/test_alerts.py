@@ -1,4 +1,4 @@
-"""The road of an alert: a gateway's bytes over TCP become the document."""
+"""The path of an alert: a gateway's bytes over TCP become the document."""
 
 import shlex
 import time
@@ -99,7 +99,7 @@ def test_map_address_and_unit_names_are_not_escaped(station: Station) -> None:
     deliver(station, gateway.set_map_address('http://map/?a&b="c"'))
     text = station.document_text()
     assert '"map_url":"http://map/?a&b="c"", "units":[{"unit":"E"1","color":"2"}]}]' in text
-    assert station.document() == {}  # not valid JSON, as it is meant to be
+    assert station.document() == {}  # invalid JSON, on purpose
 
 
 def test_alert_keeps_its_start_and_turnout_values_through_updates(station: Station) -> None:
@@ -109,7 +109,7 @@ def test_alert_keeps_its_start_and_turnout_values_through_updates(station: Stati
     second = station.document()
     for name in ("alert_time", "turnout_end", "turnout_zero"):
         assert second[name] == first[name]
-    # The expiration follows the latest message, which is how the two can differ.
+    # The expiration follows the latest message, so the two may differ.
     assert int(second["alert_expiration"]) == int(second["alert_time"]) + 99
     assert second["alert_area"] == "MORE"
 

@@ -1,5 +1,5 @@
-"""The programs that start Chromium as the kiosk browser, the station's and the board's example: what
-comes from the network reaches neither its options nor anybody's terminal."""
+"""The programs that start Chromium as the kiosk browser, the station's and the board's example: no
+input from the network reaches its options or anyone's terminal."""
 
 import os
 import signal
@@ -55,13 +55,13 @@ NO_ADDRESSES = [
 
 @pytest.fixture
 def browserless(make_station: StationMaker) -> Station:
-    """Its Chromium is a stand-in. The board's example becomes another user, and mounts."""
+    """Its Chromium is a stand-in. The board's example switches users and mounts."""
     return without_browser(make_station(programs={"example": EXAMPLE}, is_board_root=True))
 
 
 def without_browser(station: Station) -> Station:
     station.run("cp", "--remove-destination", f"{BIN}/stand-in", "/usr/bin/chromium")
-    station.path("/run/station/journal").chmod(0o666)  # for another user, too
+    station.path("/run/station/journal").chmod(0o666)  # for the other user, too
     return station
 
 
@@ -75,13 +75,13 @@ def launch(station: Station, wrapper: str, *arguments: str) -> tuple[Call, str]:
 
 
 def said(process: Process) -> str:
-    """About the address."""
+    """Its complaints about the address."""
     lines = process.errors.splitlines(keepends=True)
     return "".join(line for line in lines if "not a web address" in line or "usage" in line)
 
 
 def page(call: Call) -> str:
-    """What the browser takes for the page's address: all of it that comes behind its options."""
+    """What the browser takes as the page's address: everything after its options."""
     if "--" in call.argv[2:]:
         place = call.argv.index("--", 2)
         assert place == len(call.argv) - 2
@@ -295,7 +295,7 @@ def test_stations_browser_fills_no_memory_but_its_own(make_station: StationMaker
     assert not station.path("/dev/shm/fill").exists()
 
 
-# What takes shared memory from the browser: what is drawn, and what goes from process to process.
+# Shared memory that the browser uses: for drawing, and between its processes.
 GREEDY = """<script>
 var kept = [];
 function take() {
@@ -316,7 +316,7 @@ onload = take;
 def test_page_that_takes_all_the_memory_it_gets_leaves_room_for_the_alert(
     make_station: StationMaker, tmp_path: Path
 ) -> None:
-    """Also in a browser that cannot keep its shared memory outside of file systems."""
+    """Even in a browser that has to keep its shared memory in a file system."""
     station = make_station()
     make_memory_small(station)
     forbid_memory_files(station)
@@ -343,7 +343,7 @@ assert ctypes.CDLL(None).mount(b"shm", b"/dev/shm", b"tmpfs", 0, options) == 0
 
 
 def make_memory_small(station: Station) -> None:
-    """As nothing in the station may."""
+    """Done from outside: nothing in the station may do this."""
     mount = enter_command(station.unit_pid, "/usr/bin/python3", "-c", SMALL_MEMORY)
     subprocess.run(mount, check=True, timeout=20)
 
@@ -354,7 +354,7 @@ def used(path: Path) -> int:
     return (system.f_blocks - system.f_bfree) * system.f_frsize
 
 
-# memfd_create, of whatever machine this is, is not implemented; everything else is allowed.
+# Makes memfd_create fail with ENOSYS on any architecture; allows everything else.
 NO_MEMORY_FILES = """#!/usr/bin/python3 -I
 import ctypes, os, struct, sys
 number = {"x86_64": 319, "aarch64": 279}[os.uname().machine]

@@ -1,4 +1,4 @@
-"""The service as it is configured for the board and for the kernel's CEC device."""
+"""The service when configured for the board and for the kernel's CEC device."""
 
 import subprocess
 from pathlib import Path
@@ -14,8 +14,8 @@ pytestmark = pytest.mark.once
 
 TOP = Path(__file__).resolve().parents[2]
 
-# What the board's libraries supply, library by library: the twelve operations of the port, and the
-# preparation that they need.
+# What each of the board's libraries supplies: the port's twelve operations and the setup that they
+# need.
 OPERATIONS: dict[str, list[str]] = {
     "bcm_host": [],
     "vcos": ["int vcos_init(void)"],
@@ -40,7 +40,7 @@ def name_of(prototype: str) -> str:
 
 
 def stand_in_libraries(directory: Path) -> dict[str, Path]:
-    """Shared libraries of the board's names whose operations print their own name."""
+    """Shared libraries with the board's names, whose operations print their own names."""
     libraries = {}
     for library, prototypes in OPERATIONS.items():
         source = directory / f"{library}.c"
@@ -74,8 +74,8 @@ def undefined_symbols(program: Path) -> set[str]:
 
 
 def throwing_symbols(program: Path) -> set[str]:
-    """What a program needs that can throw: throws themselves, and the operators of the language that
-    allocate."""
+    """The symbols that a program which can throw needs: throws themselves, and the language's
+    allocation operators."""
     names = ("__cxa_throw", "__cxa_rethrow", "__cxa_allocate", "_Znw", "_Zna", "__throw_")
     return {x for x in undefined_symbols(program) if any(name in x for name in names)}
 

@@ -53,7 +53,7 @@ def test_dates_wait_takes_a_child_that_had_ended_before(station: Station, servic
     (reboot,) = station.wait_for_calls("reboot")
     wait_for(lambda: is_zombie(station, reboot.pid), "the reboot program's end")
     station.behave("date", "stay")
-    deliver(station, gateway.set_date("now"))  # would never end if it waited for the date
+    deliver(station, gateway.set_date("now"))  # would never return if it waited for the date
     assert not station.path(f"/proc/{reboot.pid}").exists()
 
 
@@ -71,7 +71,7 @@ def test_empty_page_address_stops_the_browser(station: Station, service: Process
     assert not station.path(f"/proc/{first.pid}").exists()
     deliver(station, gateway.hdtv_settings(1))  # no page, so nothing to turn
     assert len(station.calls("qt-webkit-kiosk")) == 1
-    deliver(station, gateway.display_alert("FIRE"))  # but an alert brings the station page
+    deliver(station, gateway.display_alert("FIRE"))  # but an alert brings back the station page
     second = station.wait_for_calls("qt-webkit-kiosk", 2)[1]
     assert second.argv[-1] == "http://127.0.0.1/station_web/?rotation=90"
 
@@ -151,7 +151,7 @@ def test_only_the_first_4095_bytes_of_the_configuration_are_looked_at(station: S
     deliver(station, gateway.hdtv_settings(3))
     written = text[:4095].replace("180", "270")
     assert f"Writing CFG:\n{written}\n" in service.output
-    assert config(station) == text.replace("180", "270")  # the tail was there already
+    assert config(station) == text.replace("180", "270")  # the tail was already there
 
 
 @pytest.mark.parametrize("exists", [True, False])

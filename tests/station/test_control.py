@@ -15,7 +15,7 @@ def test_clip_is_fetched_by_the_real_downloader_and_played_by_the_real_player(
     station: Station, tmp_path: Path
 ) -> None:
     samples = make_clip(tmp_path / "clip.wav")
-    # The player waits for the whole clip, which the service does not see to.
+    # The player waits for the whole clip. The service does not ensure that.
     real = "/run/station/real/usr/bin"
     station.behave("wget", f"exec {real}/wget")
     station.behave("aplay", "await /tmp/fetched", f"exec {real}/aplay")
@@ -43,7 +43,7 @@ def test_clip_is_fetched_by_the_real_downloader_and_played_by_the_real_player(
 
 
 def test_raw_clip_is_played_as_the_message_says_by_udp(station: Station) -> None:
-    station.behave("wget", "exit 1")  # the player is started all the same
+    station.behave("wget", "exit 1")  # the player starts anyway
     message = (
         b'{"play_audio":"http://10.87.33.20/c.raw","channels":"2","rate":"8000",'
         b'"sample_format":"U8","device":"headphones"}'

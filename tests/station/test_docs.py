@@ -1,4 +1,4 @@
-"""The documents: what they promise is there, and their commands work as they stand."""
+"""The documents: what they refer to exists, and their commands work as written."""
 
 import json
 import re
@@ -34,7 +34,7 @@ def printed_texts() -> list[str]:
     return [text for text in texts + complaints if len(text) > 3]
 
 
-# Printed into a text, not out.
+# Formatted into a string, not printed.
 NOT_PRINTED = ("/proc/", "color")
 
 
@@ -67,7 +67,7 @@ def test_packet_filter_lets_the_gateway_in_and_nobody_else(make_station: Station
     station.path("/tmp/rules").write_text(rules)
     for _ in range(2):
         station.run("/usr/sbin/nft", "--file", "/tmp/rules")
-    # Datagrams arrive in their order.
+    # Datagrams arrive in order.
     for source in (gateway.OTHER_GATEWAY, gateway.GATEWAY):
         gateway.send_datagram(station, gateway.display_alert("from " + source), source=source)
     service.wait_for_output(f"from {gateway.GATEWAY}")

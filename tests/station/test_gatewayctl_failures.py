@@ -1,4 +1,4 @@
-"""What gatewayctl says when something cannot be had, and how harmlessly."""
+"""What gatewayctl says when something is not available, and that its output is harmless."""
 
 import subprocess
 
@@ -80,7 +80,7 @@ def test_file_that_cannot_be_read() -> None:
     assert result.stderr == "gatewayctl: cannot open /no/such/file: No such file or directory\n"
 
 
-# What steers a terminal, three times: as a byte of its own, and in UTF-8; and what turns text round.
+# Terminal control characters, as single bytes and in UTF-8; and one that reverses text.
 HOSTILE = b"\x1b]0;x\x07\x9b31m\xc2\x9b31m\xe2\x80\xae\xff"
 HARMLESS = r"\x1b]0;x\x07\x9b31m\u009b31m\u202e\xff"
 

@@ -1,4 +1,4 @@
-"""gatewayctl explains: messages, records, and itself."""
+"""gatewayctl explains messages, records, and itself."""
 
 import pytest
 from gatewayctl_support import GATEWAYCTL, Tool, run

@@ -30,7 +30,7 @@ def test_serve_answers_requests_and_keeps_calling(make_station: StationMaker) ->
     server.wait_for_output("has taken the rotation 180")
     assert station.wait_for_calls("date")[0].argv[2].startswith("@")
     assert station.wait_for_calls("qt-webkit-kiosk", 2)[-1].argv[-1].endswith("?rotation=180")
-    # What has been answered is not asked for again.
+    # Units that have been answered do not ask again.
     before = server.output.count("is up")
     server.wait_for_output("is up", before + 2)
     assert server.output.count("asks for the date") == 1
@@ -66,8 +66,8 @@ def test_serve_survives_what_is_no_record(station: Station) -> None:
 
 
 class FakeUnit:
-    """One of many units, on the gateway's own loopback network. What gatewayctl sends to it stays
-    untaken until take()."""
+    """One of many units, on the gateway's own loopback network. What gatewayctl sends to it is
+    not accepted until take()."""
 
     def __init__(self, station: Station, number: int) -> None:
         self.address = f"127.0.0.{number}"
@@ -134,7 +134,7 @@ def test_units_that_take_nothing_delay_no_other(station: Station, make_units: Un
     asks_for_settings = "asks for its settings (00:00:00:00:00:00)"
     talk = [asks_for_date, "has taken the date", asks_for_settings, "has taken the rotation 0"]
     assert [lines_of(server, unit) for unit in units] == 3 * [talk[:1]] + 7 * [talk]
-    # What has not been answered is said and answered in its order.
+    # Unanswered requests are listed and answered in order.
     assert units[0].take().startswith(b"\x28@")
     assert units[0].take() == b"\x31\0"
     server.wait_for_output("has taken the rotation 0", 8)

@@ -13,7 +13,7 @@ def test_low_mode_and_missing_interface_are_mended_after_30_seconds(station: Sta
     station.behave("tvservice", f"print {LOW_MODE}")
     station.behave("lsusb", "print Bus 001 Device 003: ID 0424:ec00 Network Adapter")
     service = start(station)
-    station.run("ip", "link", "set", "eth0", "down")  # which the real ifconfig then leaves out
+    station.run("ip", "link", "set", "eth0", "down")  # the real ifconfig then omits it
     service.wait_for_output("USB NIC is present, restarting networking\n", deadline=60)
     (restart,) = station.wait_for_calls("S40network")
     assert restart.argv == ["S40network", "restart"]

@@ -1,4 +1,4 @@
-"""The image builder's packages, in a small copy of what the image builder does with them."""
+"""The image builder's packages, in a small model of the image builder."""
 
 import subprocess
 from pathlib import Path
@@ -12,7 +12,7 @@ pytestmark = pytest.mark.once
 TOP = top_directory()
 BOARD = TOP / "board"
 
-# What the packages ask of the toolchain and of the board, and what they select.
+# What the packages require of the toolchain and the board, and what they select.
 OPTIONS = """\
 mainmenu "image"
 config BR2_EXTERNAL_STATION_DISPLAY_PATH
@@ -40,7 +40,7 @@ config BR2_PACKAGE_LIGHTTPD
 source "$BR2_EXTERNAL_STATION_DISPLAY_PATH/Config.in"
 """
 
-# The rules of its two kinds of packages, as far as they are used here.
+# The parts used here of its rules for both kinds of packages.
 RULES = """\
 INSTALL = install
 include .config
@@ -94,7 +94,7 @@ class ImageBuilder:
         return result.stdout
 
     def choose(self, *lines: str) -> set[str]:
-        """What is chosen then."""
+        """The resulting selection."""
         (self.directory / "chosen").write_text("".join(line + "\n" for line in lines))
         said = self.run("kconfig-conf", "--defconfig=chosen", "Config.in")
         assert "warning" not in said

@@ -1,4 +1,4 @@
-"""What the service has from its starter: descriptors that are closed, signals that are ignored."""
+"""What the service inherits from its parent: closed descriptors, ignored signals."""
 
 import socket
 from pathlib import Path
@@ -31,7 +31,7 @@ def test_watchdog_never_takes_the_place_of_an_output(station: Station, closed: s
             assert descriptor(service, int(number)) == "/dev/null"
     deliver(station, display_alert("FIRE"))
     assert station.document()["alert_area"] == "FIRE"
-    # Nothing but kicks, of which the second's one may already be there.
+    # Nothing but kicks. The kick of the first second may already be there.
     assert set(station.read_kicks()) <= set(b" ")
     assert service.is_running()
 
@@ -44,7 +44,7 @@ def test_standard_input_that_is_closed_is_left_to_the_watchdog(station: Station)
 
 
 def start_with_children_ignored(station: Station) -> None:
-    """So a wait for any child would end with the last of them, which the browser never lets happen."""
+    """A wait for any child would then last until all are gone, and the browser never exits."""
     station.start("/usr/bin/env", "--ignore-signal=CHLD", *station.service_command)
     station.wait_for_calls("qt-webkit-kiosk")
 

@@ -1,4 +1,4 @@
-"""The board's init scripts, with busybox and nothing else."""
+"""The board's init scripts, with nothing but busybox."""
 
 from functools import partial
 
@@ -61,7 +61,7 @@ def test_refused_roll_calls_do_not_make_the_service_deaf(board: Board) -> None:
 
 
 def test_unanswered_connections_are_given_up_before_the_watchdog_resets(board: Board) -> None:
-    """Of attempts to connect, the first after one second, the second after two more."""
+    """For connection attempts: the first after one second, the second after two more."""
     board.script("start")
     setting = ("/bin/cat", "/proc/sys/net/ipv4/tcp_syn_retries")
     assert board.station.run(*setting) == "1\n"
@@ -88,7 +88,7 @@ def test_service_that_was_stopped_is_not_started_again(board: Board) -> None:
     board.script("start")
     respawn = board.call("respawn")
     board.script("stop")
-    # A look is a process "sleep", each with a new number.
+    # Each check runs a new "sleep" process.
     looks: set[str] = set()
 
     def count_looks() -> int:
@@ -137,7 +137,7 @@ def test_web_server_starts_restarts_and_stops(board: Board) -> None:
 
 
 def test_web_server_has_an_account_of_its_own(board: Board) -> None:
-    """It takes its port as root, and what it serves and writes is not its own."""
+    """It opens its port as root, and does not own what it serves and writes."""
     station = board.station
     for file in ("/etc/passwd", "/etc/group"):
         line = "station-web:x:988:988:::\n" if file == "/etc/passwd" else "station-web:x:988:\n"

@@ -1,4 +1,4 @@
-"""The board's init script, and the TCP port that others hold."""
+"""The board's init script, when something else has the TCP port."""
 
 import socket
 import struct
@@ -14,7 +14,7 @@ pytestmark = pytest.mark.once
 
 
 def states(board: Board) -> set[str]:
-    """Of all sockets at the service's TCP port."""
+    """The states of all sockets on the service's TCP port."""
     found = set()
     for table in ("tcp", "tcp6"):
         for line in board.station.path(f"/proc/1/net/{table}").read_text().splitlines()[1:]:
@@ -26,7 +26,7 @@ def states(board: Board) -> set[str]:
 
 STATES = {"04": "FIN_WAIT1", "05": "FIN_WAIT2", "06": "TIME_WAIT", "0A": "LISTEN"}
 
-# Ends what holds the port.
+# Ends whatever has the port.
 Release = Callable[[], None]
 
 
@@ -59,7 +59,7 @@ def leave_open_peer(board: Board) -> Release:
 
 
 def leave_vanished_peer(board: Board) -> Release:
-    """The service reads its message, and closes, when the cable is cut."""
+    """The service reads its message and closes while the cable is cut."""
     cable = ("ip", "link", "set", "gw0")
     board.script("start")
     board.signal("STOP")
@@ -82,7 +82,7 @@ def leave_vanished_peer(board: Board) -> Release:
 
 
 def gateway_has_been_heard(board: Board) -> bool:
-    """The connection to the service has a byte in its queue."""
+    """The connection to the service has an unread byte."""
     lines = board.station.path("/proc/1/net/tcp").read_text().splitlines()
     return any(":0FA0 " in line and " 01 00000000:00000001 " in line for line in lines)
 
@@ -172,7 +172,7 @@ def test_service_that_has_its_port_is_left_alone(board: Board) -> None:
 
 
 def count_looks(board: Board, seen: set[int]) -> int:
-    """At the port, or at the service. Each is a process "sleep" with a new number."""
+    """Of the port or of the service. Each runs a new "sleep" process."""
     seen.update(board.processes("sleep 1"))
     return len(seen)
 
@@ -226,7 +226,7 @@ def test_port_is_looked_at_once_however_often_the_service_is_started(board: Boar
     board.signal("KILL")
     board.script("start")
     board.script("restart")
-    # Now and then it has a child of the same name.
+    # Now and then it has a child with the same name.
     wait_for(lambda: len(board.processes("retry-port")) == 1, "one that looks")
 
 

@@ -50,7 +50,7 @@ def test_browser_that_died_is_reaped_by_the_next_start(station: Station) -> None
 def test_only_one_browser_runs_at_a_time(station: Station, service: Process) -> None:
     for number in range(5):
         deliver(station, gateway.set_page_address(f"http://example/{number}"))
-    # A browser may be replaced before it has come to journal its start; the last one is not.
+    # A browser may be replaced before it journals its start; the last one is not.
     wait_for(lambda: browsers(station)[-1].argv[-1] == "http://example/4", "the last browser")
     alive = [call for call in browsers(station) if station.path(f"/proc/{call.pid}").exists()]
     assert [call.argv[-1] for call in alive] == ["http://example/4"]
@@ -61,7 +61,7 @@ def browsers(station: Station) -> list[Call]:
 
 
 def test_missing_browser_is_no_obstacle(station: Station) -> None:
-    # Without its program the child ends with status 0 and stays a zombie.
+    # Without its program the child exits with status 0 and remains a zombie.
     station.run("rm", "/usr/bin/qt-webkit-kiosk")
     service = station.start_service()
     service.wait_for_output("Starting qt-webkit-kiosk without proxy")

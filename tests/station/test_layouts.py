@@ -1,5 +1,5 @@
 """The layouts on the wire are written down three times: for the unit (hdtv/protocol.h), for the
-packet viewer and for the tests' gateway. Here they are held against each other."""
+packet viewer and for the tests' gateway. Here they are compared."""
 
 import re
 import subprocess
@@ -25,7 +25,7 @@ NAME_SIZE = 31  # without its zero byte
 
 @dataclass(frozen=True, order=True)
 class Field:
-    """By the dissector's name for it, without the protocol's."""
+    """By the dissector's name for it, without the protocol's prefix."""
 
     offset: int
     size: int
@@ -38,7 +38,7 @@ class Layout:
     fields: list[Field]
 
 
-# What the decoder calls otherwise than the dissector, whose other names have underscores.
+# Where the decoder's names differ from the dissector's by more than underscores.
 NAMES = {"alert flag": "flag", "not read": "unread", "object": "json", "fixed byte": "fixed"}
 ADDRESSES = ("page", "map")  # each is the decoder's "address"
 
@@ -50,7 +50,7 @@ def common_name(decoders: str) -> str:
 
 
 def decoded(content: bytes, kind: Sequence[str]) -> Layout:
-    """As gatewayctl explains it, which has it from hdtv/protocol.h."""
+    """As explained by gatewayctl, which takes it from hdtv/protocol.h."""
     options = ["--record"] if kind == RECORD else []
     command = [GATEWAYCTL, *(["--udp"] if kind == UDP else []), "decode", *options, content.hex()]
     output = subprocess.run(command, capture_output=True, text=True, timeout=30).stdout
@@ -82,7 +82,7 @@ def dissected(content: bytes, kind: Sequence[str], directory: Path) -> Layout:
 
 
 def detail_alert(text: str = "AAAA", name: str = "A", color: int = 1, **settings: int) -> bytes:
-    """With a unit in each slot; the last one is called so."""
+    """With a unit in each slot; the last one has this name."""
     units = {slot: Unit("U" * NAME_SIZE, 1) for slot in range(15)}
     units[15] = Unit(name * NAME_SIZE, color)
     return gateway.detail_alert(text, units, **settings)
@@ -160,7 +160,7 @@ ARGUMENTS = [
     "name, one, other", ARGUMENTS, ids=[f"{x[1][0]}: {x[0]}" for x in ARGUMENTS]
 )
 def test_tests_gateway_writes_what_the_unit_reads(name: str, one: bytes, other: bytes) -> None:
-    """What differs between two messages is the place of what they say."""
+    """The bytes that differ between two messages are the field's position."""
     places = [place for place, pair in enumerate(zip(one, other)) if pair[0] != pair[1]]
     assert places == list(range(places[0], places[-1] + 1))
     size = len(places) + (1 if name == "unit.name" else 0)

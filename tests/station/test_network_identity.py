@@ -15,7 +15,7 @@ def idle_text(station: Station) -> str:
 
 
 def send_from_inside(station: Station, message: bytes) -> None:
-    """A message by way of the loopback interface, for a unit without an address."""
+    """A message over the loopback interface, for a unit without an address."""
     with station.in_unit(), socket.create_connection(("127.0.0.1", 4000)) as connection:
         connection.sendall(message)
         gateway.wait_until_closed(connection)

@@ -1,4 +1,4 @@
-"""What the service prints leaves line by line, each in one write, wherever it goes."""
+"""The service prints line by line, each line in one write, whatever its output is."""
 
 import json
 
@@ -25,7 +25,7 @@ while message := ours.recv(1 << 20):
     print(json.dumps(message.decode("latin-1")), flush=True)
 """
 
-# The same with a terminal, from which nothing but the text can be told.
+# The same with a terminal, which shows only the text.
 RELAY_TERMINAL = """
 import os, pty, sys, tty
 pid, terminal = pty.fork()
@@ -52,7 +52,7 @@ def writes(service: Process) -> list[str]:
 def test_every_line_leaves_in_one_write(make_station: StationMaker) -> None:
     station = make_station()
     service = relayed(station, RELAY_WRITES)
-    # With the page elsewhere, each alert also restarts the browser, whose start line comes between.
+    # With the page elsewhere, each alert also restarts the browser, which prints a line in between.
     for message in (
         gateway.set_page_address("http://example/"),
         display_alert(LONGEST_TEXT),
@@ -91,7 +91,7 @@ def test_terminal_gets_a_long_line_in_as_many_writes_as_a_short_one(
         return service_writes(station) - count
 
     def least_writes_of(message: bytes) -> int:
-        """Without a kick of the watchdog among them."""
+        """Without any watchdog kicks."""
         return min(writes_of(message) for _ in range(3))
 
     deliver(station, display_alert("FIRST"))
@@ -100,7 +100,7 @@ def test_terminal_gets_a_long_line_in_as_many_writes_as_a_short_one(
 
 
 def service_writes(station: Station) -> int:
-    """How many times the service has written anything anywhere."""
+    """How many writes the service has made, to anything."""
     pid = station.calls("qt-webkit-kiosk")[0].ppid
     lines = station.path(f"/proc/{pid}/io").read_text().splitlines()
     return int(dict(line.split(": ") for line in lines)["syscw"])

@@ -1,4 +1,4 @@
-"""What the Debian package does to a machine that is not as it came: its scripts, run by themselves."""
+"""What the Debian package does to a modified machine: its scripts, run on their own."""
 
 import pytest
 from support import StationMaker
@@ -14,7 +14,7 @@ USER = "hdtv-kiosk"
 
 @pytest.fixture
 def machine(make_station: StationMaker) -> Station:
-    """With what the package holds, and without what a station lends."""
+    """With the package's files, and without those that a station lends."""
     scripts = {"postinst": DEBIAN / "postinst", "postrm": DEBIAN / "postrm"}
     station = make_station(programs=scripts, is_board_root=True, has_page=False)
     station.run("mkdir", "--parents", PAGE)

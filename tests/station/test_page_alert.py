@@ -1,4 +1,4 @@
-"""The station page in a real browser: gateway bytes in, what the screen says out."""
+"""The station page in a real browser: gateway bytes in, text on the screen out."""
 
 import pytest
 from page_support import Shown
@@ -31,7 +31,7 @@ def test_new_text_of_an_alert_replaces_the_old_one(shown: Shown) -> None:
     shown.deliver(gateway.detail_alert("FIRE OUT", {1: Unit("L3", 1)}))
     assert shown.text("text") == "FIRE OUT"
     assert shown.units() == ["L3"]
-    # The timer runs to the new message's expiration, which was at once.
+    # The timer runs to the new message's expiration, which was immediate.
     assert shown.text("timer") == ""
 
 

@@ -1,4 +1,4 @@
-"""The station page's colors, sizes and places."""
+"""The station page's colors, sizes and positions."""
 
 import pytest
 from page_support import Shown
@@ -93,7 +93,7 @@ def test_rotation_turns_the_whole_page_clockwise(shown: Shown, turns: int, corne
     shown.station.wait_for_calls("qt-webkit-kiosk", 2)
     shown.deliver(gateway.detail_alert("FIRE", {0: Unit("E1", 1)}, turnout_end=100))
     assert (shown.text("text"), shown.units()) == ("FIRE", ["E1"])
-    # Where the upper left corner of the alert, its first unit, has gone.
+    # Where the alert's top left corner, its first unit, has moved.
     place = shown.script(
         """
         var box = document.querySelector('.unit').getBoundingClientRect();

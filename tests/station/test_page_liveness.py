@@ -35,8 +35,8 @@ def test_page_does_not_touch_the_liveness_file_more_often_than_needed(shown: Sho
     assert file.stat().st_mtime == 1
 
 
-# The page's clock runs ahead with each look, so a page that drew once more would report at once. What
-# it does last, in the middle of a drawing, is to touch the file by itself.
+# The page's clock jumps ahead at every reading, so a page that drew again would report at once. Its
+# last act, in the middle of a drawing, is to touch the file itself.
 HANG = """
     var t = 0;
     performance.now = function () { t += 31000; return t; };
@@ -56,7 +56,7 @@ def test_page_that_hangs_lets_the_liveness_file_grow_old(shown: Shown) -> None:
     shown.script(HANG)
     wait_for(lambda: file.stat().st_mtime > 1, "the page's last sign")
     os.utime(file, (1, 1))
-    # While it hangs it works for nothing, and as long as six drawings would take.
+    # It is busy hanging, for as long as six drawings would take.
     before = shown.processor_seconds()
     wait_for(lambda: shown.processor_seconds() > before + 1.5, "a second and a half of hanging")
     assert file.stat().st_mtime == 1
@@ -65,7 +65,7 @@ def test_page_that_hangs_lets_the_liveness_file_grow_old(shown: Shown) -> None:
 def test_page_that_hears_nothing_does_not_say_that_it_is_alive(shown: Shown) -> None:
     file = shown.station.path(LIVENESS_FILE)
     wait_for(file.exists, "the liveness file")
-    # Every poll is refused from now on, while reports would still arrive.
+    # From now on every poll fails, while reports would still get through.
     shown.station.path(DOCUMENT).unlink()
     shown.let_time_pass(31)
     os.utime(file, (1, 1))
@@ -83,7 +83,7 @@ def test_document_that_cannot_be_read_is_no_reason_for_a_reset(shown: Shown) -> 
 
 
 def test_page_in_another_pages_frame_shows_nothing(station: Station, tmp_path: Path) -> None:
-    """Nor does it say that it is alive."""
+    """It does not report that it is alive, either."""
     (tmp_path / "frame.html").write_text(
         "<iframe id=own src='own.html'></iframe>"
         "<iframe id=page src='http://127.0.0.1/station_web/'></iframe>"
@@ -112,8 +112,8 @@ def test_page_in_another_pages_frame_shows_nothing(station: Station, tmp_path: P
 
 @pytest.mark.slow
 def test_page_that_hangs_ends_the_watchdog_kicks(tmp_path: Path) -> None:
-    """From end to end, with a 200 times as fast a clock for the service: while the page lives its
-    file and the gateway's messages keep the kicks coming; it hangs, the file grows old, the messages
+    """End to end, with a clock 200 times as fast for the service: while the page is alive, its file
+    and the gateway's messages keep the kicks coming. Then it hangs, the file gets old, the messages
     no longer count, and the budget runs out."""
     faster = {
         "LD_PRELOAD": "/usr/$LIB/faketime/libfaketime.so.1",
@@ -131,7 +131,7 @@ def watch_the_kicks_end(station: Station, environment: dict[str, str]) -> None:
     for shown in show(station, environment, browser="browser"):
         shown.script(
             "var real = performance.now.bind(performance);"
-            # A leap every 900 ms, three minutes for the service, makes the next report due.
+            # A jump every 900 ms, three minutes for the service, makes the next report due.
             "performance.now = function () {"
             "    return real() + 31000 * Math.floor(real() / 900);"
             "}"

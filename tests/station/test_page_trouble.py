@@ -1,4 +1,4 @@
-"""The station page without news, and under a clock that jumps."""
+"""The station page without updates, and with a clock that jumps."""
 
 import pytest
 from page_support import Shown

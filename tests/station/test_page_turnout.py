@@ -81,7 +81,7 @@ def test_browser_restarted_after_stop_turnout_still_shows_the_alert(shown: Shown
         ((1000, 120, 60, 0, 1000), 0, ""),
         ((1000, 7200, 0, 0, 8200), 0, "120:00"),
         ((0, 120, 60, 0, 120), 5, ""),
-        # A clock set back, and times that wrap.
+        # A clock that was set back, and times that wrap around.
         ((1000, 120, 60, 0, 1120), -500, "1:00"),
         ((4294967290, 120, 0, 0, 114), 10, "1:50"),
     ],

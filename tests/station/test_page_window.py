@@ -30,7 +30,7 @@ def test_window_without_a_display_is_refused() -> None:
 
 
 def pixels(picture: Path) -> set[int]:
-    """The values that occur in a PNG's bytes, the rows' filter marks aside."""
+    """The byte values in a PNG's rows, without their filter types."""
     content, data, place = picture.read_bytes(), b"", 8
     while place < len(content):
         size = int.from_bytes(content[place : place + 4], "big")
@@ -66,7 +66,7 @@ def test_browser_opens_a_window_where_there_is_a_display(make_station: StationMa
     read, write = os.pipe()
     command = ["Xvfb", "-displayfd", str(write), "-screen", "0", "1400x900x24", "-nolisten", "tcp"]
     with subprocess.Popen(
-        # By a signal that leaves it the time to take its files away.
+        # With a signal that leaves it time to remove its files.
         dying_with_starter(command, "TERM"),
         pass_fds=[write],
         stderr=subprocess.DEVNULL,

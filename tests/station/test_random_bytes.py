@@ -1,4 +1,4 @@
-"""Whatever a peer sends, the service goes on."""
+"""Whatever a peer sends, the service keeps running."""
 
 import random
 
@@ -8,13 +8,13 @@ from simulation import gateway
 from simulation.station import Process, Station
 
 MESSAGES = 100_000
-# The types that do not start a program: those that do take milliseconds each, and get their share
-# from the wholly random messages.
+# The types that do not start a program. Those that do take milliseconds each; the fully random
+# messages include enough of them.
 QUICK_TYPES = [3, 38, 46, 51, 52]
 
 
 def random_message(source: random.Random) -> bytes:
-    """Half of any type, half of those that lead into the handlers; mostly short, some too long."""
+    """Half have any type, half one that reaches a handler. Most are short, some too long."""
     kind = source.randrange(256) if source.random() < 0.5 else source.choice(QUICK_TYPES)
     size = source.choice([source.randrange(16), source.randrange(700), source.randrange(5000)])
     message = bytearray([kind]) + bytearray(source.randbytes(size))

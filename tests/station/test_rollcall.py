@@ -34,7 +34,7 @@ def test_roll_call_is_answered_with_three_records_until_date_and_settings_have_c
 
 
 def test_answer_goes_to_the_senders_address_and_not_to_the_gateway(station: Station) -> None:
-    deliver(station, b"\0", source=gateway.GATEWAY)  # which makes it the known gateway
+    deliver(station, b"\0", source=gateway.GATEWAY)  # makes it the known gateway
     with (
         gateway.record_listener(station, gateway.GATEWAY) as known,
         gateway.record_listener(station, OTHER_GATEWAY) as other,
@@ -61,7 +61,7 @@ def test_closed_port_ends_the_roll_call_and_leaves_one_socket_each_time(
     with gateway.record_listener(station) as listener:
         send_datagram(station, gateway.roll_call())
         assert listener.wait_for_records(3)[0] == REPLY
-    # What was left open reaches no child: that is checked after every test.
+    # No child inherits what was left open: every test checks that at its end.
     deliver(station, gateway.set_page_address("http://example/"))
     station.wait_for_calls("qt-webkit-kiosk", 2)
 

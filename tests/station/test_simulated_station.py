@@ -1,4 +1,4 @@
-"""The simulated station itself: what it promises to those who test in it."""
+"""The simulated station itself: what it promises to the tests that use it."""
 
 import io
 import os

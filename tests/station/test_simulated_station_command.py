@@ -43,7 +43,7 @@ def test_once_plays_the_incident_and_ends_with_status_0() -> None:
         "the incident was observed",
     ):
         assert words in result.stdout
-    assert "\033" not in result.stdout  # no colours in a pipe
+    assert "\033" not in result.stdout  # no colors in a pipe
 
 
 @pytest.mark.slow

@@ -21,7 +21,7 @@ from simulation.station import (
     launch_command,
 )
 
-# Remounts what it is given so that it can be written.
+# Remounts its arguments writable.
 REMOUNT = """
 import ctypes, sys
 flags = 32 | 4096 if sys.argv[1] != "/sys" else 32
@@ -101,7 +101,7 @@ def test_programs_have_the_kept_capabilities_only(
 # chown, fowner, fsetid, setgid, setuid, sys_admin
 BOARD_ROOT_CAPABILITIES = KEPT_CAPABILITIES | {0, 3, 4, 6, 7, 21}
 
-# What only this machine's root may, and what is locked to a unit's.
+# What only this machine's root may do, and what is locked for a unit's root.
 ATTEMPTS = """
 import ctypes, os, time
 libc = ctypes.CDLL(None, use_errno=True)
@@ -207,7 +207,7 @@ def test_busybox_does_not_know_its_dangerous_programs(station: Station, applet: 
     process = station.start("/bin/busybox", applet, "--help")
     assert process.wait() == 127
     assert process.errors == f"{applet}: applet not found\n"
-    # Nor does its shell, which finds the stand-in.
+    # Neither does its shell: it finds the stand-in.
     process = station.start("/bin/busybox", "sh", "-c", f"{applet} --help; ls -d /")
     assert (process.wait(), process.output) == (0, "/\n")
     assert station.calls(applet)[0].argv == [applet, "--help"]
@@ -258,7 +258,7 @@ def test_gateway_side_can_only_read_the_machines_files(station: Station, tmp_pat
     process = station.start_on_gateway("/bin/touch", str(tmp_path / "written"))
     assert process.wait() != 0
     assert "Read-only file system" in process.errors
-    # Nobody of the machine listens there, and its disks are not there.
+    # None of the machine's services listens there, and its disks are absent.
     process = station.start_on_gateway("/bin/ls", "/run", "/dev")
     process.wait()
     assert "station" in process.output

@@ -1,4 +1,4 @@
-"""The end of a simulated station, whatever ends it: nothing stays behind."""
+"""The end of a simulated station, however it comes about: nothing is left behind."""
 
 import contextlib
 import os
@@ -133,7 +133,7 @@ def test_endless(tmp_path):
 @pytest.mark.parametrize("workers", ["0", "1"])
 @pytest.mark.parametrize("end", ["killed", "at its time limit"])
 def test_endless_test_leaves_no_process_behind(tmp_path: Path, workers: str, end: str) -> None:
-    """Not of a station, and not of a program on the gateway's network."""
+    """Neither of a station nor of a program on the gateway's network."""
     (tmp_path / "test_endless.py").write_text(ENDLESS_TEST)
     command = [*UNWILLING, "/usr/bin/python3", "-m", "pytest", "-p", "no:cacheprovider"]
     options = ["-n", workers, "--timeout", "3" if end == "at its time limit" else "100"]
@@ -164,7 +164,7 @@ def test_ctrl_c_on_a_terminal_ends_it_quietly_and_in_colour() -> None:
     terminal, inside = pty.openpty()
     with contextlib.ExitStack() as stack:
         stack.callback(os.close, terminal)
-        # With a session of its own, whose terminal this is.
+        # In a new session that has this as its terminal.
         running = subprocess.Popen(
             command_line("--pause", "0.1", prefix=[*UNWILLING, "setsid", "--ctty"]),
             cwd=TOP,
@@ -207,7 +207,7 @@ def test_terminal_that_goes_away_ends_it() -> None:
 
 
 def read_until(terminal: int, words: bytes) -> bytes:
-    """What the terminal shows until these words, or until nobody writes to it any more."""
+    """What the terminal shows up to these words, or until no one writes to it anymore."""
     text = b""
     while not (words and words in text):
         try:

@@ -1,4 +1,4 @@
-"""Start-up, as seen from outside."""
+"""Startup, as seen from outside."""
 
 import json
 import os
@@ -160,7 +160,7 @@ def test_comm_gw_that_resets_does_not_end_it(station: Station) -> None:
 
 
 def test_reader_of_its_output_that_goes_away_does_not_end_it(station: Station) -> None:
-    # head takes one line and ends; every later line meets a broken pipe.
+    # head exits after one line; every later line hits a broken pipe.
     command = shlex.join(station.service_command)
     service = station.start("/bin/sh", "-c", f"{command} | head -n 1")
     service.wait_for_output("failed to open vchiq instance")

@@ -89,7 +89,7 @@ def test_peer_that_resets_leaves_its_descriptor_behind_and_nothing_else(
         wait_for_descriptors(service, before + count)
     deliver(station, display_alert("FIRE"))
     assert station.document()["alert_area"] == "FIRE"
-    # Nor does a child inherit what was left open: that is checked after every test.
+    # No child inherits what was left open, either: every test checks that at its end.
     deliver(station, gateway.set_page_address("http://example/"))
     station.wait_for_calls("qt-webkit-kiosk", 2)
 

@@ -21,7 +21,7 @@ END = display_alert("")
 
 
 def started(station: Station, television: Television) -> Process:
-    """A service that has announced itself and heard the answer."""
+    """A service that has announced itself and received the answer."""
     service = start(station)
     television.wait_for_frames(START_FRAMES)
     service.wait_for_output("TV is ")
@@ -33,7 +33,7 @@ def shows(station: Station, text: str) -> None:
 
 
 def hears(service: Process, television: Television, line: str, words: str) -> None:
-    """The bus says a line, and the service has taken it when these words appear."""
+    """The bus says a line; the service has handled it when these words appear."""
     count = service.output.count(words)
     television.say(line)
     service.wait_for_output(words, count + 1)
@@ -44,7 +44,7 @@ def switched_to(service: Process, television: Television, address: int) -> None:
     service.wait_for_output(f"active source now: {address:04X}\n")
 
 
-# Start-up.
+# Startup.
 
 
 def test_unit_announces_itself_and_takes_the_input(station: Station) -> None:
@@ -57,7 +57,7 @@ def test_unit_announces_itself_and_takes_the_input(station: Station) -> None:
         assert television.osd_names == {4: "ZELT"}
         assert television.story == ["input 2.0.0.0 \N{RIGHTWARDS ARROW} 1.0.0.0"]
         assert service.output.startswith("logical_address: 0x4\nphysical_address: 0x1000\n")
-        # Whole lines, among which those of start-up itself may stand.
+        # Whole lines. Those of startup itself may be among them.
         for line in (
             "RX: 0 -> 4: 90 00",
             "TV is NOT in standby mode.",
@@ -135,7 +135,7 @@ def test_waking_goes_on_until_the_television_reports_another_status(station: Sta
         television.standby_reports = 1
         send(station, display_alert("FIRE"))
         shows(station, "FIRE")
-        # It reported standby once more, so it was asked to wake twice; it shows the unit already.
+        # It reported standby once more, so it was asked to wake twice. It already shows the unit.
         assert television.frames[1:] == WAKING * 2
         first = television.all_frames.index("40:04")
         assert television.all_frames[first : first + 4] == ["40:04", "40:8F"] * 2
@@ -210,8 +210,8 @@ def test_unit_that_is_the_source_sends_nothing(station: Station) -> None:
 
 
 def sent(television: Television) -> list[str]:
-    """All that the unit has sent after start-up. It answers a request for the active source in
-    order, so when the answer is there nothing else is on its way."""
+    """Everything the unit has sent after startup. It answers a request for the active source in
+    order, so once the answer is here, nothing else is on its way."""
     count = len(television.frames)
     television.say("rx 0F:85")
     wait_for(lambda: len(television.frames) > count, "the answer")

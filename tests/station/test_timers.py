@@ -37,7 +37,7 @@ def test_browser_whose_process_is_gone_is_started_again(station: Station) -> Non
     (first,) = station.calls("qt-webkit-kiosk")
     wait_for(lambda: is_zombie(station, first.pid), "the browser's end")
     station.behave("qt-webkit-kiosk", "stay")
-    deliver(station, gateway.set_date("now"))  # whose wait takes the zombie
+    deliver(station, gateway.set_date("now"))  # its wait reaps the zombie
     second = station.wait_for_calls("qt-webkit-kiosk", 2)[1]
     assert second.argv == first.argv
 

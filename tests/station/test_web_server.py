@@ -38,8 +38,8 @@ def test_only_the_televisions_own_page_is_taken_for_alive(
 
 
 def answer_to(station: Station, *parts: bytes) -> bytes:
-    """What the web server says before it closes the connection. Of the parts all but the first are
-    sent as long as it listens."""
+    """What the web server answers before it closes the connection. All parts but the first are sent
+    only as long as it listens."""
     with station.in_unit():
         connection = socket.create_connection(("127.0.0.1", WEB_PORT), timeout=DEADLINE)
     with connection:
@@ -89,7 +89,7 @@ def test_document_is_never_kept_by_a_browser(station: Station) -> None:
             assert answer.headers["Cache-Control"] == "no-store"
             assert answer.headers["ETag"] is None
             assert answer.read() == b"[]"
-        # Rewritten within the same second, and of the same length.
+        # Rewritten within the same second, with the same length.
         station.path(DOCUMENT).write_text("{}")
         with urllib.request.urlopen(address) as answer:
             assert answer.read() == b"{}"

@@ -28,7 +28,7 @@ class alerts : public service_test {
     void SetUp() override {
         service_test::SetUp();
         have_url(station_page);
-        // The television shows another source, so that every start and end of an alert is heard.
+        // The television shows another source, so every start and end of an alert shows on the bus.
         cec_init();
         recording_port::receive({0x0F, 0x80, 0x10, 0x00, 0x20, 0x00});
         forget_document();

@@ -89,7 +89,7 @@ TEST_F(bstrlib, insert_at_the_edge_of_int_does_not_overflow) {
     const bstr_owner empty(bfromcstr(""));
     EXPECT_EQ(binsert(b.get(), INT_MAX, empty.get(), ' '), BSTR_ERR);
     failing_mallocs = 1;
-    failing_reallocs = 2; // INT_MAX bytes in all would fit an int: only memory refuses
+    failing_reallocs = 2; // INT_MAX bytes fit an int: only memory runs out
     EXPECT_EQ(binsert(b.get(), INT_MAX - 4, empty.get(), ' '), BSTR_ERR);
     EXPECT_EQ(text_of(b), "abc");
     expect_valid(b);

@@ -49,7 +49,7 @@ TEST_F(bstrlib, format_that_cannot_grow_fails) {
 }
 
 TEST_F(bstrlib, format_of_null_is_null) {
-    // By way of plain pointers: the compiler would not let the format be null.
+    // Through plain pointers: the compiler rejects a null format.
     bstring (*const format)(const char *, ...) = bformat;
     int (*const append)(bstring, const char *, ...) = bformata;
     EXPECT_EQ(format(nullptr), nullptr);

@@ -213,7 +213,7 @@ TEST_F(bstrlib, release_refuses_what_is_not_a_live_record) {
     EXPECT_EQ(bdestroy(bfromcstr("abc")), BSTR_OK);
 }
 
-// In the build that ships, too: a compiler takes stores to memory that is released next for useless.
+// Must also pass in the release build: compilers drop stores to memory that is about to be freed.
 TEST_F(bstrlib, destroyed_record_is_marked_dead_before_its_release) {
     bstring b = bfromcstr("abc");
     at_release = *b;

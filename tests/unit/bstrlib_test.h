@@ -45,7 +45,7 @@ inline void expect_valid(const bstr_owner &b) {
     EXPECT_EQ(b->data[b->slen], 0);
 }
 
-// Records that no operation may write, and what is left of them afterwards.
+// Records that no operation may modify, and a check that none did.
 struct refused_records {
     unsigned char bytes[8] = {'a', 'b', 'c', 0};
     tagbstring constant = {-1, 3, bytes};

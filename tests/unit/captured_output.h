@@ -6,7 +6,7 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
-/// What is printed to one of the standard streams while this lives.
+/// What is printed to one of the standard streams during this object's lifetime.
 class captured_output {
   public:
     explicit captured_output(std::FILE *stream = stdout)

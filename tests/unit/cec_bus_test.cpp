@@ -13,7 +13,7 @@
 #include <thread>
 #include <unistd.h>
 
-// The provider's end of the bus is one of a pair of sockets, and its thread can be refused.
+// The provider's end of the bus is one of a pair of sockets, and its thread can fail to start.
 namespace {
 int provider_end = -1;
 int thread_error;
@@ -87,7 +87,7 @@ class cec_bus : public testing::Test {
         ASSERT_EQ(send(bus_, text.data(), text.size(), 0), static_cast<ssize_t>(text.size()));
     }
 
-    // The bus goes away, and the provider's thread has seen it when this returns.
+    // The bus goes away. When this returns, the provider's thread has noticed.
     void end_bus() {
         if (bus_ >= 0) {
             close(bus_);
@@ -128,11 +128,11 @@ TEST_F(cec_bus, bus_that_goes_away_ends_the_waking_of_a_television_in_standby) {
     bus.join();
     EXPECT_EQ(errors(), "CEC bus: the connection was lost\n");
     EXPECT_NE(output().find("TV on standby, sending ImageViewOn\n"), std::string::npos);
-    // What was never received is never printed as if it had been.
+    // Nothing is printed as received that was not.
     EXPECT_EQ(output().find("RX: 0 -> 4: 90 00"), std::string::npos);
     EXPECT_EQ(output().find("NOT in standby"), std::string::npos);
 
-    // The alert after that one waits for nobody either.
+    // The next alert does not wait either.
     const unsigned before = pauses;
     cec_alert_inactive();
     cec_alert_active();

@@ -151,7 +151,7 @@ TEST_F(cec_linux, replugged_cable_is_claimed_by_the_kernel_and_the_new_address_i
     EXPECT_TRUE(wait_until([&] { return errors() == "CEC: /dev/cec0: no link\n"; }));
     fake_cec_device::plug(0x3000);
     EXPECT_EQ(vc_cec_send_ActiveSource(own, 0), 0);
-    EXPECT_EQ(vc_cec_send_ActiveSource(0x2000, 0), 0); // another source's is sent as it is
+    EXPECT_EQ(vc_cec_send_ActiveSource(0x2000, 0), 0); // another source's address is sent as is
     EXPECT_EQ(transmitted(), (calls{"TRANSMIT 4F:82:30:00", "TRANSMIT 4F:82:20:00"}));
     EXPECT_EQ(fake_cec_device::claims().size(), claims);
 }
@@ -201,9 +201,9 @@ TEST_F(cec_linux, removed_device_ends_the_waking_of_a_television_in_standby) {
     });
     cec_alert_active();
     technician.join();
-    // A message that was sent at that very moment may be complained about, too.
+    // There may also be a complaint about a message sent at that very moment.
     EXPECT_NE(errors().find("CEC: /dev/cec0: the adapter is gone\n"), std::string::npos);
-    // What was never received is never printed as if it had been.
+    // Nothing is printed as received that was not.
     EXPECT_EQ(output.text().find("NOT in standby"), std::string::npos);
 }
 

@@ -16,7 +16,7 @@
 using calls = std::vector<std::string>;
 using notification = std::array<std::uint32_t, 5>;
 
-extern int thread_error; ///< the provider's thread is refused with it
+extern int thread_error; ///< starting the provider's thread fails with it
 
 /// The notifications of this test. The provider's thread adds them.
 std::vector<notification> wait_for_notifications(std::size_t count);

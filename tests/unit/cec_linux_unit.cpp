@@ -109,7 +109,7 @@ void cec_linux::announce() {
     vc_cec_set_vendor_id(0x18C086);
     vc_cec_set_osd_name("ZELT");
     std::uint32_t logical_address = 0;
-    vc_cec_get_logical_address(&logical_address); // the claim has ended
+    vc_cec_get_logical_address(&logical_address); // the claim is complete
 }
 
 std::int32_t cec_linux::send(std::uint32_t destination, std::vector<std::uint8_t> payload) {

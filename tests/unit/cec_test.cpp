@@ -12,7 +12,7 @@
 using recording_port::receive;
 
 namespace {
-std::function<void()> on_sleep; // what happens in the world during a pause
+std::function<void()> on_sleep; // what happens outside during a pause
 }
 
 extern "C" unsigned __wrap_sleep(unsigned seconds) {
@@ -38,7 +38,7 @@ class cec : public testing::Test {
         output_.reset();
     }
 
-    // A unit that has started up and printed and sent all that belongs to it.
+    // A unit that has started up, with all startup output and messages done.
     void have_started(const recording_port::settings &settings = {}) {
         recording_port::reset(settings);
         EXPECT_EQ(cec_init(), 0);
@@ -46,12 +46,12 @@ class cec : public testing::Test {
         recording_port::forget_calls();
         forget_output();
     }
-    // A television at this power status, which the unit knows of.
+    // A television with this power status, known to the unit.
     void have_tv(std::uint8_t status) {
         receive({0x04, 0x90, status});
         forget_output();
     }
-    // Another device has become the active source; a routing change carries both bytes.
+    // Another device has become the active source. A routing change carries both bytes.
     void have_source(std::uint16_t address) {
         receive({0x0F, 0x80, 0x10, 0x00, static_cast<std::uint8_t>(address >> 8),
                  static_cast<std::uint8_t>(address)});
@@ -76,7 +76,7 @@ class cec : public testing::Test {
     std::size_t seen_ = 0;
 };
 
-// First of all, while the module's state is what the process starts with.
+// Must run first, while the module still has its initial state.
 TEST_F(cec, that_cannot_be_opened_keeps_its_zeros_and_later_calls_still_go_to_the_port) {
     recording_port::reset({.initialise_result = -1});
     EXPECT_EQ(cec_init(), -1);

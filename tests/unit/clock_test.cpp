@@ -36,7 +36,7 @@ TEST_F(clock_tick, starts_a_browser_again_whose_process_is_gone) {
 }
 
 TEST_F(clock_tick, leaves_a_browser_alone_that_has_its_entry) {
-    kiosk_pid = 77; // a zombie's entry looks just so
+    kiosk_pid = 77; // a zombie's entry looks just like this
     have_process(77);
     tick();
     EXPECT_FALSE(restarted());

@@ -12,5 +12,5 @@ extern int allowed_mallocs;
 extern int failing_reallocs;
 extern std::vector<std::size_t> realloc_sizes;
 
-extern const tagbstring *watched; ///< what it holds at the moment of its release is kept in:
+extern const tagbstring *watched; ///< its contents when it is released are copied to:
 extern tagbstring at_release;

@@ -19,7 +19,7 @@ namespace fake {
 
 extern bool is_active;
 
-/// What lies behind a descriptor that this system has given out.
+/// What a descriptor returned by this system refers to.
 struct open_file {
     std::string path; ///< empty: a socket
     std::size_t offset = 0;
@@ -34,7 +34,7 @@ void record(const std::string &call);
 bool fails(const std::string &call);
 int failure(int error);
 
-/// A request for what is known of interfaces.
+/// A request for information about interfaces.
 int list_interfaces(ifconf &request);
 int interface_request(unsigned long request, ifreq &record);
 

@@ -7,7 +7,7 @@
 #include <sys/ioctl.h>
 #include <vector>
 
-/// A kernel's CEC device, as the calls of the provider see it: open, fcntl, close, ioctl and poll of
+/// A kernel CEC device as seen by the provider's calls: open, fcntl, close, ioctl and poll of
 /// "/dev/cec0" are replaced at link time. It claims addresses and reports transmit results as the
 /// kernel does.
 namespace fake_cec_device {
@@ -17,8 +17,8 @@ struct settings {
     std::map<unsigned long, int> errors = {}; ///< request to the error that it returns
     std::uint32_t capabilities = CEC_CAP_LOG_ADDRS | CEC_CAP_TRANSMIT;
     std::uint16_t physical_address = 0x1000;
-    std::uint8_t logical_address = 4; ///< the one that a claim gets
-    bool is_claiming_late = false;    ///< a claim ends only with finish_claim
+    std::uint8_t logical_address = 4; ///< the result of a claim
+    bool is_claiming_late = false;    ///< a claim completes only with finish_claim
     std::uint8_t tx_status = CEC_TX_STATUS_OK;
 };
 
@@ -34,11 +34,11 @@ void finish_claim();
 void plug(std::uint16_t physical_address);
 void receive(const std::vector<std::uint8_t> &message);
 void lose_messages();
-/// The device is unplugged: poll says so and every call returns ENODEV.
+/// Unplugs the device: poll reports it and every call returns ENODEV.
 void remove();
 /// Blocks until the provider has closed the device.
 void wait_until_closed();
-/// Every later transmit ends so.
+/// The result of every later transmit.
 void transmit_with(std::uint8_t tx_status);
 
 } // namespace fake_cec_device

@@ -18,7 +18,7 @@ std::string address_text(const sockaddr *address) {
     return std::string(inet_ntoa(sa.sin_addr)) + ":" + std::to_string(ntohs(sa.sin_port));
 }
 
-// As the kernel does: by name and address where the request holds one, else by name.
+// As the kernel does: by name and address if the request has one, else by name.
 const interface_record *find_interface(const ifreq &request) {
     sockaddr_in sa{};
     std::memcpy(&sa, &request.ifr_addr, sizeof sa);

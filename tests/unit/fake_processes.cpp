@@ -12,7 +12,7 @@ namespace fake {
 
 namespace {
 
-int child_report = -1; // in a child: where its exec is told to the parent
+int child_report = -1; // in a child: the pipe that reports its exec to the parent
 
 } // namespace
 
@@ -124,7 +124,7 @@ signal_handler __wrap_signal(int number, signal_handler handler) {
 }
 }
 
-// The child goes on to its exec and tells it; the parent goes on when that has been told.
+// The child runs up to its exec and reports it; the parent continues after the report.
 pid_t fork_for_real() {
     int ends[2] = {};
     std::ignore = pipe(ends);

@@ -8,9 +8,9 @@
 #include <sys/types.h>
 #include <vector>
 
-/// The system that the service sees in the unit tests: while a test arranges it, every call of the
+/// The system that the service sees in the unit tests: while it is active, every call of the
 /// service that would reach files, processes, sockets or the event loop is answered from here and
-/// written down. The calls are replaced at link time, so the service's own code is what ships.
+/// recorded. The calls are replaced at link time, so the service's own code is what ships.
 namespace fake {
 
 struct interface_record {
@@ -21,7 +21,7 @@ struct interface_record {
 
 struct connection {
     std::string peer; ///< dotted
-    std::string data; ///< what the one read returns
+    std::string data; ///< what its single read returns
     int read_error = 0;
 };
 
@@ -38,8 +38,8 @@ struct registered_event {
     bool has_timeout;
 };
 
-/// Everything that a test arranges or looks at. A new one stands for a machine on which every call
-/// succeeds, without files and without an address.
+/// Everything that a test sets up or checks. A new one is a machine on which every call succeeds,
+/// without files and without an address.
 struct system_state {
     std::vector<std::string> calls; ///< in order, "name argument ..."
     std::map<std::string, std::string> files;
@@ -48,12 +48,12 @@ struct system_state {
     std::vector<interface_record> interfaces;
     std::vector<connection> connections; ///< accepted in order
     std::vector<datagram> datagrams;     ///< received in order
-    std::vector<std::string> sent;       ///< what was written to sockets, one entry a write
+    std::vector<std::string> sent;       ///< what was written to sockets, one entry per write
     std::vector<registered_event> events;
     /// Calls that fail: "connect", "fork", "open /dev/tty0", ... "connect#2" is the second connect.
     std::vector<std::string> failing;
     pid_t next_pid = 100; ///< what fork returns next; 0 makes the test the child
-    /// Every child runs as far as its exec, whose call is recorded, before the parent goes on.
+    /// Every child runs up to its exec, which is recorded, before the parent continues.
     bool keeps_children = false;
     std::map<std::string, std::string> printed; ///< by a command of popen; none: it cannot start
     int next_descriptor = 1000;                 ///< what the next open, socket or accept returns
@@ -67,11 +67,11 @@ struct system_state {
 
 extern system_state state;
 
-/// From here on, until stop, the service's calls are answered from a fresh state.
+/// From now until stop, the service's calls are answered from a fresh state.
 void start();
 void stop();
 
-/// Thrown by _exit: where a child of the service would end.
+/// Thrown by _exit, where a child of the service would exit.
 struct child_ended {
     int status;
 };

@@ -1,4 +1,4 @@
-// The parts that gatewayctl's waiting is made of, with sockets of this machine's loopback.
+// The parts of gatewayctl's event loop, with sockets on this machine's loopback.
 
 #include "tools/gatewayctl/address.h"
 #include "tools/gatewayctl/exchange.h"
@@ -19,7 +19,7 @@ namespace {
 
 constexpr std::chrono::seconds long_time(60);
 
-/// A socket of its own port, listening or not yet.
+/// A socket with a port of its own, listening or not yet.
 struct fake_unit {
     descriptor_owner socket_fd = open_socket(SOCK_STREAM);
     sockaddr_in address = resolve("127.0.0.1");
@@ -57,7 +57,7 @@ std::string failure_of(exchange &sending) {
     return "";
 }
 
-/// So many descriptors and no more, until its end.
+/// Limits the number of descriptors during its lifetime.
 class descriptor_limit {
   public:
     explicit descriptor_limit(rlim_t count) {
@@ -90,7 +90,7 @@ TEST(exchange, ends_when_the_unit_has_read_and_closed) {
     nothing.wait();
     EXPECT_FALSE(sending.advance(nothing)); // read, but not closed
     EXPECT_EQ(send(connection.get(), "?", 1, 0), 1);
-    EXPECT_FALSE(advance(sending)); // an answer says nothing
+    EXPECT_FALSE(advance(sending)); // an answer has no meaning
     connection = descriptor_owner();
     EXPECT_TRUE(advance(sending));
 }
@@ -153,7 +153,7 @@ TEST(poll_set, is_ended_by_a_signal) {
     struct sigaction before {};
     action.sa_handler = [](int) {};
     sigaction(SIGALRM, &action, &before);
-    const itimerval soon{{0, 1000}, {0, 1000}}; // again and again, as the first may come too early
+    const itimerval soon{{0, 1000}, {0, 1000}}; // repeatedly, as the first may come too early
     const itimerval never{};
     setitimer(ITIMER_REAL, &soon, nullptr);
     poll_set events(clock_type::now() + long_time);

@@ -6,7 +6,7 @@
 
 #include <string>
 
-/// What the tests of gatewayctl's parts share: bytes written like texts, and refusals.
+/// What the tests of gatewayctl's parts share: bytes written as text, and refusals.
 
 using bytes = message_bytes;
 

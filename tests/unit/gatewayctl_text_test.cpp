@@ -50,17 +50,17 @@ TEST(text, that_is_no_utf8_is_escaped_byte_by_byte) {
           {"\xe2\x82", "\\xe2\\x82"},                   //
           {"\xc3(", "\\xc3("},                          //
           {"\xf0\x9f\x9a\"", "\\xf0\\x9f\\x9a\\\""},    //
-          {"\xc0\x9b", "\\xc0\\x9b"},                   // longer than it has to be
+          {"\xc0\x9b", "\\xc0\\x9b"},                   // overlong
           {"\xe0\x82\x9b", "\\xe0\\x82\\x9b"},          //
           {"\xf0\x80\x82\x9b", "\\xf0\\x80\\x82\\x9b"}, //
           {"\xed\xa0\x80", "\\xed\\xa0\\x80"},          // a surrogate
-          {"\xf4\x90\x80\x80", "\\xf4\\x90\\x80\\x80"}, // beyond the last
+          {"\xf4\x90\x80\x80", "\\xf4\\x90\\x80\\x80"}, // past the last code point
           {"\xf8\x88\x80\x80\x80", "\\xf8\\x88\\x80\\x80\\x80"}}) {
         EXPECT_EQ(quoted(text), std::string("\"") + escaped + "\"");
     }
 }
 
-// Nothing of any bytes reaches the terminal but printable ASCII and whole characters.
+// Whatever the bytes, only printable ASCII and complete characters reach the terminal.
 TEST(text, of_any_bytes_is_harmless) {
     std::mt19937 random(1);
     std::uniform_int_distribution<int> byte(0, 255);

@@ -15,7 +15,7 @@ using fake::state;
 
 class kiosk : public service_test {
   protected:
-    /// The browser's command line and what its child did before, for the address now in url.
+    /// The browser's command line and what its child did before it, for the current url.
     static std::vector<std::string> child_calls() {
         state.next_pid = 0;
         state.calls.clear();

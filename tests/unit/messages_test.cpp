@@ -10,7 +10,7 @@ namespace {
 
 using wire::message_of;
 
-// What the tests spell out by hand.
+// Written out by hand.
 static_assert(wire::version == protocol::version);
 
 // Which type counts on which channel.

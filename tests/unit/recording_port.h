@@ -26,7 +26,7 @@ void forget_calls();
 /// Writes down something that is not a call of the port.
 void record(const std::string &call);
 
-/// Told of every call as it is made, if it is set.
+/// If set, called with every call as it is made.
 extern std::function<void(const std::string &)> on_call;
 
 /// Notifications, on the caller's thread.

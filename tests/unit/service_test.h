@@ -55,7 +55,7 @@ class service_test : public testing::Test {
         return fake::state.files["/dev/shm/alerts.json"];
     }
 
-    /// The text of one member of the document, to its next quotation mark.
+    /// The text of one member of the document, up to the next quotation mark.
     static std::string member(const std::string &name) {
         const std::string tag = "\"" + name + "\":\"";
         const std::string text = document();

@@ -53,8 +53,8 @@ void tick_fn(int /*fd*/, short /*what*/, void * /*arg*/) {
     armed_at = steady::now();
 }
 
-// The event library caches the time at which its loop woke up. Where it counts from there, a second
-// is over before a callback that blocks for longer arms its timer.
+// The event library caches the time when its loop woke up. If it counts from there, a one-second
+// timer armed after a callback that blocks for longer has already expired.
 TEST(timer, armed_after_a_callback_that_blocked_has_its_full_period) {
     event_init();
     const wake_up other;

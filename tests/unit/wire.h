@@ -20,7 +20,7 @@ inline std::string roll_call() {
     return "\x01";
 }
 
-/// With the length that it claims for its text, and whatever follows.
+/// With the length that it claims for its text, and anything that follows.
 inline std::string display_alert_claiming(int length, const std::string &rest, int flag = 1) {
     return std::string("\x03") + static_cast<char>(flag) + std::string(2, '\0') +
            big_endian(length) + rest;
@@ -61,7 +61,7 @@ inline std::string settings(int quarter_turns) {
 struct detail_alert {
     int flag = 1;
     std::string text = "FIRE";
-    int text_length = -1;                                  ///< what it claims; -1: the truth
+    int text_length = -1;                                  ///< the claimed one; -1: the real one
     std::map<int, std::pair<std::string, int>> units = {}; ///< by slot: name and color
     int turnout_end = 0;
     int turnout_zero = 0;
@@ -88,7 +88,7 @@ inline std::string map_address(const std::string &address) {
     return "\x34" + address;
 }
 
-/// As the service has received these bytes.
+/// These bytes as received by the service.
 inline gateway_message message_of(const std::string &bytes) {
     gateway_message message;
     std::copy_n(bytes.begin(), std::min<std::size_t>(bytes.size(), 4096), message.receive_area());

@@ -1,6 +1,6 @@
 #pragma once
 
-// The file calls' symbols on 32-bit machines, where a file's size has 64 bits all the same.
+// The symbols of the file calls on 32-bit machines, which use 64-bit file sizes too.
 #if __SIZEOF_LONG__ == 4
 #define __real_fcntl __real_fcntl64
 #define __wrap_fcntl __wrap_fcntl64

@@ -1,7 +1,5 @@
 #include "hdtv/dispatch.h"
 
-#include "bstrlib/bstr_owner.h"
-#include "bstrlib/bstrlib.h"
 #include "hdtv/alert_document.h"
 #include "hdtv/alerts.h"
 #include "hdtv/child_process.h"
@@ -37,9 +35,8 @@ void reboot_unit() {
 }
 
 void set_clock(const set_date &wanted) {
-    const bstr_owner date(blk2bstr(wanted.date.data(), static_cast<int>(wanted.date.size())));
     note_date_arrived();
-    run_program("/bin/date", {"date", "-s", bstr_text(date.get())});
+    run_program("/bin/date", {"date", "-s", wanted.date});
 }
 
 void stop_turnout() {

@@ -48,7 +48,7 @@ struct detail_alert {
 detail_alert read_detail_alert(const gateway_message &message) noexcept;
 
 struct set_date {
-    std::string_view date;
+    const char *date; ///< zero-terminated, so that a program gets it as it came
 };
 set_date read_set_date(const gateway_message &message) noexcept;
 

@@ -3,6 +3,7 @@
 #include "hdtv/descriptor.h"
 #include "hdtv/protocol.h"
 
+#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <cstring>

@@ -36,9 +36,11 @@ timeval from_now(const event &timer, int seconds) {
     gettimeofday(&now, nullptr);
     timeval behind = time_between(cached, now);
     // These are wall-clock times, which a set-date message changes; a loop that woke up for this
-    // timer cannot lag further behind than the timer is overdue.
+    // timer cannot lag further behind than the timer is overdue. (One that was never armed is not.)
+    const bool is_rearmed = timer.ev_timeout.tv_sec != 0;
     const timeval overdue = time_between(timer.ev_timeout, monotonic_now());
-    if (timercmp(&overdue, &behind, <)) {
+    const bool was_clock_set_back = timercmp(&now, &cached, <);
+    if (is_rearmed && (was_clock_set_back || timercmp(&overdue, &behind, <))) {
         behind = overdue;
     }
     const timeval period = {seconds, 0};

@@ -85,6 +85,7 @@ void prepare_state_changed() {
 void close_device() {
     const mutex_guard guard(device_mutex);
     close(std::exchange(device, -1));
+    pthread_cond_broadcast(&state_changed); // nobody waits for a claim any more
 }
 
 // The state of the adapter.
@@ -120,10 +121,11 @@ bool is_claiming() {
 }
 
 // Waits, with the device's mutex locked, while the kernel is claiming an address: until then it
-// sends nothing. The listening thread must not wait, because it would wait for itself.
-void wait_for_claim() {
+// sends nothing. The listening thread must not wait, because it would wait for itself. Returns
+// whether the device is still open.
+bool wait_for_claim() {
     if (is_listening_thread()) {
-        return;
+        return device >= 0;
     }
     timespec end{};
     clock_gettime(CLOCK_MONOTONIC, &end);
@@ -132,6 +134,7 @@ void wait_for_claim() {
     while (error == 0 && is_claiming()) {
         error = pthread_cond_timedwait(&state_changed, &device_mutex, &end);
     }
+    return device >= 0;
 }
 
 cec_log_addrs playback_device() {
@@ -151,10 +154,9 @@ cec_log_addrs playback_device() {
 // address is claimed.
 std::int32_t claim_logical_address() {
     const mutex_guard guard(device_mutex);
-    if (device < 0) {
+    if (device < 0 || !wait_for_claim()) {
         return failure;
     }
-    wait_for_claim();
     if (logical_addresses().num_log_addrs != 0) {
         cec_log_addrs none{};
         call_device(CEC_ADAP_S_LOG_ADDRS, &none);
@@ -183,10 +185,9 @@ int transmit(std::uint8_t initiator, std::uint32_t destination, const std::uint8
 std::int32_t send_message(std::uint32_t destination, const std::uint8_t *payload,
                           std::uint32_t length) {
     const mutex_guard guard(device_mutex);
-    if (device < 0 || length >= CEC_MAX_MSG_SIZE) {
+    if (device < 0 || length >= CEC_MAX_MSG_SIZE || !wait_for_claim()) {
         return failure;
     }
-    wait_for_claim();
     const std::uint8_t initiator = logical_address();
     int error = transmit(initiator, destination, payload, length);
     if (error == ENONET && initiator != CEC_LOG_ADDR_UNREGISTERED) {
@@ -371,10 +372,9 @@ std::int32_t vc_cec_register_command(std::uint32_t opcode) {
 
 std::int32_t vc_cec_get_logical_address(std::uint32_t *address) {
     const mutex_guard guard(device_mutex);
-    if (device < 0) {
+    if (device < 0 || !wait_for_claim()) {
         return failure;
     }
-    wait_for_claim();
     *address = logical_address();
     return 0;
 }

@@ -68,7 +68,7 @@ TEST(messages, empty_message_reads_as_zeros_of_every_type) {
     EXPECT_EQ(read_hdtv_alert(message).turnout, std::nullopt);
     EXPECT_EQ(read_detail_alert(message).text_length, 0);
     EXPECT_EQ(read_hdtv_settings(message).quarter_turns, 0);
-    EXPECT_EQ(read_set_date(message).date, "");
+    EXPECT_STREQ(read_set_date(message).date, "");
     EXPECT_EQ(read_json_control(message).text, "");
 }
 
@@ -121,7 +121,7 @@ TEST(messages, unit_name_that_fills_its_slot_is_cut_to_31_bytes) {
 
 TEST(messages, texts_run_from_their_place_to_the_first_zero_or_the_end) {
     const std::string rest = std::string("text\0rest", 9);
-    EXPECT_EQ(read_set_date(message_of(wire::set_date(rest))).date, "text");
+    EXPECT_STREQ(read_set_date(message_of(wire::set_date(rest))).date, "text");
     EXPECT_EQ(read_set_page_address(message_of(wire::page_address(rest))).address, "text");
     EXPECT_EQ(read_set_map_address(message_of(wire::map_address(rest))).address, "text");
     EXPECT_EQ(read_json_control(message_of("{" + rest)).text, "{text");

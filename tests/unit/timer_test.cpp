@@ -2,8 +2,22 @@
 
 #include <chrono>
 #include <gtest/gtest.h>
+#include <sys/time.h>
 #include <thread>
 #include <unistd.h>
+
+namespace {
+long clock_offset; // seconds by which the wall clock has been set
+}
+
+extern "C" {
+int __real_gettimeofday(timeval *now, void *zone);
+int __wrap_gettimeofday(timeval *now, void *zone) {
+    const int result = __real_gettimeofday(now, zone);
+    now->tv_sec += clock_offset;
+    return result;
+}
+}
 
 namespace {
 
@@ -40,6 +54,7 @@ const wake_up *waker;
 int ticks;
 steady::time_point armed_at;
 steady::time_point fired_at;
+long set_during_tick;
 
 // A tick that takes longer than its period, and the one after it.
 void tick_fn(int /*fd*/, short /*what*/, void * /*arg*/) {
@@ -48,21 +63,38 @@ void tick_fn(int /*fd*/, short /*what*/, void * /*arg*/) {
         return;
     }
     std::this_thread::sleep_for(std::chrono::milliseconds(1500));
+    clock_offset = set_during_tick;
     waker->trigger();
     arm_timer(timer, 1);
     armed_at = steady::now();
 }
 
-// The event library caches the time when its loop woke up. If it counts from there, a one-second
-// timer armed after a callback that blocks for longer has already expired.
-TEST(timer, armed_after_a_callback_that_blocked_has_its_full_period) {
+// How long after a tick that blocked, and during which the wall clock was set, the next one comes.
+steady::duration period_after_tick(long clock_set_by) {
+    clock_offset = 0;
+    set_during_tick = clock_set_by;
+    ticks = 0;
     event_init();
     const wake_up other;
     waker = &other;
     start_timer(timer, tick_fn, 0);
     event_dispatch();
     EXPECT_EQ(ticks, 2);
-    EXPECT_GE(fired_at - armed_at, std::chrono::milliseconds(990));
+    return fired_at - armed_at;
+}
+
+// The event library caches the time at which its loop woke up. If it counted from there, a second would
+// be over before a callback that blocks for longer arms its timer.
+TEST(timer, armed_after_a_callback_that_blocked_has_its_full_period) {
+    EXPECT_GE(period_after_tick(0), std::chrono::milliseconds(990));
+}
+
+TEST(timer, clock_that_is_set_meanwhile_changes_no_period) {
+    for (const long seconds : {-3600L, 3600L}) {
+        const auto period = period_after_tick(seconds);
+        EXPECT_GE(period, std::chrono::milliseconds(990));
+        EXPECT_LT(period, std::chrono::minutes(1));
+    }
 }
 
 } // namespace

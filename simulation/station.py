@@ -35,6 +35,7 @@ BIN = "/run/station/bin"
 # For a service built for the board.
 EMULATOR = "/usr/bin/qemu-arm-static"
 EMULATOR_OPTIONS = ["-cpu", "arm1176", "-L", "/usr/arm-linux-gnueabi", "-0", f"{BIN}/hdtv"]
+BOARD_LIBRARIES = "armv6-sysroot/usr/lib/arm-linux-gnueabi"  # beside the build; it looks there
 
 # For a program confined only by its network: the capabilities that simulation/launch.cpp keeps.
 CONFINED = [
@@ -281,8 +282,10 @@ class Station:
         self._current_network = self._own_network
 
     def _lent(self, has_page: bool) -> dict[str, str]:
+        libraries = str(build_directory().parent / BOARD_LIBRARIES)
         return {
             **({STATION_WEB: str(top_directory() / "station_web")} if has_page else {}),
+            **({libraries: libraries} if self._is_emulated else {}),
             **({_X_SOCKETS: _X_SOCKETS} if self._has_display else {}),
         }
 

@@ -14,6 +14,9 @@ from simulation.television import Television
 from simulation.demo.timeline import Timeline
 from simulation.waiting import wait_for
 
+# The station does not depend on how the service is built.
+pytestmark = pytest.mark.once
+
 
 def test_stand_in_journals_a_call_completely(station: Station) -> None:
     pipe = os.pipe()

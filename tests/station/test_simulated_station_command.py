@@ -18,6 +18,9 @@ from command_support import (
 from simulation.gateway import VERSION
 from simulation.station import UNIT_ADDRESS, host_build_directory
 
+# The station does not depend on how the service is built.
+pytestmark = pytest.mark.once
+
 
 @pytest.mark.browser
 def test_once_plays_the_incident_and_ends_with_status_0() -> None:

@@ -21,6 +21,9 @@ from simulation.station import (
     launch_command,
 )
 
+# The station does not depend on how the service is built.
+pytestmark = pytest.mark.once
+
 # Remounts its arguments writable.
 REMOUNT = """
 import ctypes, sys

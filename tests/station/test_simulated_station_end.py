@@ -22,6 +22,9 @@ from command_support import (
 from simulation.station import dying_with_starter
 from simulation.waiting import wait_for
 
+# The station does not depend on how the service is built.
+pytestmark = pytest.mark.once
+
 
 def test_killed_starter_leaves_nothing_behind(tmp_path: Path) -> None:
     script = (

@@ -76,7 +76,7 @@ def test_enabled_service_runs_with_its_page_in_the_other_web_servers_place(unit:
     assert "<html" in unit.run("wget -q -O - http://127.0.0.1/station_web/")
     manuals = unit.run("man hdtv gatewayctl | cat")
     assert "turn a television into" in manuals
-    assert "a gateway for the command line" in manuals
+    assert "command-line gateway" in manuals
     assert "roll-call" in unit.run("gatewayctl --help")
 
 
@@ -320,7 +320,7 @@ def test_service_that_came_too_late_for_its_port_gets_it_later(
     connection = connect_and_stay(network, gateway.display_alert(""))
     unit.run("echo LIMIT=1 >/etc/default/hdtv; systemctl restart hdtv")
     unit.wait_for_output(JOURNAL, "Starting qt-webkit-kiosk")
-    assert "it will hear datagrams only" in unit.run(JOURNAL)
+    assert "datagrams only until it is free" in unit.run(JOURNAL)
     assert unit.run(LOOKS).strip() == "1"
     first = main_process(unit)
     reset(connection)

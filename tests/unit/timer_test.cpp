@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <gtest/gtest.h>
+#include <memory>
 #include <sys/time.h>
 #include <thread>
 #include <unistd.h>
@@ -32,6 +33,7 @@ class wake_up {
         event_add(&reader_, nullptr);
     }
     ~wake_up() {
+        event_del(&reader_);
         close(ends_[0]);
         close(ends_[1]);
     }
@@ -74,7 +76,8 @@ steady::duration period_after_tick(long clock_set_by) {
     clock_offset = 0;
     set_during_tick = clock_set_by;
     ticks = 0;
-    event_init();
+    const std::unique_ptr<event_base, decltype(&event_base_free)> loop(event_init(),
+                                                                       event_base_free);
     const wake_up other;
     waker = &other;
     start_timer(timer, tick_fn, 0);

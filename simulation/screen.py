@@ -68,7 +68,8 @@ class Screen:
         content = self._station.document_text().encode(errors="surrogateescape")
         # The page maps bytes above ASCII to private-use characters.
         text = "".join(chr(byte if byte < 0x80 else 0xF700 + byte) for byte in content)
-        return bool(self.driver.execute_script("return station_page.drawn") == text)
+        script = "return typeof station_page === 'object' && station_page.drawn"
+        return bool(self.driver.execute_script(script) == text)
 
     def wait_until_drawn(self) -> None:
         wait_for(self.has_drawn_document, f"on the screen: {self._station.document_text()}")

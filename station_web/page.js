@@ -3,9 +3,7 @@ var station_page = (function () {
     'use strict';
 
     var POLL = 500, POLL_LIMIT = 5000; /* all times in milliseconds */
-    var DRAW = 250;
     var UNREADABLE = 10000;
-    var ALIVE = 30000;
     var MEMORY = 'station_page';
 
     var state = {
@@ -15,22 +13,15 @@ var station_page = (function () {
     };
     var shown = null; /* the document of that response */
     var is_new = true;
-    var answered = null, readable = null, reported = null; /* when each last happened */
+    var answered = null, readable = null; /* when each last happened */
     var readable_date = null;
     var started;
 
-    /* Not the time of day, because the gateway may set the clock at any moment. */
-    function now() {
-        return window.performance && performance.now ? performance.now() : Date.now();
-    }
-
-    function is_within(time, limit) {
-        var age = now() - time;
-        return time !== null && age >= 0 && age < limit;
-    }
-
     /* What a restarted browser needs if the document says only "stop_turnout". */
     function remember() {
+        if (window.station_preview) {
+            return;
+        }
         try {
             window.localStorage.setItem(MEMORY, JSON.stringify(state));
         } catch (error) {
@@ -88,7 +79,7 @@ var station_page = (function () {
 
     function take_response(response) {
         var document;
-        answered = now();
+        answered = pulse.now();
         if (response !== last_response) {
             document = alert_document.read(response);
             if (document === null) {
@@ -97,7 +88,7 @@ var station_page = (function () {
             last_response = response;
             take(response, document);
         }
-        readable = now();
+        readable = pulse.now();
         readable_date = new Date();
     }
 
@@ -128,20 +119,6 @@ var station_page = (function () {
         request.send();
     }
 
-    /* The unit resets itself when the liveness file grows old, so this is requested from the drawing
-       loop and only while the polls are answered. No other page can send this header. */
-    function report_alive() {
-        var request;
-        if (is_within(reported, ALIVE) || !is_within(answered, UNREADABLE)) {
-            return;
-        }
-        reported = now();
-        request = new XMLHttpRequest();
-        request.open('POST', 'alive.cgi');
-        request.setRequestHeader('X-Station-Page', 'alive');
-        request.send();
-    }
-
     function draw_document() {
         if (shown !== null && alert_document.is_alert(shown)) {
             view.draw_alert(shown);
@@ -158,7 +135,7 @@ var station_page = (function () {
     }
 
     function mark_text() {
-        if (is_within(readable, UNREADABLE) || is_within(started, UNREADABLE)) {
+        if (pulse.is_within(readable, UNREADABLE) || pulse.is_within(started, UNREADABLE)) {
             return '';
         }
         return readable_date ? 'no news since ' + view.clock_text(readable_date) : 'no news';
@@ -175,34 +152,29 @@ var station_page = (function () {
         view.drift(date.getTime() / 1000);
         view.draw_mark(mark_text());
         station_page.drawn = last_response;
-        report_alive();
-    }
-
-    /* Only a browser that really draws calls this again. */
-    function draw_forever() {
-        var request_frame = window.requestAnimationFrame || window.webkitRequestAnimationFrame ||
-            function (action) { action(); };
-        draw();
-        window.setTimeout(function () {
-            request_frame(draw_forever);
-        }, DRAW);
+        if (pulse.is_within(answered, UNREADABLE)) { /* it still hears of alerts */
+            pulse.report_alive();
+        }
     }
 
     function place() {
-        layout.place_page(view.page());
+        placement.place(view.page());
         is_new = true;
     }
 
     function start() {
-        started = now();
+        started = pulse.now();
         window.onresize = place;
         place();
-        poll();
-        draw_forever();
+        if (!window.station_preview) {
+            poll();
+        }
+        pulse.draw_forever(draw);
     }
 
     return {
         start: start,
+        give: take_response, /* a document by hand */
         drawn: null /* the last document drawn on the screen, as it was read */
     };
 }());

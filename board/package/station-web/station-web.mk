@@ -18,7 +18,7 @@ define STATION_WEB_INSTALL_TARGET_CMDS
 	mkdir -p $(TARGET_DIR)/var/www/station_web
 	$(INSTALL) -m 644 $(@D)/*.html $(@D)/*.css $(@D)/*.js $(@D)/lighttpd.conf \
 		$(TARGET_DIR)/var/www/station_web
-	$(INSTALL) -m 755 $(@D)/alive.cgi $(TARGET_DIR)/var/www/station_web
+	$(INSTALL) -m 755 $(@D)/*.cgi $(TARGET_DIR)/var/www/station_web
 endef
 
 # Replaces the one that comes with the web server.

@@ -20,12 +20,12 @@ var pulse = (function () {
     function draw_forever(draw) {
         var request_frame = window.requestAnimationFrame || window.webkitRequestAnimationFrame ||
             function (action) { action(); };
-        draw();
-        window.setTimeout(function () {
+        window.setTimeout(function () { /* first, so that a fault does not end the loop */
             request_frame(function () {
                 draw_forever(draw);
             });
         }, DRAW);
+        draw();
     }
 
     /* The unit resets itself when the liveness file grows old, so call this from the drawing loop

@@ -4,7 +4,7 @@ var map_panel = (function () {
 
     var KEPT = 3000; /* milliseconds in which an update of the alert may name the map again */
 
-    /* Each { address, element, has_failed }, or null. */
+    /* Each { address, element, has_failed, and a picture's own width and height }, or null. */
     var shown = null, coming = null;
     var dropped = null; /* when the shown map was last asked for, if it is not any more */
     var on_change = function () {};
@@ -67,12 +67,15 @@ var map_panel = (function () {
     }
 
     function load(address) {
-        var map = { address: address, element: null, has_failed: false },
+        var map = { address: address, element: null, has_failed: false, width: 0, height: 0 },
             picture = document.createElement('img');
         discard(coming);
         coming = map;
         add(map, picture, function () {
-            map.has_failed = picture.naturalWidth === 0;
+            /* Now, because an old WebKit changes them for a drawing when it gets a size. */
+            map.width = picture.naturalWidth;
+            map.height = picture.naturalHeight;
+            map.has_failed = map.width === 0;
             if (!map.has_failed) {
                 appear(map);
             }
@@ -113,18 +116,16 @@ var map_panel = (function () {
         }
     }
 
-    /* As large as the box allows, and centered. */
+    /* A picture is as large as the box allows, and centered. */
     function place() {
-        var picture = shown && shown.element, room = box(), scale;
-        if (!picture || !picture.naturalWidth) {
-            return;
+        var room = box(), style = shown && shown.element.style, scale;
+        if (shown && shown.width) {
+            scale = Math.min(room.clientWidth / shown.width, room.clientHeight / shown.height);
+            style.width = shown.width * scale + 'px';
+            style.height = shown.height * scale + 'px';
+            style.left = (room.clientWidth - shown.width * scale) / 2 + 'px';
+            style.top = (room.clientHeight - shown.height * scale) / 2 + 'px';
         }
-        scale = Math.min(room.clientWidth / picture.naturalWidth,
-            room.clientHeight / picture.naturalHeight);
-        picture.style.width = picture.naturalWidth * scale + 'px';
-        picture.style.height = picture.naturalHeight * scale + 'px';
-        picture.style.left = (room.clientWidth - picture.naturalWidth * scale) / 2 + 'px';
-        picture.style.top = (room.clientHeight - picture.naturalHeight * scale) / 2 + 'px';
     }
 
     return {

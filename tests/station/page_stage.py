@@ -10,6 +10,7 @@ from typing import Any
 
 from selenium import webdriver
 from selenium.webdriver.chrome.service import Service
+from selenium.webdriver.remote.webdriver import WebDriver
 
 from simulation import kiosk
 from simulation.gateway import Unit
@@ -64,17 +65,21 @@ class _Files(http.server.SimpleHTTPRequestHandler):
 class Stage:
     """A browser on which the page can be opened at any size."""
 
-    def __init__(self, driver: webdriver.Chrome, port: int) -> None:
+    def __init__(self, driver: WebDriver, port: int) -> None:
         self._driver = driver
         self._port = port
-        driver.execute_cdp_cmd("Page.addScriptToEvaluateOnNewDocument", {"source": _PREPARATION})
+        self._command("Page.addScriptToEvaluateOnNewDocument", {"source": _PREPARATION})
+
+    def _command(self, name: str, arguments: dict[str, object]) -> None:
+        """Of the DevTools protocol."""
+        self._driver.execute("executeCdpCommand", {"cmd": name, "params": arguments})
 
     @property
     def map_address(self) -> str:
         return f"http://127.0.0.1:{self._port}/map.svg"
 
     def open(self, width: int = 1280, height: int = 720, search: str = "") -> None:
-        self._driver.execute_cdp_cmd(
+        self._command(
             "Emulation.setDeviceMetricsOverride",
             {"width": width, "height": height, "deviceScaleFactor": 1, "mobile": False},
         )
@@ -95,7 +100,7 @@ class Stage:
         """The page has drawn it when this returns."""
         text = document.decode("latin-1")
         self.script("station_page.give(arguments[0])", text)
-        wait_for(lambda: self.script("return station_page.drawn") == text, "the document")
+        wait_for(lambda: bool(self.script("return station_page.drawn") == text), "the document")
 
     def let_time_pass(self, seconds: float) -> None:
         """The page has drawn again when this returns."""
@@ -114,7 +119,7 @@ class Stage:
         )
 
     def wait_for_map(self) -> None:
-        wait_for(lambda: self.script("return map_panel.is_shown()"), "the map")
+        wait_for(lambda: bool(self.script("return map_panel.is_shown()")), "the map")
         self.wait_for_drawing()
 
     def text(self, name: str) -> str:
@@ -136,7 +141,7 @@ class Stage:
 
     def complaints(self) -> list[str]:
         """The browser's, about the page's scripts."""
-        log = self._driver.get_log("browser")
+        log = self._driver.execute("getLog", {"type": "browser"})["value"]
         return [entry["message"] for entry in log if entry["source"] == "javascript"]
 
     def picture(self) -> bytes:

@@ -20,7 +20,7 @@ def test_page_whose_files_could_not_all_be_had_tries_again(stage: Stage, file: s
     stage.miss()
     drawn = "return typeof view === 'object' && document.getElementById('idle_clock').textContent"
     placed = "return getComputedStyle(document.getElementById('page')).position"
-    wait_for(lambda: stage.script(drawn) and stage.script(placed) == "absolute", "the whole page")
+    wait_for(lambda: bool(stage.script(drawn)) and stage.script(placed) == "absolute", "the page")
 
 
 @pytest.mark.parametrize("part", ["", '[{"alert_type":"hdtv_alert", "show_tu'])

@@ -69,8 +69,8 @@ var alert_view = (function () {
         return units_box.plan({
             width: width,
             height: area.height * head.units_height,
-            smallest: head.units[0] * area.rem,
-            largest: head.units[1] * area.rem,
+            smallest: text_plan.pixels(head.units[0], area.rem),
+            largest: text_plan.pixels(head.units[1], area.rem),
             page_width: PAGE_NUMBER * area.rem,
             may_page: head.may_page_units
         });

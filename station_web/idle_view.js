@@ -5,7 +5,6 @@ var idle_view = (function () {
     /* Seconds for one drift across the screen and back: together they leave no spot lit for long. */
     var DRIFT_X = 420, DRIFT_Y = 660;
     var PAGE = 8; /* seconds */
-    var LARGE = 7, FLOOR = 6; /* rem */
     var PART = 0.86; /* of the room, so that the block can move */
 
     var notice = { line: 0, lines: 1, per_page: 1 }; /* its lines' height and number */
@@ -56,9 +55,11 @@ var idle_view = (function () {
         function fits(try_size) {
             return measure.height(text, width, try_size, true) <= height;
         }
-        size = [LARGE, FLOOR].map(function (rem) { return rem * room.rem; }).filter(fits)[0];
+        size = [text_plan.LARGE, text_plan.FLOOR].map(function (rem) {
+            return text_plan.pixels(rem, room.rem);
+        }).filter(fits)[0];
         if (!size) {
-            size = FLOOR * room.rem;
+            size = text_plan.pixels(text_plan.FLOOR, room.rem);
             measure.set_text(element('idle_pages'), '1/2');
             height = notice_height();
         }

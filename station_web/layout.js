@@ -3,14 +3,17 @@
 var layout = (function () {
     'use strict';
 
-    var GAP = 1.2, FOOT = 7.5; /* rem */
+    var GAP = 1.2, FOOT = 7.9; /* rem */
 
-    /* The head's sizes, in rem and in parts of the area's height. */
-    var ROOMY = { timer: 16, age: 9, units: [7.5, 12], units_height: 0.3 };
-    var CROWDED = { timer: 12, age: 7.5, units: [6, 7.5], units_height: 0.5 };
-    var COMPACT = { timer: 9, age: 7.5, units: [6, 7.5], units_height: 0.26 };
-    var TURNED = { timer: 9, age: 7.5, units: [6, 7.5], units_height: 0.38, may_page_units: true };
-    var LEAST = { timer: 9, age: 7.5, units: [6, 7.5], units_height: 0.26, may_page_units: true };
+    /* The head's sizes, in rem, and the units' part of the area's height. */
+    var LARGE = text_plan.LARGE, SMALL_UNITS = [text_plan.FLOOR, LARGE];
+    var ROOMY = { timer: 16, age: 9, units: [LARGE, 12], units_height: 0.3 };
+    var CROWDED = { timer: 12, age: LARGE, units: SMALL_UNITS, units_height: 0.5 };
+    var COMPACT = { timer: 9, age: LARGE, units: SMALL_UNITS, units_height: 0.26 };
+    var TURNED = {
+        timer: 9, age: LARGE, units: SMALL_UNITS, units_height: 0.38, may_page_units: true
+    };
+    var LEAST = { timer: 9, age: LARGE, units: SMALL_UNITS, units_height: 0.26, may_page_units: true };
 
     /* Where the map is, and its part of the area's width or of the text's height. */
     var NO_MAP = { place: 'none' };

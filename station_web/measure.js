@@ -2,7 +2,7 @@
 var measure = (function () {
     'use strict';
 
-    var LINE = 1.15; /* of the font's size */
+    var LINE = 1.12; /* of the font's size */
 
     /* Whole pixels, so that a page of whole lines cuts none. */
     function line_height(size) {
@@ -32,7 +32,6 @@ var measure = (function () {
     /* The largest whole number from low to high that fits; low is known to. */
     function largest(low, high, fits) {
         var middle;
-        low = Math.floor(low);
         high = Math.floor(high) + 1;
         while (high - low > 1) {
             middle = Math.floor((low + high) / 2);

@@ -3,10 +3,16 @@
 var text_plan = (function () {
     'use strict';
 
-    /* Sizes in rem. A capital letter is 0.73 as high, and one rem 5.35 mm on a 43-inch television: at
-       five meters they have 20 and 16 minutes of arc. */
-    var LARGE = 7.5, FLOOR = 6;
+    /* Sizes in rem. A capital letter of Liberation Sans is 0.688 as high, and one rem 5.35 mm on a
+       43-inch television: from five meters they have 20 and 16 minutes of arc. */
+    var LARGE = 7.9, FLOOR = 6.35;
     var GAP = 1;
+
+    /* Whole pixels, and none too few. */
+    function pixels(size, rem) {
+        return Math.ceil(size * rem);
+    }
+
     /* Of the room's height: the largest type, and what the first lines may take of it. */
     var LARGEST_PART = 0.6, FIRST_PART = 0.5;
 
@@ -29,13 +35,13 @@ var text_plan = (function () {
                 return measure.height(type.element, first_width(room), size, is_broken) <= room.height;
             }
             measure.set_text(type.element, type.text);
-            return fits(LARGE * type.rem) && { is_broken: is_broken, fits: fits };
+            return fits(pixels(LARGE, type.rem)) && { is_broken: is_broken, fits: fits };
         }) || null;
     }
 
     /* The largest type that the room allows for a text that fits. */
     function enlarged(type, room, found) {
-        var size = measure.largest(LARGE * type.rem, room.height * LARGEST_PART, found.fits);
+        var size = measure.largest(pixels(LARGE, type.rem), room.height * LARGEST_PART, found.fits);
         return {
             first: { text: type.text, width: first_width(room), size: size, is_broken: found.is_broken },
             rest: null,
@@ -60,7 +66,7 @@ var text_plan = (function () {
         }
         function fits(index) {
             measure.set_text(type.element, type.text.slice(0, places[index]).replace(/\s+$/, ''));
-            return measure.height(type.element, first_width(room), LARGE * type.rem, true) <= height;
+            return measure.height(type.element, first_width(room), pixels(LARGE, type.rem), true) <= height;
         }
         count = measure.largest(0, places.length - 1, fits);
         return fits(count) ? places[count] : after_characters(type, room, height);
@@ -70,16 +76,16 @@ var text_plan = (function () {
     function after_characters(type, room, height) {
         return measure.largest(1, type.text.length, function (end) {
             measure.set_text(type.element, type.text.slice(0, end));
-            return measure.height(type.element, first_width(room), LARGE * type.rem, true) <= height;
+            return measure.height(type.element, first_width(room), pixels(LARGE, type.rem), true) <= height;
         });
     }
 
     /* The first lines: up to the second line feed, or, if those are long, two of the screen's. */
     function first_lines(type, room) {
-        var end = after_two_lines(type.text), two = 2 * measure.line_height(LARGE * type.rem), height;
+        var end = after_two_lines(type.text), two = 2 * measure.line_height(pixels(LARGE, type.rem)), height;
         if (end > 0) {
             measure.set_text(type.element, type.text.slice(0, end - 1));
-            height = measure.height(type.element, first_width(room), LARGE * type.rem, true);
+            height = measure.height(type.element, first_width(room), pixels(LARGE, type.rem), true);
         }
         if (end === 0 || height > Math.max(two, room.height * FIRST_PART)) {
             end = after_wrapped_lines(type, room, two);
@@ -91,7 +97,7 @@ var text_plan = (function () {
     function split(type, room, may_page) {
         var end = first_lines(type, room), top, rest, height, lines;
         var first = { text: type.text.slice(0, end).replace(/\s+$/, ''), width: first_width(room),
-            size: LARGE * type.rem, is_broken: true };
+            size: pixels(LARGE, type.rem), is_broken: true };
         measure.set_text(type.element, first.text);
         top = Math.max(measure.height(type.element, first.width, first.size, true),
             room.beside.height) + GAP * type.rem;
@@ -101,20 +107,20 @@ var text_plan = (function () {
         function fits(size) {
             return measure.height(type.element, rest.width, size, true) <= height;
         }
-        if (fits(FLOOR * type.rem)) {
-            rest.size = measure.largest(FLOOR * type.rem, LARGE * type.rem, fits);
+        if (fits(pixels(FLOOR, type.rem))) {
+            rest.size = measure.largest(pixels(FLOOR, type.rem), pixels(LARGE, type.rem), fits);
             rest.height = height;
             return { first: first, rest: rest, pages: 1 };
         }
         if (!may_page) {
             return null;
         }
-        rest.size = FLOOR * type.rem;
+        rest.size = pixels(FLOOR, type.rem);
         lines = Math.max(1, Math.floor(height / measure.line_height(rest.size)));
         rest.height = lines * measure.line_height(rest.size);
         return { first: first, rest: rest, pages: Math.ceil(
             measure.height(type.element, rest.width, rest.size, true) / rest.height) };
     }
 
-    return { LARGE: LARGE, FLOOR: FLOOR, uniform: uniform, enlarged: enlarged, split: split };
+    return { LARGE: LARGE, FLOOR: FLOOR, pixels: pixels, uniform: uniform, enlarged: enlarged, split: split };
 }());

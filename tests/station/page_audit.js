@@ -4,7 +4,7 @@
 var safe_percent = arguments[0], whole_text = arguments[1];
 var faults = [];
 var rem = parseFloat(getComputedStyle(document.documentElement).fontSize);
-var FLOOR = 6, LARGE = 7.5; /* rem: 16 and 20 minutes of arc */
+var FLOOR = 6.35, LARGE = 7.9; /* rem: 16 and 20 minutes of arc */
 var SLACK = 1; /* pixel */
 
 function by_id(name) { return document.getElementById(name); }

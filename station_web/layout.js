@@ -25,8 +25,8 @@ var layout = (function () {
         }
         return shape.is_portrait ?
             [{ place: 'below', part: 0.45 }, { place: 'below', part: 0.3 }] :
-            [{ place: 'beside', part: 0.42 }, { place: 'beside', part: 0.3 },
-                { place: 'below', part: 0.4 }];
+            [{ place: 'beside', part: 0.42 }, { place: 'beside', part: 0.32 },
+                { place: 'beside', part: 0.24 }, { place: 'below', part: 0.4 }];
     }
 
     function combine(heads, maps, setting) {

@@ -18,6 +18,9 @@ var map_panel = (function () {
             map.element.onload = map.element.onerror = null;
             map.element.parentNode.removeChild(map.element);
         }
+        if (map && map.request) { /* it would hold one of the browser's few connections */
+            map.request.abort();
+        }
     }
 
     function add(map, element, on_load, on_error) {
@@ -54,6 +57,7 @@ var map_panel = (function () {
         link.href = map.address;
         request.onreadystatechange = function () {
             if (request.readyState === 4 && map === coming) {
+                map.request = null;
                 if (request.status === 204) {
                     load_page(map);
                 } else {
@@ -63,6 +67,7 @@ var map_panel = (function () {
         };
         request.open('GET', 'map.cgi?' + link.href.replace(/#.*$/, ''));
         request.setRequestHeader('X-Station-Page', 'map');
+        map.request = request;
         request.send();
     }
 

@@ -19,6 +19,8 @@ define STATION_WEB_INSTALL_TARGET_CMDS
 	$(INSTALL) -m 644 $(@D)/*.html $(@D)/*.css $(@D)/*.js $(@D)/lighttpd.conf \
 		$(TARGET_DIR)/var/www/station_web
 	$(INSTALL) -m 755 $(@D)/*.cgi $(TARGET_DIR)/var/www/station_web
+	echo "var page_version = '$(STATION_WEB_VERSION)';" > \
+		$(TARGET_DIR)/var/www/station_web/version.js
 endef
 
 # Replaces the one that comes with the web server.

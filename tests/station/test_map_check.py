@@ -12,7 +12,7 @@ import pytest
 
 from simulation.forward import Forward
 from simulation.gateway import GATEWAY, PROXY, PROXY_PORT
-from simulation.station import WEB_PORT, Station
+from simulation.station import STATION_WEB, WEB_PORT, Station
 
 pytestmark = pytest.mark.once
 
@@ -222,6 +222,17 @@ def test_nothing_but_another_machines_address_is_fetched(desk: Desk, address: st
     before = len(desk.station.calls("wget"))
     status, _ = desk.ask(address)
     assert status in (400, 404)
+    assert len(desk.station.calls("wget")) == before
+
+
+@pytest.mark.parametrize("end", ["\\@127.0.0.1/", "/\n-O/tmp/x", "/ /etc", "/\x7f", "/ä"])
+def test_check_does_not_count_on_the_web_server(desk: Desk, end: str) -> None:
+    """Which lets no such address through."""
+    before = len(desk.station.calls("wget"))
+    request = ("REQUEST_METHOD=GET", "HTTP_X_STATION_PAGE=map", "HTTP_HOST=127.0.0.1")
+    address = f"QUERY_STRING=http://{GATEWAY}{end}"
+    answer = desk.station.run("env", *request, address, f"{STATION_WEB}/map.cgi")
+    assert answer.endswith("it has characters that no address has\n")
     assert len(desk.station.calls("wget")) == before
 
 

@@ -80,6 +80,7 @@ def guests(tmp_path_factory: pytest.TempPathFactory) -> Iterator[Guests]:
 def test_guest_asked_for_by_the_gateway_fills_the_turned_screen(guests: Guests) -> None:
     station = guests.station
     browsers = len(station.calls("qt-webkit-kiosk"))
+    # Each browser has to have started before the next one replaces it.
     deliver(station, gateway.hdtv_settings(1))
     station.wait_for_calls("qt-webkit-kiosk", browsers + 1)
     station.path(LIVENESS_FILE).unlink(missing_ok=True)
@@ -96,7 +97,9 @@ def test_guest_asked_for_by_the_gateway_fills_the_turned_screen(guests: Guests) 
     ]
     wait_for(station.path(LIVENESS_FILE).exists, "a sign of life")
     deliver(station, gateway.hdtv_settings(0))
+    station.wait_for_calls("qt-webkit-kiosk", browsers + 3)
     deliver(station, gateway.display_alert("FIRE"))
+    station.wait_for_calls("qt-webkit-kiosk", browsers + 4)
     guests.screen.wait_until_drawn()
     deliver(station, gateway.display_alert(""))
 
@@ -106,6 +109,14 @@ def test_guest_keeps_its_scripts_and_its_origin(guests: Guests) -> None:
     wait_for(lambda: guests.name() == "plain", "the guest page")
     assert guests.in_frame("return document.title") == "its scripts run"
     assert guests.in_frame("return window.origin") == f"http://{GATEWAY}"
+
+
+def test_guest_with_the_longest_address_gets_through_to_the_page(guests: Guests) -> None:
+    """As long as gatewayctl sends one."""
+    begin = f"http://{GATEWAY}/query.html?"
+    query = "x" * (3000 - len(quote(begin, safe="")))
+    guests.show("query.html?" + query, "?rotation=180")
+    wait_for(lambda: guests.name() == "?" + query, "its query")
 
 
 def test_guest_cannot_take_the_heartbeats_place(guests: Guests) -> None:
@@ -141,6 +152,7 @@ def test_guest_cannot_become_a_page_of_the_unit(guests: Guests) -> None:
         "javascript:alert(1)",
         "data:text/html,<p>x",
         "file:///etc/passwd",
+        "ftp://10.87.33.20/plain.html",
         "//10.87.33.20/plain.html",
         "plain.html",
         "http://",

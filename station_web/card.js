@@ -22,7 +22,7 @@ var card = (function () {
     var DISTANCE = 5, INCHES = 43;
     var CAPITAL = 0.688; /* height of a capital letter in Liberation Sans, in font sizes */
     var GOOD = 20, LEAST = 16; /* arc minutes */
-    var GOOD_SIZE = 7.5, LEAST_SIZE = 6; /* of the station page's texts, in rem */
+    var GOOD_SIZE = 7.9, LEAST_SIZE = 6.35; /* of the station page's texts, in rem */
 
     function element(name) {
         return document.getElementById(name);

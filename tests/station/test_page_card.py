@@ -133,7 +133,7 @@ def test_lines_say_the_arc_minutes_that_they_have(
 ) -> None:
     folder.open("card.html" + query, width, height)
     millimeters_per_pixel = inches * 25.4 / math.hypot(width, height)
-    for name, size in (("good_line", 7.5), ("least_line", 6)):
+    for name, size in (("good_line", 7.9), ("least_line", 6.35)):
         pixels, capital = folder.script(CAPITAL_HEIGHT, name)
         assert pixels == pytest.approx(size * min(width, height) / 100, rel=0.001)
         seen = 60 * math.degrees(math.atan2(capital * millimeters_per_pixel, distance * 1000))

@@ -9,7 +9,7 @@ PATH=/usr/sbin:/usr/bin:/sbin:/bin
 HOME=/nonexistent # wget's settings and cookies would be there
 export LC_ALL PATH HOME
 
-limit=2 # seconds for each of two attempts
+limit=5 # seconds for each of two attempts
 proxy=http://10.87.33.1:3128
 
 respond() {

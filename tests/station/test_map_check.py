@@ -16,7 +16,7 @@ from simulation.station import STATION_WEB, WEB_PORT, Station
 
 pytestmark = pytest.mark.once
 
-LIMIT = 5  # seconds, for an answer
+LIMIT = 15  # seconds, for an answer
 PAGE = {"Content-Type": "text/html; charset=utf-8"}
 ASKING = {"Host": "127.0.0.1", "X-Station-Page": "map"}
 

@@ -192,7 +192,7 @@ var station_page = (function () {
         if (state.last === null || !pulse.is_within(ended, LAST_ALERT)) {
             return '';
         }
-        return view.clock_text(new Date(state.last.start * 1000)) + ' ' + state.last.line;
+        return 'Last ' + view.clock_text(new Date(state.last.start * 1000)) + ' ' + state.last.line;
     }
 
     function mark_text() {

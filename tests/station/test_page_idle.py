@@ -91,7 +91,7 @@ def test_last_alert_is_named_for_fifteen_minutes(stage: Stage) -> None:
     stage.give(idle_document("10.87.33.50"))
     stage.wait_for_drawing()
     began = stage.script("return view.clock_text(new Date(arguments[0] * 1000))", NOW)
-    assert stage.text("idle_last") == f"{began} STRUCTURE FIRE"
+    assert stage.text("idle_last") == f"Last {began} STRUCTURE FIRE"
     assert stage.faults() == []
     stage.let_time_pass(14 * 60)
     assert stage.text("idle_last") != ""

@@ -3,44 +3,22 @@
 import contextlib
 import subprocess
 from collections.abc import Iterator
-from typing import Any
 
-from selenium import webdriver
-from selenium.webdriver.chrome.service import Service
+from browser_support import Browser, open_driver
 
-from simulation import kiosk
 from simulation.station import dying_with_starter, top_directory
 
 FOLDER = top_directory() / "station_web"
 
 
-class Folder:
-    """A browser that shows the folder's pages, at any size."""
-
-    def __init__(self, driver: webdriver.Chrome, port: int) -> None:
-        self._driver = driver
-        self._port = port
+class Folder(Browser):
+    """A browser that shows the folder's pages."""
 
     def open(self, page: str, width: int = 1280, height: int = 720, ratio: float = 1) -> None:
         """It remembers nothing of the pages before."""
-        origin = f"http://127.0.0.1:{self._port}"
-        self._driver.execute_cdp_cmd(
-            "Storage.clearDataForOrigin", {"origin": origin, "storageTypes": "local_storage"}
-        )
+        self.forget()
         self.resize(width, height, ratio)
-        self._driver.get(f"{origin}/{page}")
-
-    def resize(self, width: int, height: int, ratio: float = 1) -> None:
-        self._driver.execute_cdp_cmd(
-            "Emulation.setDeviceMetricsOverride",
-            {"width": width, "height": height, "deviceScaleFactor": ratio, "mobile": False},
-        )
-
-    def script(self, text: str, *arguments: object) -> Any:
-        return self._driver.execute_script(text, *arguments)
-
-    def text(self, name: str) -> str:
-        return str(self._driver.find_element("id", name).text)
+        self._driver.get(f"{self.origin}/{page}")
 
 
 @contextlib.contextmanager
@@ -63,13 +41,5 @@ def plain_web_server() -> Iterator[int]:
 
 @contextlib.contextmanager
 def open_folder() -> Iterator[Folder]:
-    options = webdriver.ChromeOptions()
-    options.binary_location = kiosk.BROWSER
-    for flag in [*kiosk.FLAGS, "--headless"]:
-        options.add_argument(flag)
-    with plain_web_server() as port:
-        driver = webdriver.Chrome(service=Service("/usr/bin/chromedriver"), options=options)
-        try:
-            yield Folder(driver, port)
-        finally:
-            driver.quit()
+    with plain_web_server() as port, open_driver() as driver:
+        yield Folder(driver, port)

@@ -6,10 +6,8 @@ import http.server
 import threading
 from collections.abc import Iterator, Sequence
 from pathlib import Path
-from typing import Any
 
-from selenium import webdriver
-from selenium.webdriver.chrome.service import Service
+from browser_support import Browser, open_driver
 from selenium.webdriver.remote.webdriver import WebDriver
 
 from simulation import kiosk
@@ -62,28 +60,22 @@ class _Files(http.server.SimpleHTTPRequestHandler):
         pass
 
 
-class Stage:
+class Stage(Browser):
     """A browser on which the page can be opened at any size."""
 
     def __init__(self, driver: WebDriver, port: int) -> None:
-        self._driver = driver
-        self._port = port
-        self._command("Page.addScriptToEvaluateOnNewDocument", {"source": _PREPARATION})
-
-    def _command(self, name: str, arguments: dict[str, object]) -> None:
-        """Of the DevTools protocol."""
-        self._driver.execute("executeCdpCommand", {"cmd": name, "params": arguments})
+        super().__init__(driver, port)
+        self.command("Page.addScriptToEvaluateOnNewDocument", {"source": _PREPARATION})
 
     @property
     def map_address(self) -> str:
-        return f"http://127.0.0.1:{self._port}/map.svg"
+        return f"{self.origin}/map.svg"
 
     def open(self, width: int = 1280, height: int = 720, search: str = "") -> None:
-        self._command(
-            "Emulation.setDeviceMetricsOverride",
-            {"width": width, "height": height, "deviceScaleFactor": 1, "mobile": False},
-        )
-        self._driver.get(f"http://127.0.0.1:{self._port}/index.html{search}")
+        """It remembers nothing of the pages before."""
+        self.forget()
+        self.resize(width, height)
+        self._driver.get(f"{self.origin}/index.html{search}")
 
     def miss(self, *files: str) -> None:
         """From now on the web server cannot serve these."""
@@ -92,9 +84,6 @@ class Stage:
     def release(self) -> None:
         """The answers to addresses that end in "?wait"."""
         _Files.released.set()
-
-    def script(self, text: str, *arguments: object) -> Any:
-        return self._driver.execute_script(text, *arguments)
 
     def give(self, document: bytes) -> None:
         """The page has drawn it when this returns."""
@@ -122,9 +111,6 @@ class Stage:
         wait_for(lambda: bool(self.script("return map_panel.is_shown()")), "the map")
         self.wait_for_drawing()
 
-    def text(self, name: str) -> str:
-        return str(self._driver.find_element("id", name).text)
-
     def units(self) -> list[str]:
         tiles = self._driver.find_elements("class name", "unit")
         return [tile.text for tile in tiles if tile.is_displayed()]
@@ -139,30 +125,15 @@ class Stage:
     def faults(self, text: str = "", safe: float = 3.5) -> list[str]:
         return list(self.script(_AUDIT, safe, text))
 
-    def complaints(self) -> list[str]:
-        """The browser's, about the page's scripts."""
-        log = self._driver.execute("getLog", {"type": "browser"})["value"]
-        return [entry["message"] for entry in log if entry["source"] == "javascript"]
-
-    def picture(self) -> bytes:
-        return bytes(self._driver.get_screenshot_as_png())
-
 
 @contextlib.contextmanager
 def open_stage() -> Iterator[Stage]:
     handler = functools.partial(_Files, directory=str(_PAGE))
-    options = webdriver.ChromeOptions()
-    options.binary_location = kiosk.BROWSER
-    for flag in [*kiosk.FLAGS, "--headless"]:
-        options.add_argument(flag)
     with http.server.ThreadingHTTPServer(("127.0.0.1", 0), handler) as server:
         threading.Thread(target=server.serve_forever, daemon=True).start()
-        driver = webdriver.Chrome(service=Service("/usr/bin/chromedriver"), options=options)
-        try:
+        with open_driver() as driver:
             yield Stage(driver, server.server_port)
-        finally:
-            driver.quit()
-            server.shutdown()
+        server.shutdown()
 
 
 # In the service's order, which prevents double escaping.

@@ -40,11 +40,17 @@ var document_text = (function () {
         return spaces.replace(/ /g, '\u00a0');
     }
 
+    /* Neither begins nor ends with empty lines, and has no two together: they would push what follows
+       off the first lines, or pages away. */
+    function trimmed_lines(text) {
+        return text.replace(/\r\n?/g, '\n').replace(/[\t\f\v\b]/g, ' ').replace(/ +$/gm, '')
+            .replace(/\n{3,}/g, '\n\n').replace(/^\n+|\n+$/g, '');
+    }
+
     /* Spaces that "white-space: pre-line" keeps, and at most one where a line may end: an old WebKit
        starts the next line with the rest of them. */
     function typeset(text) {
-        return text.replace(/\r\n?/g, '\n').replace(/[\t\f\v\b]/g, ' ').replace(/^ +/gm, fixed_spaces)
-            .replace(/ +(?= )/g, fixed_spaces);
+        return trimmed_lines(text).replace(/^ +/gm, fixed_spaces).replace(/ +(?= )/g, fixed_spaces);
     }
 
     /* Only these addresses are ever followed; anything else could be a script. */

@@ -64,7 +64,7 @@ var idle_view = (function () {
             height = notice_height();
         }
         notice.line = measure.line_height(size);
-        notice.lines = Math.round(measure.height(text, width, size, true) / notice.line);
+        notice.lines = measure.lines(text, width, size);
         notice.per_page = Math.max(1, Math.floor(height / notice.line));
         element('idle_notice').style.height =
             Math.min(notice.lines, notice.per_page) * notice.line + 'px';

@@ -29,6 +29,13 @@ var measure = (function () {
         return element.scrollWidth > element.clientWidth ? Infinity : element.scrollHeight;
     }
 
+    /* The number of lines of a text that is broken: even so there may be characters that only stand
+       together and are wider than a line, but they must not hide what follows. */
+    function lines(element, width, size) {
+        height(element, width, size, true);
+        return Math.round(element.scrollHeight / line_height(size));
+    }
+
     /* The largest whole number from low to high that fits; low is known to. */
     function largest(low, high, fits) {
         var middle;
@@ -49,6 +56,7 @@ var measure = (function () {
         set_type: set_type,
         set_text: set_text,
         height: height,
+        lines: lines,
         largest: largest
     };
 }());

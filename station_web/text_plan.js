@@ -118,8 +118,8 @@ var text_plan = (function () {
         rest.size = pixels(FLOOR, type.rem);
         lines = Math.max(1, Math.floor(height / measure.line_height(rest.size)));
         rest.height = lines * measure.line_height(rest.size);
-        return { first: first, rest: rest, pages: Math.ceil(
-            measure.height(type.element, rest.width, rest.size, true) / rest.height) };
+        return { first: first, rest: rest, pages: Math.max(1,
+            Math.ceil(measure.lines(type.element, rest.width, rest.size) / lines)) };
     }
 
     return { LARGE: LARGE, FLOOR: FLOOR, pixels: pixels, uniform: uniform, enlarged: enlarged, split: split };

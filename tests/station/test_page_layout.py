@@ -185,6 +185,32 @@ def test_text_wins_over_the_map(stage: Stage) -> None:
     assert shown == ["hidden", "hidden", "visible"]
 
 
+def test_characters_that_only_stand_together_hide_nothing_after_them(stage: Stage) -> None:
+    stage.open()
+    stage.give(alert_document("FIRE\nMAIN ST\n" + "\u1100" * 600 + "\n" + "smoke " * 200 + "END"))
+    count = int(stage.text("pages").partition("/")[2])
+    stage.let_time_pass((count - 1) * PAGE)
+    end = stage.script(
+        """
+        var range = document.createRange(), text = document.getElementById('rest_text').firstChild;
+        range.setStart(text, text.length - 3);
+        range.setEnd(text, text.length);
+        return range.getBoundingClientRect()"""
+    )
+    seen = stage.script("return document.getElementById('rest').getBoundingClientRect()")
+    assert seen["top"] <= end["top"] and end["bottom"] <= seen["bottom"] + 1
+    stage.give(alert_document("\u1100" * 600, kind="display_alert", flag=0))
+    assert "Infinity" not in stage.text("idle_pages")
+
+
+def test_empty_lines_push_nothing_away(stage: Stage) -> None:
+    stage.open()
+    stage.give(alert_document("\r\n \n\nFIRE" + " \n" * 300 + "MAIN ST" + "\n \r" * 300))
+    assert (stage.text("first"), stage.text("pages")) == ("FIRE\n\nMAIN ST", "")
+    stage.give(alert_document("\n\n\nFIRE\nMAIN ST\n" + "smoke " * 300))
+    assert stage.text("first") == "FIRE\nMAIN ST"
+
+
 def test_head_is_no_empty_band(stage: Stage) -> None:
     stage.open()
     stage.give(alert_document("FIRE", turnout=0))

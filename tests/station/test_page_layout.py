@@ -236,6 +236,21 @@ def test_sixteen_units_with_the_longest_names_take_turns(stage: Stage) -> None:
     assert seen == names
 
 
+@pytest.mark.parametrize("safe", ["3.5", "10", "15"])
+@pytest.mark.parametrize("search", ["", "?rotation=90"])
+def test_foot_line_stays_in_any_safe_area(stage: Stage, safe: str, search: str) -> None:
+    for width, height in ((640, 480), (480, 640)):
+        stage.open(width, height, f"?safe={safe}{search}")
+        stage.give(alert_document("w" * 3500, FOUR))
+        stage.let_time_pass(9 * PAGE)  # long after the last poll
+        assert stage.text("mark").startswith("no news since ")
+        assert stage.faults("w" * 3500, float(safe)) == []
+        stage.give(alert_document("w" * 3499, FOUR))
+        stage.let_time_pass(9)
+        assert stage.text("since").startswith("Updated ")
+        assert stage.faults("w" * 3499, float(safe)) == []
+
+
 @pytest.mark.parametrize("safe", ["0", "5", "10"])
 def test_safe_area_can_be_set_and_is_remembered(stage: Stage, safe: str) -> None:
     case = CASES["sixteen units"]

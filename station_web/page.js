@@ -168,15 +168,15 @@ var station_page = (function () {
         }
     }
 
-    function timer_reading(date) {
+    function age() {
+        return Math.floor(sighted.age + (pulse.now() - sighted.when) / 1000);
+    }
+
+    function timer_reading() {
         if (!is_shown_alert() || shown.start === state.stopped) {
             return null;
         }
-        return turnout.read(shown, Math.floor(date.getTime() / 1000));
-    }
-
-    function age_text() {
-        return turnout.age_to_text(Math.floor(sighted.age + (pulse.now() - sighted.when) / 1000));
+        return turnout.read(shown, shown.start + age());
     }
 
     function since_text() {
@@ -209,8 +209,8 @@ var station_page = (function () {
             draw_document();
         }
         view.draw(date, {
-            reading: timer_reading(date),
-            age: age_text(),
+            reading: timer_reading(),
+            age: turnout.age_to_text(age()),
             since: since_text(),
             last: last_text(),
             mark: mark_text()

@@ -151,6 +151,17 @@ def test_clock_that_the_gateway_sets_does_not_change_the_time_since_the_alert(st
         assert stage.text("age").startswith("0:0")
 
 
+def test_clock_that_the_gateway_sets_does_not_change_the_timer(stage: Stage) -> None:
+    stage.open()
+    stage.give(alert_document("FIRE", turnout=120))
+    for step in (56 * 365 * 86400, -56 * 365 * 86400):
+        stage.script("clock_set_by = 1000 * arguments[0]", step)
+        stage.let_time_pass(20)
+        assert stage.text("timer").startswith("1:")
+    stage.let_time_pass(80)
+    assert (stage.text("timer"), stage.text("age")[:4]) == ("", "2:00")
+
+
 def test_update_is_named_for_ten_seconds(stage: Stage) -> None:
     stage.open()
     stage.give(alert_document("FIRE"))

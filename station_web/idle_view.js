@@ -9,6 +9,7 @@ var idle_view = (function () {
 
     var notice = { line: 0, lines: 1, per_page: 1 }; /* its lines' height and number */
     var room = null;
+    var began = 0; /* when this notice did, in seconds */
 
     function element(name) {
         return document.getElementById(name);
@@ -75,23 +76,25 @@ var idle_view = (function () {
     function take(text) {
         measure.set_text(element('idle_text'), document_text.typeset(text));
         element('idle_text').className = text === 'No Network Connection' ? 'trouble' : '';
+        began = pulse.now() / 1000;
         arrange();
     }
 
     function turn_pages(seconds) {
         var count = Math.max(1, Math.ceil(notice.lines / notice.per_page)),
-            page = Math.floor(seconds / PAGE) % count;
+            page = Math.floor((seconds - began) / PAGE) % count;
         element('idle_text').style.top = -page * notice.per_page * notice.line + 'px';
         measure.set_text(element('idle_pages'), count > 1 ? page + 1 + '/' + count : '');
     }
 
     /* State: { clock, last, mark }, texts. Seconds only ever count up. */
     function draw(state, seconds) {
-        var before = element('idle_last').textContent + element('idle_mark').textContent;
+        var is_first = element('idle_clock').textContent === '',
+            before = element('idle_last').textContent + element('idle_mark').textContent;
         measure.set_text(element('idle_clock'), state.clock);
         set_text('idle_last', state.last);
         set_text('idle_mark', state.mark);
-        if (before !== state.last + state.mark) {
+        if (is_first || before !== state.last + state.mark) {
             arrange();
         }
         turn_pages(seconds);

@@ -94,7 +94,11 @@ var station_page = (function () {
     function note_end() {
         state.stopped = 0;
         if (is_shown_alert()) {
-            state.last = { line: shown.text.split('\n')[0], start: shown.start, end: Date.now() };
+            state.last = {
+                line: document_text.typeset(shown.text).split('\n')[0].trim(),
+                start: shown.start,
+                end: Date.now()
+            };
             ended = pulse.now();
         }
     }

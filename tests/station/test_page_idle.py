@@ -123,3 +123,26 @@ def test_text_for_an_idle_station_is_shown_until_the_next_document(shown: Shown)
     assert shown.text("idle_text") == "Drill at 10"
     shown.deliver(gateway.detail_alert(""))
     assert shown.text("idle_text") == UNIT_ADDRESS
+
+
+def test_clock_has_its_room_before_anything_is_known(stage: Stage) -> None:
+    stage.open()
+    stage.wait_for_drawing()
+    assert stage.faults() == []
+    assert stage.script(DRIFT) == 0
+
+
+def test_new_notice_begins_with_its_first_page(stage: Stage) -> None:
+    stage.open()
+    stage.give(idle_document("drill at ten " * 200))
+    stage.let_time_pass(17)
+    stage.give(idle_document("drill at six " * 200))
+    assert stage.text("idle_pages").startswith("1/")
+
+
+def test_last_alert_is_named_by_the_first_line_that_says_something(stage: Stage) -> None:
+    stage.open()
+    stage.give(alert_document("\r\n  FIRE\rMAIN ST"))
+    stage.give(idle_document("10.87.33.50"))
+    stage.wait_for_drawing()
+    assert stage.text("idle_last").endswith(" FIRE")

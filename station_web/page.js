@@ -9,6 +9,7 @@ var station_page = (function () {
     var state = {
         response: '', /* the last one that could be read and was not "stop_turnout" */
         stopped: 0,   /* start of the alert whose turnout timer has been stopped */
+        display: { start: 0, text: '' }, /* the last display alert */
         address: '',  /* shown by an idle station */
         last: null    /* the last alert: its { line, start, end }, times since 1970 */
     };
@@ -45,7 +46,14 @@ var station_page = (function () {
             state.response = typeof memory.response === 'string' ? memory.response : '';
             state.stopped = typeof memory.stopped === 'number' ? memory.stopped : 0;
             state.address = is_address(memory.address) ? memory.address : '';
+            recall_display(memory.display);
             recall_last(memory.last);
+        }
+    }
+
+    function recall_display(display) {
+        if (typeof display === 'object' && display !== null && typeof display.text === 'string') {
+            state.display = display;
         }
     }
 
@@ -66,6 +74,16 @@ var station_page = (function () {
         return shown !== null && alert_document.is_alert(shown);
     }
 
+    /* A document with a map has the text of the last detail message, even if a display alert is on:
+       if that is empty, the display alert's stays. */
+    function keep_text(document) {
+        if (document.type === 'display_alert') {
+            state.display = { start: document.start, text: document.text };
+        } else if (document.text === '' && document.start === state.display.start) {
+            document.text = state.display.text;
+        }
+    }
+
     /* By the page's own time from then on, because the gateway may set the clock. */
     function note_alert(document) {
         if (!is_shown_alert() || shown.start !== document.start) {
@@ -83,6 +101,7 @@ var station_page = (function () {
     function stop_turnout() {
         var before = shown === null && alert_document.read(state.response);
         if (before && alert_document.is_alert(before)) {
+            keep_text(before);
             note_alert(before);
             shown = before;
         }
@@ -93,6 +112,7 @@ var station_page = (function () {
 
     function note_end() {
         state.stopped = 0;
+        state.display = { start: 0, text: '' };
         if (is_shown_alert()) {
             state.last = {
                 line: document_text.typeset(shown.text).split('\n')[0].trim(),
@@ -108,6 +128,7 @@ var station_page = (function () {
             stop_turnout();
         } else {
             if (alert_document.is_alert(document)) {
+                keep_text(document);
                 note_alert(document);
             } else {
                 note_end();

@@ -35,6 +35,23 @@ def test_new_text_of_an_alert_replaces_the_old_one(shown: Shown) -> None:
     assert shown.text("timer") == ""
 
 
+def test_map_for_a_display_alert_leaves_its_text(shown: Shown) -> None:
+    """The document with the map has the text of the last detail message, which ended an alert."""
+    shown.deliver(gateway.detail_alert("FIRE"))
+    shown.deliver(gateway.detail_alert(""))
+    shown.deliver(gateway.display_alert("ALL CREWS", turnout=90))
+    shown.deliver(gateway.set_map_address("http://10.87.33.20/map.svg"))
+    assert shown.station.document()["alert_area"] == ""
+    assert shown.text("text") == "ALL CREWS"
+    shown.screen.driver.refresh()
+    shown.screen.wait_until_drawn()
+    assert shown.text("text") == "ALL CREWS"
+    shown.deliver(gateway.stop_turnout())
+    shown.screen.driver.refresh()
+    shown.screen.wait_until_drawn()
+    assert shown.text("text") == "ALL CREWS"
+
+
 def test_end_of_an_alert_brings_the_idle_screen_back(shown: Shown) -> None:
     shown.deliver(gateway.detail_alert("FIRE", turnout_end=100))
     shown.deliver(gateway.detail_alert(""))

@@ -203,6 +203,25 @@ def test_characters_that_only_stand_together_hide_nothing_after_them(stage: Stag
     assert "Infinity" not in stage.text("idle_pages")
 
 
+LETTERS = """
+    var text = document.getElementById('first').firstChild;
+    return arguments[0].map(function (place) {
+        var range = document.createRange();
+        range.setStart(text, place);
+        range.setEnd(text, place + 1);
+        return range.getBoundingClientRect().left;
+    })"""
+
+
+def test_scripts_from_right_to_left_end_at_the_left(stage: Stage) -> None:
+    stage.open()
+    text = "\u05d0\u05d1\u05d2 12.\nFIRE."
+    stage.give(alert_document(text, FOUR))
+    letter, digit, stop, latin, latin_stop = stage.script(LETTERS, [0, 4, 6, 8, 12])
+    assert stop < digit < letter and latin < latin_stop
+    assert stage.faults(text) == []
+
+
 def test_empty_lines_push_nothing_away(stage: Stage) -> None:
     stage.open()
     stage.give(alert_document("\r\n \n\nFIRE" + " \n" * 300 + "MAIN ST" + "\n \r" * 300))

@@ -201,11 +201,12 @@ var alert_view = (function () {
 
     /* Call it with each new document. */
     function take(document) {
-        if (alert === null || alert.text !== document.text) {
-            began = pulse.now();
-        }
-        if (alert === null || alert.start !== document.start) {
+        var is_another = alert === null || alert.start !== document.start;
+        if (is_another) {
             map_panel.clear();
+        }
+        if (is_another || alert.text !== document.text) {
+            began = pulse.now();
         }
         alert = document;
         text = document_text.typeset(document.text);

@@ -163,6 +163,10 @@ def test_new_text_begins_with_its_first_page(stage: Stage) -> None:
     assert stage.text("pages").startswith("2/")
     stage.give(alert_document("flames " * 500))
     assert stage.text("pages").startswith("1/")
+    stage.let_time_pass(PAGE + 1)
+    assert stage.text("pages").startswith("2/")
+    stage.give(alert_document("flames " * 500, start=NOW + 9))
+    assert stage.text("pages").startswith("1/")
 
 
 def test_text_wins_over_the_map(stage: Stage) -> None:

@@ -6,6 +6,7 @@ import http.server
 import threading
 from collections.abc import Iterator, Sequence
 from pathlib import Path
+from typing import Any
 
 from browser_support import Browser, open_driver
 from selenium.webdriver.remote.webdriver import WebDriver
@@ -85,6 +86,10 @@ class Stage(Browser):
         """The answers to addresses that end in "?wait"."""
         _Files.released.set()
 
+    def wait_script(self, text: str, *arguments: object) -> Any:
+        """Until it calls its last argument."""
+        return self._driver.execute_async_script(text, *arguments)
+
     def give(self, document: bytes) -> None:
         """The page has drawn it when this returns."""
         text = document.decode("latin-1")
@@ -97,7 +102,7 @@ class Stage(Browser):
         self.wait_for_drawing()
 
     def wait_for_drawing(self) -> None:
-        self._driver.execute_async_script(
+        self.wait_script(
             """
             var done = arguments[0], draw = view.draw;
             view.draw = function (date, news) {

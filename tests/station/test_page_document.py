@@ -152,6 +152,33 @@ def test_no_bytes_in_names_and_addresses_hide_a_text(stage: Stage) -> None:
         assert [unit["name"] for unit in shown[i]["units"]] == meant, documents[i]
 
 
+DRAW_EACH = """
+    var documents = arguments[0], done = arguments[1], seen = [], draw = view.draw;
+    view.draw = function (date, news) {
+        draw(date, news);
+        seen.push(document.getElementById('first').innerText);
+        if (seen.length === documents.length) {
+            view.draw = draw;
+            done(seen);
+        } else {
+            station_page.give(documents[seen.length]);
+        }
+    };
+    station_page.give(documents[0]);"""
+
+
+def test_no_bytes_in_names_and_addresses_keep_a_text_off_the_screen(stage: Stage) -> None:
+    stage.open()
+    chance = random.Random(31)
+    documents = []
+    for number in range(300):
+        units = [Unit(generated_bytes(chance, 31), 7) for _ in range(chance.randrange(17))]
+        address = b"http://127.0.0.1:9/" + generated_bytes(chance, 4000)
+        documents.append(alert_document(f"FIRE {number}", units, address=address))
+    texts = [document.decode("latin-1") for document in documents]
+    assert stage.wait_script(DRAW_EACH, texts) == [f"FIRE {number}" for number in range(300)]
+
+
 def test_map_is_told_from_the_units_whatever_their_names(stage: Stage) -> None:
     stage.open()
     names = ['", "units":[', '", "units":[]}]', '"}]}]', '","color":"1"}]}]']

@@ -10,10 +10,14 @@ var layout = (function () {
     var ROOMY = { timer: 16, age: 9, units: [LARGE, 12], units_height: 0.3 };
     var CROWDED = { timer: 12, age: LARGE, units: SMALL_UNITS, units_height: 0.5 };
     var COMPACT = { timer: 9, age: LARGE, units: SMALL_UNITS, units_height: 0.26 };
-    var TURNED = {
-        timer: 9, age: LARGE, units: SMALL_UNITS, units_height: 0.38, may_page_units: true
-    };
-    var LEAST = { timer: 9, age: LARGE, units: SMALL_UNITS, units_height: 0.26, may_page_units: true };
+
+    /* With pages of units. */
+    function turned(height) {
+        return {
+            timer: 9, age: LARGE, units: SMALL_UNITS, units_height: height, may_page_units: true
+        };
+    }
+    var TURNED = [turned(0.55), turned(0.4)], LEAST = turned(0.26);
 
     /* Where the map is, and its part of the area's width or of the text's height. */
     var NO_MAP = { place: 'none' };
@@ -43,7 +47,7 @@ var layout = (function () {
        the text before the map. Shape: { is_portrait, has_map }. */
     function arrangements(shape) {
         var maps = maps_of(shape);
-        return combine([ROOMY, CROWDED, COMPACT, TURNED, LEAST], maps, 'uniform').concat(
+        return combine([ROOMY, CROWDED, COMPACT].concat(TURNED, LEAST), maps, 'uniform').concat(
             combine([COMPACT, LEAST], maps, 'split'),
             combine([COMPACT, LEAST], [shape.has_map ? ALTERNATING : NO_MAP], 'pages')
         );

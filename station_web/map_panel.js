@@ -2,7 +2,8 @@
 var map_panel = (function () {
     'use strict';
 
-    var KEPT = 3000; /* milliseconds in which an update of the alert may name the map again */
+    /* Milliseconds: an update of the alert may name its map again; a map may come late. */
+    var KEPT = 3000, TRY_AGAIN = 20000;
 
     /* Each { address, element, has_failed, and a picture's own width and height }, or null. */
     var shown = null, coming = null;
@@ -33,6 +34,11 @@ var map_panel = (function () {
         box().appendChild(element);
     }
 
+    function fail(map) {
+        map.has_failed = true;
+        map.failed = pulse.now();
+    }
+
     function appear(map) {
         if (map === coming) {
             discard(shown);
@@ -61,7 +67,7 @@ var map_panel = (function () {
                 if (request.status === 204) {
                     load_page(map);
                 } else {
-                    map.has_failed = true;
+                    fail(map);
                 }
             }
         };
@@ -80,9 +86,10 @@ var map_panel = (function () {
             /* Now, because an old WebKit changes them for a drawing when it gets a size. */
             map.width = picture.naturalWidth;
             map.height = picture.naturalHeight;
-            map.has_failed = map.width === 0;
-            if (!map.has_failed) {
+            if (map.width > 0) {
                 appear(map);
+            } else {
+                fail(map);
             }
         }, function () {
             ask_for_page(map);
@@ -114,6 +121,9 @@ var map_panel = (function () {
 
     /* Call it with every drawing. */
     function tend() {
+        if (coming && coming.has_failed && !pulse.is_within(coming.failed, TRY_AGAIN)) {
+            load(coming.address);
+        }
         if (dropped !== null && !pulse.is_within(dropped, KEPT)) {
             discard(shown);
             shown = dropped = null;

@@ -7,11 +7,14 @@ var placement = (function () {
     var SAFE = 3.5, SAFE_LIMIT = 15;
     var MEMORY = 'station_safe';
 
-    /* The service appends "?rotation=" even after another query. */
+    /* The service appends "?rotation=" even after another query; the last one counts. */
     function query_number(name) {
         var search = window.station_preview ? window.station_preview.search : window.location.search,
-            found = new RegExp('[?&]' + name + '=([0-9]+(\\.[0-9]+)?)').exec(search);
-        return found ? parseFloat(found[1]) : null;
+            pattern = new RegExp('[?&]' + name + '=([0-9]{1,9}(\\.[0-9]{1,9})?)', 'g'), found, last = null;
+        while ((found = pattern.exec(search)) !== null) {
+            last = parseFloat(found[1]);
+        }
+        return last;
     }
 
     /* In degrees, clockwise. */

@@ -139,7 +139,7 @@ function check_alert() {
     var seen = names.map(by_id).filter(is_seen);
     var units = Array.prototype.slice.call(document.querySelectorAll('.unit')).filter(is_seen);
     var blocks = [by_id('first'), by_id('rest')].filter(is_seen);
-    var map = Array.prototype.slice.call(document.querySelectorAll('#map img')).filter(function (picture) {
+    var map = Array.prototype.slice.call(document.querySelectorAll('#map img, #map iframe')).filter(function (picture) {
         return style(picture).visibility === 'visible' && picture.getBoundingClientRect().width > 0;
     });
     seen.forEach(function (element) { check_legible(element, FLOOR, 4.5); });

@@ -22,15 +22,15 @@ _AUDIT = Path(__file__).with_name("page_audit.js").read_text()
 
 NOW = 1_800_000_000  # seconds since 1970, when a page is opened
 
-# Before the page's own scripts. Its drawing loop runs as often as the browser draws.
+# Before the page's own scripts. Its time stands still until a test
+# lets it pass, while its drawing loop runs as often as the browser draws.
 _PREPARATION = """
     window.station_preview = location.hash === '#polling' ? undefined : {search: location.search};
     (function () {
-        var real = performance.now.bind(performance), began = real(), set_timeout = setTimeout;
-        var real_date = Date;
+        var set_timeout = setTimeout, real_date = Date;
         window.ahead = 0; /* milliseconds */
         window.clock_set_by = 0;
-        performance.now = function () { return real() - began + ahead; };
+        performance.now = function () { return ahead; };
         Date = function (time) {
             return new real_date(arguments.length ? time : Date.now());
         };

@@ -98,3 +98,15 @@ def test_map_of_one_alert_is_not_shown_with_the_next(stage: Stage) -> None:
     stage.wait_for_map()
     stage.give(alert_document("FLOOD", start=1_700_000_000))
     assert not has_map(stage)
+
+
+def test_map_that_comes_late_is_tried_again(stage: Stage) -> None:
+    stage.miss("map.svg?late")
+    stage.open()
+    stage.give(alert_document("FIRE", address=stage.map_address + "?late"))
+    wait_for(lambda: bool(stage.script("return map_panel.is_settled()")), "the failure")
+    assert not has_map(stage)
+    stage.miss()
+    stage.let_time_pass(21)
+    stage.wait_for_map()
+    assert has_map(stage)

@@ -73,7 +73,7 @@ def test_old_engine_draws_an_alert_and_its_end(old: OldBrowser) -> None:
     for tile in tiles:
         left, top, right, bottom = tile["box"]
         # Beside the name, at half the height: the corners are round.
-        assert old.pixel(left + 3, (top + bottom) / 2) == as_hex(tile["color"]), tile
+        assert old.pixel(right - 3, (top + bottom) / 2) == as_hex(tile["color"]), tile
         assert 0 <= left < right <= SIZES[0][0] and 0 <= top < bottom <= SIZES[0][1], tile
     old.deliver(gateway.display_alert(""))
     assert old.text("text") == ""

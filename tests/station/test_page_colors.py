@@ -69,16 +69,6 @@ def test_differences_are_computed_correctly(
     assert palette.difference(one, other) == pytest.approx(expected, abs=1e-4)
 
 
-LOAD = """
-    var done = arguments[0], style = document.createElement('link'),
-        script = document.createElement('script');
-    style.rel = 'stylesheet';
-    style.href = 'tiles.css';
-    script.src = 'tiles.js';
-    style.onload = function () { document.head.appendChild(script); };
-    script.onload = function () { done(); };
-    document.head.appendChild(style);"""
-
 DRAW = """
     var box = document.createElement('div'), color, seen;
     box.style.cssText = 'position:absolute;left:0;top:0;width:60rem;font:bold 6rem sans-serif';
@@ -106,7 +96,7 @@ DRAW = """
 @pytest.fixture(scope="module")
 def page(script_page: Shown) -> Shown:
     """With its tiles, whatever else it shows."""
-    script_page.screen.driver.execute_async_script(LOAD)
+    script_page.load("tiles.css", "tiles.js")
     return script_page
 
 

@@ -1,9 +1,11 @@
 """The station page in an old browser engine, about the age of the board's."""
 
+import json
 import zlib
 from collections.abc import Iterator
 
 import pytest
+from glyph_support import NOT_SHOWN, SHOWN
 from webkit_support import OldBrowser, old_browser
 
 from simulation import gateway
@@ -154,6 +156,20 @@ def test_old_engine_shows_a_picture_and_a_page_as_a_map(old: OldBrowser) -> None
             old.deliver(gateway.set_map_address(f"http://{gateway.GATEWAY}/{name}"))
             wait_for(lambda: old.pixel(*old.of("map", MIDDLE)) == color, name)
             assert old.of("text", TEXT_IS_INSIDE)
+
+
+def test_old_engine_shows_what_it_cannot_draw_by_its_code(old: OldBrowser) -> None:
+    old.evaluate(
+        """(function () {
+            var script = document.createElement('script');
+            script.src = 'glyphs.js';
+            document.body.appendChild(script);
+        }())"""
+    )
+    wait_for(lambda: old.evaluate("typeof glyphs === 'object'"), "the script")
+    texts = {**{text: text for text in SHOWN.values()}, **NOT_SHOWN}
+    shown = old.evaluate(f"{json.dumps(list(texts))}.map(glyphs.readable)")
+    assert dict(zip(texts, shown, strict=True)) == texts
 
 
 def test_old_engine_turns_the_page(old: OldBrowser) -> None:

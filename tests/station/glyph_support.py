@@ -27,7 +27,7 @@ SHOWN = {
     "controls": "a\u0085b\u00adc\nd\te",
 }
 
-# A space after each: what is shown in its place keeps the words apart.
+# What no font has, and what is shown in its place.
 NOT_SHOWN = {
     "A\u0378B": "A[U+0378]B",
     "\U0010fffd\n": "[U+10FFFD]\n",

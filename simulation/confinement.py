@@ -71,7 +71,8 @@ def lend(source: str, target: str) -> None:
 
 def lend_file(source: str, target: str) -> None:
     Path(target).parent.mkdir(parents=True, exist_ok=True)
-    Path(target).touch()
+    if not os.path.exists(target):
+        Path(target).touch()
     lend(source, target)
 
 

@@ -75,7 +75,7 @@ class Screen:
         wait_for(self.has_drawn_document, f"on the screen: {self._station.document_text()}")
 
     def wait_for_map(self) -> None:
-        script = "return Array.prototype.every.call(document.images, i => i.complete)"
+        script = "return map_panel.is_settled()"
         wait_for(lambda: self.driver.execute_script(script), "the map")
 
     def render(self, style: str, text: str) -> bytes:

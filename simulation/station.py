@@ -25,6 +25,7 @@ DOCUMENT = "/dev/shm/alerts.json"
 ALERT_LOG = "/tmp/alerts.log"
 LIVENESS_FILE = "/dev/shm/web_watchdog"
 STATION_WEB = "/var/www/station_web"
+SERVICE_VERSION = "/usr/share/hdtv/version"
 WEB_PORT = 80
 GATEWAY_FILE = "/dev/shm/current_gateway"
 LOUDSPEAKER = "/tmp/loudspeaker.wav"  # where the player's sound goes
@@ -273,6 +274,7 @@ class Station:
             "programs": self._programs(programs or {}),
             "writable": {x: size for x, size in _WRITABLE.items() if has_page or x != "/var/www"},
             "lent": self._lent(has_page),
+            "lent_files": self._versions(has_page),
         }
         self.gateway_pid, self.unit_pid = self._start_world(name, settings)
         self.root = Path(f"/proc/{self.unit_pid}/root")
@@ -288,6 +290,13 @@ class Station:
             **({libraries: libraries} if self._is_emulated else {}),
             **({_X_SOCKETS: _X_SOCKETS} if self._has_display else {}),
         }
+
+    def _versions(self, has_page: bool) -> dict[str, str]:
+        """Where an installation has them."""
+        files = {SERVICE_VERSION: build_directory() / "hdtv" / "version"}
+        if has_page:
+            files[f"{STATION_WEB}/version.js"] = build_directory() / "station_web" / "version.js"
+        return {place: str(file) for place, file in files.items() if file.exists()}
 
     def _programs(self, more: Mapping[str, Path]) -> dict[str, str]:
         """What the unit finds in BIN."""

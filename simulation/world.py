@@ -196,6 +196,8 @@ def build_station_directory(settings: dict[str, Any], outside: list[str]) -> Non
     for place, source in settings["lent"].items():
         os.makedirs(ROOT + place)
         confinement.lend(source, ROOT + place)
+    for place, source in settings["lent_files"].items():
+        confinement.lend_file(source, ROOT + place)
     for name, behaviour in settings["behaviour"].items():
         Path(f"{station}/behaviour/{name}").write_text(behaviour)
     Path(f"{station}/journal").touch(mode=0o666)

@@ -3,19 +3,23 @@ var station_page = (function () {
     'use strict';
 
     var POLL = 500, POLL_LIMIT = 5000; /* all times in milliseconds */
-    var UNREADABLE = 10000;
+    var UNREADABLE = 10000, UPDATED = 10000, LAST_ALERT = 900000;
     var MEMORY = 'station_page';
 
     var state = {
         response: '', /* the last one that could be read and was not "stop_turnout" */
         stopped: 0,   /* start of the alert whose turnout timer has been stopped */
-        address: ''   /* shown by an idle station */
+        address: '',  /* shown by an idle station */
+        last: null    /* the last alert: its { line, start, end }, times since 1970 */
     };
     var shown = null; /* the document of that response */
     var is_new = true;
     var answered = null, readable = null; /* when each last happened */
     var readable_date = null;
     var started;
+    var sighted = { start: 0, when: 0, age: 0 }; /* the alert's age when this page first saw it */
+    var updated = { when: null, date: null };    /* the last change of its text */
+    var ended = null; /* when the last alert did */
 
     /* What a restarted browser needs if the document says only "stop_turnout". */
     function remember() {
@@ -41,8 +45,16 @@ var station_page = (function () {
             state.response = typeof memory.response === 'string' ? memory.response : '';
             state.stopped = typeof memory.stopped === 'number' ? memory.stopped : 0;
             state.address = is_address(memory.address) ? memory.address : '';
+            recall_last(memory.last);
         }
-        shown = alert_document.read(state.response);
+    }
+
+    function recall_last(last) {
+        if (typeof last === 'object' && last !== null && typeof last.line === 'string' &&
+                typeof last.start === 'number' && typeof last.end === 'number') {
+            state.last = last;
+            ended = pulse.now() - Math.max(0, Date.now() - last.end);
+        }
     }
 
     function is_address(text) {
@@ -50,13 +62,40 @@ var station_page = (function () {
             typeof text === 'string' && /^[0-9]+(\.[0-9]+){3}$/.test(text);
     }
 
+    function is_shown_alert() {
+        return shown !== null && alert_document.is_alert(shown);
+    }
+
+    /* By the page's own time from then on, because the gateway may set the clock. */
+    function note_alert(document) {
+        if (!is_shown_alert() || shown.start !== document.start) {
+            sighted.start = document.start;
+            sighted.when = pulse.now();
+            sighted.age = Math.max(0, Date.now() / 1000 - document.start);
+            updated.when = null;
+        } else if (shown.text !== document.text) {
+            updated.when = pulse.now();
+            updated.date = new Date();
+        }
+    }
+
     /* "stop_turnout" contains nothing else about the alert, so the page keeps what it shows. */
     function stop_turnout() {
-        if (shown === null) {
-            recall();
+        var before = shown === null && alert_document.read(state.response);
+        if (before && alert_document.is_alert(before)) {
+            note_alert(before);
+            shown = before;
         }
-        if (shown !== null && alert_document.is_alert(shown)) {
+        if (is_shown_alert()) {
             state.stopped = shown.start;
+        }
+    }
+
+    function note_end() {
+        state.stopped = 0;
+        if (is_shown_alert()) {
+            state.last = { line: shown.text.split('\n')[0], start: shown.start, end: Date.now() };
+            ended = pulse.now();
         }
     }
 
@@ -64,12 +103,14 @@ var station_page = (function () {
         if (document.type === 'stop_turnout') {
             stop_turnout();
         } else {
-            shown = document;
-            state.response = response;
-            if (!alert_document.is_alert(document)) {
-                state.stopped = 0;
+            if (alert_document.is_alert(document)) {
+                note_alert(document);
+            } else {
+                note_end();
                 state.address = is_address(document.text) ? document.text : state.address;
             }
+            shown = document;
+            state.response = response;
         }
         is_new = true;
         remember();
@@ -120,7 +161,7 @@ var station_page = (function () {
     }
 
     function draw_document() {
-        if (shown !== null && alert_document.is_alert(shown)) {
+        if (is_shown_alert()) {
             view.draw_alert(shown);
         } else {
             view.draw_idle(shown !== null && shown.text || state.address);
@@ -128,10 +169,30 @@ var station_page = (function () {
     }
 
     function timer_reading(date) {
-        if (shown === null || !alert_document.is_alert(shown) || shown.start === state.stopped) {
+        if (!is_shown_alert() || shown.start === state.stopped) {
             return null;
         }
         return turnout.read(shown, Math.floor(date.getTime() / 1000));
+    }
+
+    function age_text() {
+        return turnout.age_to_text(Math.floor(sighted.age + (pulse.now() - sighted.when) / 1000));
+    }
+
+    function since_text() {
+        if (!is_shown_alert()) {
+            return '';
+        }
+        return pulse.is_within(updated.when, UPDATED) ?
+            'Updated ' + view.full_clock_text(updated.date) :
+            'Alerted ' + view.full_clock_text(new Date(shown.start * 1000));
+    }
+
+    function last_text() {
+        if (state.last === null || !pulse.is_within(ended, LAST_ALERT)) {
+            return '';
+        }
+        return 'Last ' + view.clock_text(new Date(state.last.start * 1000)) + ' ' + state.last.line;
     }
 
     function mark_text() {
@@ -147,26 +208,27 @@ var station_page = (function () {
             is_new = false;
             draw_document();
         }
-        view.draw_timer(timer_reading(date));
-        view.draw_clock(date);
+        view.draw(date, {
+            reading: timer_reading(date),
+            age: age_text(),
+            since: since_text(),
+            last: last_text(),
+            mark: mark_text()
+        });
         view.drift(date.getTime() / 1000);
-        view.draw_mark(mark_text());
         station_page.drawn = last_response;
-        if (pulse.is_within(answered, UNREADABLE)) { /* it still hears of alerts */
+        /* Only while it still hears of alerts. */
+        if (!window.station_preview && pulse.is_within(answered, UNREADABLE)) {
             pulse.report_alive();
         }
     }
 
-    function place() {
-        placement.place(view.page());
-        is_new = true;
-    }
-
     function start() {
         started = pulse.now();
-        window.onresize = place;
-        place();
+        window.onresize = view.place;
+        view.place();
         if (!window.station_preview) {
+            recall();
             poll();
         }
         pulse.draw_forever(draw);

@@ -69,5 +69,10 @@ var placement = (function () {
         };
     }
 
-    return { place: place, query_number: query_number, safe_percent: safe_percent };
+    return {
+        place: place,
+        query_number: query_number,
+        rotation: rotation,
+        safe_percent: safe_percent
+    };
 }());

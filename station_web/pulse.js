@@ -20,19 +20,19 @@ var pulse = (function () {
     function draw_forever(draw) {
         var request_frame = window.requestAnimationFrame || window.webkitRequestAnimationFrame ||
             function (action) { action(); };
-        draw();
-        window.setTimeout(function () {
+        window.setTimeout(function () { /* first, so that a fault does not end the loop */
             request_frame(function () {
                 draw_forever(draw);
             });
         }, DRAW);
+        draw();
     }
 
     /* The unit resets itself when the liveness file grows old, so call this from the drawing loop
-       only. No other page can send this header. */
+       only. No other page can send this header, and a preview is not what the television shows. */
     function report_alive() {
         var request;
-        if (is_within(reported, ALIVE)) {
+        if (window.station_preview || is_within(reported, ALIVE)) {
             return;
         }
         reported = now();

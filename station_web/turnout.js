@@ -32,5 +32,15 @@ var turnout = (function () {
         return (reading.has_sign ? '+' : '') + minutes + ':' + two_digits(reading.seconds % 60);
     }
 
-    return { read: read, to_text: to_text, two_digits: two_digits };
+    /* "12:40 ago", and nothing once it is about another day. */
+    function age_to_text(seconds) {
+        var hours = Math.floor(seconds / 3600), minutes = Math.floor(seconds / 60) % 60;
+        if (hours >= 24) {
+            return '';
+        }
+        return (hours > 0 ? hours + ':' + two_digits(minutes) : minutes) + ':' +
+            two_digits(seconds % 60) + ' ago';
+    }
+
+    return { age_to_text: age_to_text, read: read, to_text: to_text, two_digits: two_digits };
 }());

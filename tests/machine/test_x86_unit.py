@@ -1,6 +1,7 @@
 """The Debian package on a real kernel and systemd: installed, used with real tools, purged, and what
 the machine's watchdog does when the service hangs. The tests share one machine and run in order."""
 
+import json
 import re
 import socket
 import struct
@@ -87,6 +88,28 @@ def test_pages_sign_of_life_reaches_the_service(unit: X86Unit) -> None:
         " http://127.0.0.1/station_web/alive.cgi"
     )
     assert unit.run("stat -c %s /dev/shm/web_watchdog").strip() == "0"
+
+
+def asked_of_the_web_server(unit: X86Unit, program: str, purpose: str) -> str:
+    header = f"--header 'X-Station-Page: {purpose}'"
+    return unit.run(f"wget -q -S -O - {header} 'http://127.0.0.1/station_web/{program}' 2>&1")
+
+
+def test_confined_web_server_still_has_its_figures(unit: X86Unit) -> None:
+    answer = asked_of_the_web_server(unit, "status.cgi", "status")
+    figures = json.loads(answer[answer.index("{") :])
+    assert figures["addresses"].split(", ")[0] == ADDRESS
+    assert figures["hardware_address"] == HARDWARE_ADDRESS
+    assert figures["service_version"] == str(gateway.VERSION)
+    assert int(figures["uptime"]) > 0 and int(figures["document_changed"]) > 0
+
+
+def test_confined_web_server_reaches_maps(unit: X86Unit, network: Station, tmp_path: Path) -> None:
+    (tmp_path / "map.html").write_text("<p>a map")
+    with gateway.web_server(network, tmp_path):
+        for name, status in (("map.html", "204"), ("none.html", "404")):
+            address = f"map.cgi?http://{gateway.GATEWAY}/{name}"
+            assert f"HTTP/1.1 {status} " in asked_of_the_web_server(unit, address, "map")
 
 
 def test_browser_can_make_its_sandbox(unit: X86Unit) -> None:

@@ -6,6 +6,7 @@ from collections.abc import Iterator
 import pytest
 from board_support import SCRIPTS, Board
 from gatewayctl_support import Result, Tool, gatewayctl_command, run
+from page_stage import Stage, open_stage
 from page_support import Shown, show
 from support import StationMaker, check_children, start
 
@@ -58,6 +59,13 @@ def script_page() -> Iterator[Shown]:
     with Station() as station:
         station.write_config("{}")
         yield from show(station)
+
+
+@pytest.fixture(scope="module")
+def stage() -> Iterator[Stage]:
+    """One browser, shared by all tests of a module; each opens the page anew."""
+    with open_stage() as opened:
+        yield opened
 
 
 @pytest.fixture

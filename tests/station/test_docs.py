@@ -116,6 +116,9 @@ def test_installation_works_as_written(make_station: StationMaker, tmp_path: Pat
     assert {"usr/local/sbin/hdtv", "usr/local/bin/gatewayctl"} <= installed
     page = {p.name for p in (root / STATION_WEB.lstrip("/")).iterdir()}
     assert page == {p.name for p in (TOP / "station_web").iterdir()} - {"CMakeLists.txt"}
+    version = str(gateway.VERSION)
+    assert f"'{version}'" in (root / STATION_WEB.lstrip("/") / "version.js").read_text()
+    assert (root / "usr/local/share/hdtv/version").read_text() == version + "\n"
 
     station = make_station(programs={"installed": root / "usr/local/sbin/hdtv"})
     (config,) = re.findall(r"^    (\{.*\})$", OPERATIONS, re.MULTILINE)

@@ -65,16 +65,45 @@ def test_set_date(station: Station, tool: Tool) -> None:
     assert abs(int(second.removeprefix("@")) - station.calls("date")[1].time) < 60
 
 
-def test_page(station: Station, tool: Tool) -> None:
-    tool("page", "http://10.87.33.20/news")
+PAGE = "http://127.0.0.1/station_web/"
+
+
+@pytest.mark.parametrize(
+    "arguments, address",
+    [
+        (["http://10.87.33.20/news"], "http://10.87.33.20/news"),
+        (["--framed", "http://x/"], PAGE + "guest.html?u=http%3A%2F%2Fx%2F"),
+        (
+            ["--framed", "https://x/a?b=1&c=%22 é+?rotation=90#d~-._"],
+            PAGE
+            + "guest.html?u=https%3A%2F%2Fx%2Fa%3Fb%3D1%26c%3D%2522%20%C3%A9%2B"
+            + "%3Frotation%3D90%23d~-._",
+        ),
+        (["--card"], PAGE + "card.html"),
+        (["--status"], PAGE + "status.html"),
+    ],
+)
+def test_page(station: Station, tool: Tool, arguments: list[str], address: str) -> None:
+    result = tool("page", *arguments)
     call = station.wait_for_calls("qt-webkit-kiosk", 2)[-1]
-    assert call.argv[-1] == "http://10.87.33.20/news"
+    assert call.argv[-1] == address
+    is_warning = "resets itself after about 20 minutes" in result.stderr
+    assert is_warning == (not address.startswith(PAGE))
+
+
+def test_longest_framed_address(station: Station, tool: Tool) -> None:
+    assert tool("page", "--framed", "http://x/" + 2983 * "a").returncode == 0
+    assert len(station.wait_for_calls("qt-webkit-kiosk", 2)[-1].argv[-1]) > 3000
 
 
 def test_blank_page(station: Station, tool: Tool) -> None:
     browser = station.calls("qt-webkit-kiosk")[0]
-    tool("page", "--blank")
+    result = tool("page", "--blank")
     wait_for(lambda: not station.path(f"/proc/{browser.pid}").exists(), "the browser's end")
+    assert result.stderr == (
+        "gatewayctl: warning: the unit takes its page for dead and resets itself after about 20"
+        " minutes unless an alert comes first\n"
+    )
 
 
 def test_rotation(station: Station, tool: Tool) -> None:

@@ -8,6 +8,9 @@ from support import busy_service
 
 from simulation.station import UNIT_ADDRESS, Process, Station
 
+PAGES = "page takes one of an address, --blank, --card and --status"
+PAGE = "http://127.0.0.1/station_web/"
+
 
 def test_unit_whose_service_is_down(station: Station) -> None:
     result = run(*gatewayctl_command(station, "--to", UNIT_ADDRESS, "end-alert"))
@@ -54,8 +57,17 @@ def test_name_that_nobody_knows() -> None:
         (["--to", "x", "display-alert", "--text", "y", "--turnout", "65536"], "0 to 65535"),
         (["--to", "x", "detail-alert", "--text", "y", "--unit", "E1:red"], "is not a number"),
         (["--to", "x", "rotation", "45"], "0, 90, 180 or 270"),
-        (["--to", "x", "page"], "page takes either an address or --blank"),
-        (["--to", "x", "page", "y", "--blank"], "page takes either an address or --blank"),
+        (["--to", "x", "page"], PAGES),
+        (["--to", "x", "page", "y", "--blank"], PAGES),
+        (["--to", "x", "page", "y", "--card"], PAGES),
+        (["--to", "x", "page", "--card", "--status"], PAGES),
+        (["--to", "x", "page", "--framed", "--status"], "--framed takes an address"),
+        (["--to", "x", "page", "--framed", "10.87.33.20/a"], "--framed takes an http://"),
+        (["--to", "x", "page", "--framed", PAGE], "the station page cannot be framed"),
+        (
+            ["--to", "x", "page", "--framed", "http://x/" + 498 * "é"],
+            "3005 bytes when it is percent-encoded; --framed takes at most 3000",
+        ),
         (["--to", "x", "play-audio", "http://x/clip.mp3"], 'to end in ".wav" or ".raw"'),
         (["--to", "x", "set-gateway", "gateway"], '"gateway" is not an IPv4 address'),
         (["--to", "x", "raw", "3"], "a hexadecimal byte needs two digits"),

@@ -5,6 +5,7 @@ from pathlib import Path
 
 import pytest
 
+from simulation.gateway import VERSION
 from simulation.station import top_directory
 
 pytestmark = pytest.mark.once
@@ -152,6 +153,8 @@ def test_page_and_init_scripts_come_onto_the_board(builder: ImageBuilder) -> Non
     assert all(file.stat().st_mode & 0o111 for file in init.iterdir())
     page = {file.name for file in (builder.target / "var/www/station_web").iterdir()}
     assert page == {file.name for file in (TOP / "station_web").iterdir()} - {"CMakeLists.txt"}
+    version = (builder.target / "var/www/station_web/version.js").read_text()
+    assert version == f"var page_version = '{VERSION}';\n"
 
 
 def test_image_can_do_without_the_largest_font(builder: ImageBuilder) -> None:

@@ -16,7 +16,7 @@ def test_detail_alert_shows_its_text_and_its_units_in_slot_order(shown: Shown) -
     assert shown.text("text") == "FIRE\nMAIN ST"
     assert shown.units() == ["E1", "BATTALION 3", "M7"]
     assert shown.text("idle") == ""
-    assert shown.text("since").startswith("alerted ")
+    assert shown.text("since").startswith("Alerted ")
 
 
 def test_display_alert_shows_its_text_and_timer(shown: Shown) -> None:

@@ -1,6 +1,7 @@
 """The station page without updates, and with a clock that jumps."""
 
 import pytest
+from page_stage import Stage, alert_document
 from page_support import Shown
 
 from simulation import gateway
@@ -9,6 +10,17 @@ from simulation.station import DOCUMENT
 from simulation.waiting import wait_for
 
 pytestmark = [pytest.mark.once, pytest.mark.browser]
+
+
+@pytest.mark.parametrize("file", ["page.js", "measure.js", "station.css"])
+def test_page_whose_files_could_not_all_be_had_tries_again(stage: Stage, file: str) -> None:
+    """The network may change while the page loads, most likely when a unit starts."""
+    stage.miss(file)
+    stage.open(search="#polling")
+    stage.miss()
+    drawn = "return typeof view === 'object' && document.getElementById('idle_clock').textContent"
+    placed = "return getComputedStyle(document.getElementById('page')).position"
+    wait_for(lambda: bool(stage.script(drawn)) and stage.script(placed) == "absolute", "the page")
 
 
 @pytest.mark.parametrize("part", ["", '[{"alert_type":"hdtv_alert", "show_tu'])
@@ -44,3 +56,21 @@ def test_gateway_that_sets_the_clock_back_stops_nothing(shown: Shown) -> None:
     shown.script("Date.now = function () { return 1000; }")
     shown.deliver(gateway.detail_alert("FIRE"))
     assert shown.text("text") == "FIRE"
+
+
+@pytest.mark.parametrize("screen", [(640, 480), (1280, 720), (1080, 1920)], ids=str)
+def test_missing_news_is_part_of_the_foot_line(stage: Stage, screen: tuple[int, int]) -> None:
+    stage.open(*screen)
+    stage.give(alert_document("smoke " * 500))
+    stage.let_time_pass(11)
+    assert stage.text("mark").startswith("no news since ")
+    assert stage.text("since") == ""
+    assert stage.faults("smoke " * 500) == []
+
+
+def test_missing_news_can_be_read_while_nothing_happens(stage: Stage) -> None:
+    stage.open()
+    stage.let_time_pass(11)
+    assert stage.text("idle_mark") == "no news"
+    assert stage.size("idle_mark") >= 4
+    assert stage.faults() == []

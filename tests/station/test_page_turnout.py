@@ -1,6 +1,7 @@
 """The turnout timer on the station page."""
 
 import pytest
+from page_stage import NOW, Stage, alert_document
 from page_support import Shown
 
 from simulation import gateway
@@ -106,3 +107,62 @@ def test_timer_past_zero_looks_different(shown: Shown) -> None:
     color = "return getComputedStyle(document.getElementById('timer')).backgroundColor"
     wait_for(lambda: shown.script(color) == "rgb(211, 47, 47)", "red")
     assert shown.text("timer").startswith("+0:0") or shown.text("timer") == "0:00"
+
+
+def test_time_since_the_alert_takes_the_place_of_an_expired_timer(stage: Stage) -> None:
+    stage.open()
+    stage.give(alert_document("FIRE", [Unit("E1", 1)], turnout=60))
+    right = "return document.getElementById(arguments[0]).getBoundingClientRect().right"
+    timer = stage.script(right, "timer")
+    assert (stage.text("timer")[:3], stage.text("age")) == ("1:0", "")
+    stage.let_time_pass(60)
+    assert (stage.text("timer"), stage.text("age")) == ("", "1:00 ago")
+    assert stage.script(right, "age") == pytest.approx(timer, abs=2)
+    assert stage.faults("FIRE") == []
+    stage.let_time_pass(700)
+    assert stage.text("age") == "12:40 ago"
+
+
+@pytest.mark.parametrize(
+    "seconds, text",
+    [
+        *((0, "0:00 ago"), (59, "0:59 ago"), (760, "12:40 ago"), (3599, "59:59 ago")),
+        *((3600, "1:00:00 ago"), (86399, "23:59:59 ago"), (86400, ""), (2000000000, "")),
+    ],
+)
+def test_time_since_the_alert_reads(stage: Stage, seconds: int, text: str) -> None:
+    stage.open()
+    assert stage.script("return turnout.age_to_text(arguments[0])", seconds) == text
+
+
+def test_alert_without_a_timer_shows_the_time_since_it(stage: Stage) -> None:
+    stage.open()
+    stage.give(alert_document("FIRE", turnout=0, start=NOW - 125))
+    assert stage.text("timer") == ""
+    assert stage.text("age").startswith("2:0")
+
+
+def test_clock_that_the_gateway_sets_does_not_change_the_time_since_the_alert(stage: Stage) -> None:
+    stage.open()
+    stage.give(alert_document("FIRE", turnout=0))
+    for step in (56 * 365 * 86400, -3600):
+        stage.script("clock_set_by = 1000 * arguments[0]", step)
+        stage.wait_for_drawing()
+        assert stage.text("age").startswith("0:0")
+
+
+def test_update_is_named_for_ten_seconds(stage: Stage) -> None:
+    stage.open()
+    stage.give(alert_document("FIRE"))
+    assert stage.text("since").startswith("Alerted ")
+    stage.let_time_pass(9)
+    stage.give(alert_document("FIRE, 2ND ALARM"))
+    updated = stage.script("return view.full_clock_text(new Date(1000 * arguments[0]))", NOW + 9)
+    assert stage.text("since")[:-1] == f"Updated {updated}"[:-1]
+    stage.let_time_pass(8)
+    stage.give(alert_document("FIRE, 2ND ALARM", [Unit("E1", 1)]))
+    assert stage.text("since").startswith("Updated ")
+    stage.let_time_pass(2)
+    assert stage.text("since").startswith("Alerted ")
+    stage.give(alert_document("ANOTHER", start=NOW + 20))
+    assert stage.text("since").startswith("Alerted ")

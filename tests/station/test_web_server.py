@@ -1,6 +1,9 @@
 """The unit's web server: the page, its document and its signs of life."""
 
+import base64
 import contextlib
+import hashlib
+import re
 import socket
 import urllib.request
 from typing import Any
@@ -51,6 +54,21 @@ def answer_to(station: Station, *parts: bytes) -> bytes:
             while piece := connection.recv(4096):
                 answer += piece
     return answer
+
+
+def test_only_script_within_the_page_is_the_one_that_the_web_server_allows(
+    station: Station,
+) -> None:
+    station.start_web_server()
+    with Forward(station, WEB_PORT) as forward:
+        address = f"http://127.0.0.1:{forward.port}/station_web/"
+        with urllib.request.urlopen(address) as answer:
+            page, policy = answer.read().decode(), answer.headers["Content-Security-Policy"]
+    scripts = re.findall("<script>(.*?)</script>", page, re.DOTALL)
+    digests = [hashlib.sha256(script.encode()).digest() for script in scripts]
+    allowed = [f"'sha256-{base64.b64encode(digest).decode()}'" for digest in digests]
+    assert len(allowed) == 1
+    assert f"script-src 'self' {allowed[0]};" in policy
 
 
 SIGN = b"POST /station_web/alive.cgi HTTP/1.1\r\nHost: 127.0.0.1\r\nX-Station-Page: alive\r\n"

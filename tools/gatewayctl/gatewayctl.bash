@@ -15,7 +15,7 @@ _gatewayctl() {
     "") words="$commands $common" ;;
     display-alert) words="--text --flag --turnout" ;;
     detail-alert) words="--text --unit --flag --turnout --zero --reverse" ;;
-    page) words="--blank" ;;
+    page) words="--blank --card --framed --status" ;;
     rotation) words="0 90 180 270" ;;
     reboot) words="--yes" ;;
     play-audio) words="--device --volume --channels --rate --sample-format" ;;

@@ -7,6 +7,7 @@
 #include "tools/gatewayctl/date.h"
 #include "tools/gatewayctl/describe.h"
 #include "tools/gatewayctl/failure.h"
+#include "tools/gatewayctl/page.h"
 #include "tools/gatewayctl/roll_call.h"
 #include "tools/gatewayctl/serve.h"
 #include "tools/gatewayctl/socket.h"
@@ -38,6 +39,7 @@ constexpr const char *examples =
     "  gatewayctl --to 10.87.33.50 detail-alert --text 'STRUCTURE FIRE' --unit E1:2 --turnout 120\n"
     "  gatewayctl --to 10.87.33.50 map http://10.87.33.20/map.png\n"
     "  gatewayctl --to 10.87.33.50 end-alert\n"
+    "  gatewayctl --to 10.87.33.50 page --framed http://10.87.33.20/news\n"
     "  gatewayctl --dry-run display-alert --text DRILL\n"
     "  gatewayctl decode 31 01\n"
     "\n"
@@ -218,17 +220,29 @@ void add_set_date(CLI::App &app) {
                        "In any form that date -s accepts; by default this machine's time");
 }
 
+int send_page(const page_settings &settings) {
+    const std::string address = page_address(settings);
+    const int status = send_message(make_set_page_address(address, common.via()));
+    if (!is_of_station_page(address)) {
+        std::cerr
+            << "gatewayctl: warning: the unit takes its page for dead and resets itself after "
+               "about 20 minutes unless an alert comes first"
+            << (address.empty() ? "\n" : "; --framed prevents this\n");
+    }
+    return status;
+}
+
 void add_page(CLI::App &app) {
-    static std::string address;
-    static bool is_blank = false;
-    CLI::App &command = add_command(app, "page", "Show another page until the next alert", [] {
-        if (address.empty() == !is_blank) {
-            throw usage_failure("page takes either an address or --blank");
-        }
-        return send_message(make_set_page_address(address, common.via()));
-    });
-    command.add_option("ADDRESS", address, "Address of the page");
-    command.add_flag("--blank", is_blank, "Show nothing: the browser is stopped");
+    static page_settings settings;
+    CLI::App &command = add_command(app, "page", "Show another page until the next alert",
+                                    [] { return send_page(settings); });
+    command.add_option("ADDRESS", settings.address, "Address of the page");
+    command.add_flag("--framed", settings.is_framed,
+                     "In a frame of the station page, which keeps the unit from resetting itself");
+    command.add_flag("--blank", settings.is_blank, "Show nothing: the browser is stopped");
+    command.add_flag("--card", settings.is_card, "Show the test card for the television");
+    command.add_flag("--status", settings.is_status,
+                     "Show the unit's addresses, gateway, clock, versions and last document");
 }
 
 void add_rotation(CLI::App &app) {

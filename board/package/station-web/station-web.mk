@@ -16,9 +16,12 @@ endef
 
 define STATION_WEB_INSTALL_TARGET_CMDS
 	mkdir -p $(TARGET_DIR)/var/www/station_web
-	$(INSTALL) -m 644 $(@D)/*.html $(@D)/*.css $(@D)/*.js $(@D)/lighttpd.conf \
+	$(INSTALL) -m 644 $(@D)/*.html $(@D)/*.css $(@D)/*.js $(@D)/*.svg \
+		$(@D)/lighttpd.conf \
 		$(TARGET_DIR)/var/www/station_web
 	$(INSTALL) -m 755 $(@D)/*.cgi $(TARGET_DIR)/var/www/station_web
+	echo "var page_version = '$(STATION_WEB_VERSION)';" > \
+		$(TARGET_DIR)/var/www/station_web/version.js
 endef
 
 # Replaces the one that comes with the web server.

@@ -91,7 +91,8 @@ class OldBrowser:
 
     def text(self, name: str) -> str:
         """The text of a page element; empty while it is hidden."""
-        return str(self.of(name, "function (e) { return e.offsetWidth ? e.textContent : ''; }"))
+        is_seen = "getComputedStyle(e).visibility === 'visible' && e.offsetWidth > 0"
+        return str(self.of(name, f"function (e) {{ return {is_seen} ? e.textContent : ''; }}"))
 
 
 @contextlib.contextmanager

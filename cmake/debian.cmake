@@ -39,6 +39,9 @@ set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SECTION misc)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_DEPENDS "adduser, alsa-utils, init-system-helpers (>= 1.54), lighttpd, net-tools, psmisc, udhcpc, usbutils, wget")
+# What the page's texts are drawn with: see docs/station-page.md.
+set(CPACK_DEBIAN_PACKAGE_RECOMMENDS
+  "fonts-dejavu-core, fonts-liberation, fonts-symbola, fonts-wqy-microhei")
 set(CPACK_DEBIAN_PACKAGE_SUGGESTS "chromium, v4l-utils, wireshark")
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA

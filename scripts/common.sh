@@ -5,11 +5,14 @@ top=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 # Debian's Python packages are installed for Debian's own Python.
 python=/usr/bin/python3
 
+# What the page's texts are drawn with: see docs/station-page.md.
+font_packages=(fonts-dejavu-core fonts-liberation fonts-symbola fonts-wqy-microhei)
+
 # Needed to build the service and to run the simulated station.
 station_packages=(
-    alsa-utils chromium chromium-driver cmake dnsmasq-base fonts-liberation g++ iproute2 libcli11-dev
-    libevent-dev libgtest-dev lighttpd net-tools ninja-build pkg-config procps psmisc python3
-    python3-selenium udhcpc util-linux wget
+    alsa-utils chromium chromium-driver cmake dnsmasq-base "${font_packages[@]}" g++ iproute2
+    libcli11-dev libevent-dev libgtest-dev lighttpd net-tools ninja-build pkg-config procps psmisc
+    python3 python3-selenium udhcpc util-linux wget
 )
 
 # Needed to build for the board, and to run the result here.

@@ -1,37 +1,43 @@
-/* The units' tiles. */
+/* The units' tiles. docs/station-page.md says how their colors were chosen. */
 var tiles = (function () {
     'use strict';
 
-    /* The colors of the units, 1 to 16, and whether their names are drawn in black. */
+    /* Colors 1 to 16: name, color of the tile, color of the unit's name, pattern. The pattern tells
+       apart what a person with a color vision deficiency could take for the same color. */
     var PALETTE = [
-        ['#d32f2f', false], /* 1 red */
-        ['#1e63d0', false], /* 2 blue */
-        ['#2e7d32', false], /* 3 green */
-        ['#ffd600', true],  /* 4 yellow */
-        ['#ff8f00', true],  /* 5 orange */
-        ['#8e3cc2', false], /* 6 purple */
-        ['#00bcd4', true],  /* 7 cyan */
-        ['#ffffff', true],  /* 8 white */
-        ['#ff80ab', true],  /* 9 pink */
-        ['#aeea00', true],  /* 10 lime */
-        ['#8d5524', false], /* 11 brown */
-        ['#00796b', false], /* 12 teal */
-        ['#283593', false], /* 13 navy */
-        ['#7f1d1d', false], /* 14 maroon */
-        ['#b0bec5', true],  /* 15 silver */
-        ['#5f6368', false]  /* 16 gray */
+        ['red', '#d12a0b', 'white', ''],
+        ['blue', '#1565f0', 'white', ''],
+        ['green', '#2f7e4a', 'white', 'barred'],
+        ['yellow', '#f8f12a', 'black', ''],
+        ['orange', '#ee730a', 'black', ''],
+        ['purple', '#6a00b4', 'white', ''],
+        ['cyan', '#12d6fc', 'black', ''],
+        ['white', '#ffffff', 'black', ''],
+        ['pink', '#fe89af', 'black', 'striped'],
+        ['lime', '#97d13e', 'black', 'striped'],
+        ['brown', '#6a402a', 'white', ''],
+        ['teal', '#009688', 'black', ''],
+        ['navy', '#09274c', 'white', ''],
+        ['maroon', '#540a02', 'white', 'striped'],
+        ['silver', '#c3cbd5', 'black', 'barred'],
+        ['gray', '#5a5e63', 'white', '']
     ];
-    var OTHER_COLOR = PALETTE[15];
+    var OTHER = 15;
 
+    var palette = PALETTE.map(function (row) {
+        return { name: row[0], ground: row[1], ink: row[2], pattern: row[3] };
+    });
+
+    /* A unit's tile; its color is any number. */
     function make(unit) {
-        var color = PALETTE[unit.color - 1] || OTHER_COLOR,
-            made = document.createElement('div');
-        made.className = 'unit';
-        made.style.backgroundColor = color[0];
-        made.style.color = color[1] ? '#000' : '#fff';
-        made.textContent = unit.name;
-        return made;
+        var look = palette[unit.color - 1] || palette[OTHER],
+            tile = document.createElement('div');
+        tile.className = look.pattern ? 'unit ' + look.pattern + ' ' + look.ink : 'unit';
+        tile.style.backgroundColor = look.ground;
+        tile.style.color = look.ink;
+        tile.textContent = unit.name;
+        return tile;
     }
 
-    return { make: make, palette: PALETTE };
+    return { make: make, palette: palette };
 }());

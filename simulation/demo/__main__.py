@@ -7,11 +7,11 @@ import shutil
 import signal
 import sys
 import threading
-from collections.abc import Callable
 from pathlib import Path
 
 from simulation import gateway, linux
 from simulation.forward import Forward
+from simulation.demo.cases import CASES, END
 from simulation.demo.incident import INCIDENT, Scene, Step
 from simulation.demo.pictures import Pictures
 from simulation.screen import Screen
@@ -74,7 +74,8 @@ def parse_arguments() -> argparse.Namespace:
         "--pictures",
         type=Path,
         metavar="DIR",
-        help="write a PNG of the television's screen at each step of the incident",
+        help="write a PNG of the television's screen at each step of the incident and for each of"
+        " some special cases, and index.html, which shows them all",
     )
     parser.add_argument(
         "--name",
@@ -151,11 +152,13 @@ def run_station(arguments: argparse.Namespace, stack: contextlib.ExitStack) -> i
     timeline.say("station", "unit 10.87.33.50, gateway 10.87.33.20, no proxy")
     forward_page(station, timeline, stack)
     timeline.say("TV", "in standby, input 2.0.0.0")
-    take_picture = prepare_pictures(arguments.pictures, station, television, stack)
+    pictures = prepare_pictures(arguments.pictures, station, television, stack)
     scene = Scene(station, television, records)
-    if not play_incident(scene, service, timeline, arguments.pause, take_picture):
+    if not play_incident(scene, service, timeline, arguments.pause, pictures):
         return 1
     timeline.say("station", f"the incident was observed, all {len(INCIDENT)} steps of it")
+    if pictures and not play_cases(station, timeline, pictures):
+        return 1
     if arguments.once:
         return 0
     timeline.say("station", "the station keeps running; Ctrl-C ends it")
@@ -184,12 +187,11 @@ def forward_page(station: Station, timeline: Timeline, stack: contextlib.ExitSta
 
 def prepare_pictures(
     directory: Path | None, station: Station, television: Television, stack: contextlib.ExitStack
-) -> Callable[[str], object]:
-    """Returns the function to call with the words of each step."""
+) -> Pictures | None:
     if directory is None:
-        return lambda words: None
+        return None
     screen = stack.enter_context(Screen(station))
-    return Pictures(directory, screen, television).take
+    return Pictures(directory, screen, television)
 
 
 def play_incident(
@@ -197,14 +199,34 @@ def play_incident(
     service: Process,
     timeline: Timeline,
     pause: float,
-    take_picture: Callable[[str], object],
+    pictures: Pictures | None,
 ) -> bool:
     for step in INCIDENT:
         if not play_step(scene, service, timeline, step):
             return False
-        take_picture(step.words)
+        if pictures:
+            pictures.take(step.words)
         # Only for the viewer: the step has already been observed.
         threading.Event().wait(pause)
+    return True
+
+
+def play_cases(station: Station, timeline: Timeline, pictures: Pictures) -> bool:
+    """Taking a picture is what observes a case: it waits until the page has drawn it."""
+    for case in CASES:
+        timeline.say("gateway", "sends: " + case.caption)
+        try:
+            for message in case.messages:
+                gateway.deliver(station, message)
+            pictures.take(case.caption)
+            gateway.deliver(station, END)
+            # The page would take the next one for more news of this one.
+            pictures.wait_until_drawn()
+        except OSError as error:  # includes TimeoutError
+            timeline.say("problem", f"not observed: {case.caption} ({error})")
+            return False
+        timeline.show_news()
+    timeline.say("station", f"{len(CASES)} special cases have been shown, too")
     return True
 
 

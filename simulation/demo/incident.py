@@ -167,4 +167,9 @@ INCIDENT = [
         lambda scene, _: scene.shows(ON, OTHER_INPUT),
         gateway.display_alert(""),
     ),
+    Step(
+        "somebody chooses the unit's input: the station is idle",
+        lambda scene, _: scene.shows(ON, UNIT_INPUT),
+        action=lambda scene: scene.television.switch_input(UNIT_INPUT),
+    ),
 ]

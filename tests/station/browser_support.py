@@ -50,10 +50,10 @@ class Browser:
 
 
 @contextlib.contextmanager
-def open_driver() -> Iterator[WebDriver]:
+def open_driver(*more_flags: str) -> Iterator[WebDriver]:
     options = webdriver.ChromeOptions()
     options.binary_location = kiosk.BROWSER
-    for flag in [*kiosk.FLAGS, "--headless"]:
+    for flag in [*kiosk.FLAGS, *more_flags, "--headless"]:
         options.add_argument(flag)
     driver = webdriver.Chrome(service=Service("/usr/bin/chromedriver"), options=options)
     try:

@@ -37,6 +37,20 @@ class Shown:
         tiles = self.screen.driver.find_elements("class name", "unit")
         return [tile.text for tile in tiles]
 
+    def load(self, *names: str) -> None:
+        """Scripts and style sheets of the page's directory, whether the page uses them or not."""
+        for name in names:
+            self.screen.driver.execute_async_script(
+                """
+                var name = arguments[0], done = arguments[1], is_script = /js$/.test(name),
+                    made = document.createElement(is_script ? 'script' : 'link');
+                made.rel = 'stylesheet';
+                made[is_script ? 'src' : 'href'] = name;
+                made.onload = function () { done(); };
+                document.head.appendChild(made);""",
+                name,
+            )
+
     def let_time_pass(self, seconds: float) -> None:
         """For the page: puts its clock ahead from now on."""
         self.script(

@@ -38,6 +38,12 @@ config BR2_PACKAGE_RPI_USERLAND
 	bool
 config BR2_PACKAGE_LIGHTTPD
 	bool
+config BR2_PACKAGE_LIBERATION
+	bool
+config BR2_PACKAGE_DEJAVU
+	bool
+config BR2_PACKAGE_WQY_ZENHEI
+	bool
 source "$BR2_EXTERNAL_STATION_DISPLAY_PATH/Config.in"
 """
 
@@ -66,6 +72,9 @@ install: $(STATION_WEB_SITE)/install
 users:
 	$(info $(STATION_WEB_USERS))
 """
+
+
+FONTS = {f"BR2_PACKAGE_{name}=y" for name in ("LIBERATION", "DEJAVU", "WQY_ZENHEI")}
 
 
 class ImageBuilder:
@@ -135,6 +144,7 @@ def test_service_needs_a_toolchain_with_cpp(builder: ImageBuilder) -> None:
 def test_page_and_init_scripts_come_onto_the_board(builder: ImageBuilder) -> None:
     chosen = builder.choose("BR2_PACKAGE_HDTV=y", "BR2_PACKAGE_STATION_WEB=y")
     assert "BR2_PACKAGE_LIGHTTPD=y" in chosen
+    assert FONTS <= chosen
     init = builder.target / "etc" / "init.d"
     init.mkdir(parents=True)
     (init / "S50lighttpd").touch()
@@ -145,6 +155,12 @@ def test_page_and_init_scripts_come_onto_the_board(builder: ImageBuilder) -> Non
     assert page == {file.name for file in (TOP / "station_web").iterdir()} - {"CMakeLists.txt"}
     version = (builder.target / "var/www/station_web/version.js").read_text()
     assert version == f"var page_version = '{VERSION}';\n"
+
+
+def test_image_can_do_without_the_largest_font(builder: ImageBuilder) -> None:
+    left_out = "# BR2_PACKAGE_STATION_WEB_CJK is not set"
+    chosen = builder.choose("BR2_PACKAGE_STATION_WEB=y", left_out)
+    assert FONTS - chosen == {"BR2_PACKAGE_WQY_ZENHEI=y"}
 
 
 def test_web_servers_account_comes_onto_the_board(builder: ImageBuilder) -> None:

@@ -1,5 +1,6 @@
 """The browser's pictures, window and proxy."""
 
+import html
 import os
 import subprocess
 import zlib
@@ -11,6 +12,8 @@ from page_support import show
 from support import StationMaker
 
 from simulation import gateway, kiosk
+from simulation.demo.cases import CASES
+from simulation.demo.incident import INCIDENT
 from simulation.station import dying_with_starter
 from simulation.waiting import wait_for
 
@@ -46,8 +49,8 @@ def test_pictures_show_what_a_viewer_sees(tmp_path: Path) -> None:
     name = f"pictures-{os.getpid()}"
     result = run_command("--once", "--pause", "0", "--name", name, "--pictures", str(tmp_path))
     assert result.returncode == 0, result.stdout + result.stderr
-    pictures = sorted(tmp_path.iterdir())
-    assert len(pictures) == 16
+    pictures = sorted(tmp_path.glob("*.png"))
+    assert len(pictures) == len(INCIDENT) + len(CASES)
     for picture in pictures:
         assert picture.read_bytes()[16:24] == b"\0\0\x05\0\0\0\x02\xd0"  # 1280 by 720
     by_step = {picture.name[3:].split("-")[0] + picture.name[:2]: picture for picture in pictures}
@@ -55,10 +58,23 @@ def test_pictures_show_what_a_viewer_sees(tmp_path: Path) -> None:
     other_input = by_step["somebody14"].read_bytes()
     assert by_step["end16"].read_bytes() == other_input
     assert len(pixels(by_step["somebody14"])) > 2
-    alerts = [
-        by_step[x].read_bytes() for x in ("detail09", "map10", "the11", "stop12", "display15")
-    ]
-    assert len({other_input, *alerts}) == 6
+    shown = ("detail09", "map10", "the11", "stop12", "display15", "somebody17")
+    cases = pictures[len(INCIDENT) :]
+    different = [other_input, *(by_step[x].read_bytes() for x in shown)]
+    different += [picture.read_bytes() for picture in cases]
+    assert len({*different}) == len(different)
+    check_sheet(tmp_path, pictures)
+
+
+def check_sheet(directory: Path, pictures: list[Path]) -> None:
+    """Each picture is on it, with its words; a black one says why it is black."""
+    sheet = (directory / "index.html").read_text()
+    figures = sheet.split("<figure>")[1:]
+    words = [step.words for step in INCIDENT] + [case.caption for case in CASES]
+    for picture, figure, said in zip(pictures, figures, words, strict=True):
+        assert f'src="{picture.name}"' in figure
+        assert html.escape(said) in figure
+        assert (pixels(picture) == {0}) == ("the television is in standby" in figure), said
 
 
 @pytest.mark.browser

@@ -50,7 +50,7 @@ var document_text = (function () {
     /* Spaces that "white-space: pre-line" keeps, and at most one where a line may end: an old WebKit
        starts the next line with the rest of them. */
     function typeset(text) {
-        return trimmed_lines(text).replace(/^ +/gm, fixed_spaces).replace(/ +(?= )/g, fixed_spaces);
+        return glyphs.readable(trimmed_lines(text)).replace(/^ +/gm, fixed_spaces).replace(/ +(?= )/g, fixed_spaces);
     }
 
     /* Only these addresses are ever followed; anything else could be a script. */

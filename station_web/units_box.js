@@ -14,7 +14,7 @@ var units_box = (function () {
         var box = element();
         box.textContent = '';
         units.forEach(function (unit) {
-            box.appendChild(tiles.make(unit));
+            box.appendChild(tiles.make({ name: glyphs.readable(unit.name), color: unit.color }));
         });
     }
 

@@ -82,3 +82,13 @@ def test_page_gets_over_whatever_it_finds_in_its_memory(shown: Shown, memory: st
     assert shown.text("text") == "FIRE"
     shown.deliver(gateway.detail_alert(""))
     assert shown.text("alert") == ""
+
+
+@pytest.mark.parametrize("text", ["FIRE \u0378 HERE", "\U00050000"])
+def test_character_that_no_font_has_is_shown_by_its_code(shown: Shown, text: str) -> None:
+    shown.deliver(gateway.detail_alert(text, {0: Unit("E\u0378", 1)}))
+    code = "".join(f"[U+{ord(c):04X}]" if ord(c) > 255 else c for c in text)
+    assert (shown.text("text"), shown.units()) == (code, ["E[U+0378]"])
+    shown.deliver(gateway.detail_alert(""))
+    shown.deliver(gateway.display_alert(text, flag=0))
+    assert shown.text("idle_text") == code

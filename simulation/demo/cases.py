@@ -12,10 +12,7 @@ _NINE_LINES = _DISPATCH + (
     "\nTACTICAL CHANNEL 4\nENGINE 7 IS OUT OF SERVICE\nWIND FROM THE WEST, 25 KM/H"
 )
 _SENTENCE = "Caller reports heavy smoke and flames from the rear of the building. "
-_SCRIPTS = (
-    "ПОЖАР, ул. Ленина 12\nΠΥΡΚΑΓΙΑ, Οδός Αθηνάς 7\nحريق في مبنى\n火災 中山路12号 화재\n"
-    "⚠ → ½ №"
-)
+_SCRIPTS = "ПОЖАР, ул. Ленина 12\nΠΥΡΚΑΓΙΑ, Οδός Αθηνάς 7\nحريق في مبنى\n火災 中山路12号 화재\n" "⚠ → ½ №"
 
 
 @dataclass(frozen=True)

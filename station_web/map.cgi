@@ -47,10 +47,18 @@ check_numbers() {
 	refuse "its host is not a plain name or IPv4 address"
 }
 
+# Where it uses a connection again, wget may take the end of a redirect for the next answer.
+options() {
+	case $(wget --help 2>&1) in
+	*--no-http-keep-alive*) echo --no-http-keep-alive ;;
+	esac
+}
+
 # What wget says while it gets the address; there is not always a "timeout" to end it. The device is
 # always full, so that wget gives up as soon as the header is over and the first bytes arrive.
 headers() {
-	wget -S -O /dev/full -U "${HTTP_USER_AGENT:-station}" -- "$address" 2>&1 &
+	# shellcheck disable=SC2046 # no option or one
+	wget $(options) -S -O /dev/full -U "${HTTP_USER_AGENT:-station}" -- "$address" 2>&1 &
 	fetcher=$!
 	(sleep "$limit" && kill "$fetcher") >/dev/null 2>&1 &
 	timer=$!

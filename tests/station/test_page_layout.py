@@ -133,7 +133,7 @@ def test_generated_alerts_can_be_read(stage: Stage, screen: tuple[int, int, str]
     chance = random.Random(str(screen))
     stage.open(*screen)
     faults = {}
-    for _ in range(20):
+    for _ in range(10):
         case = generated(chance)
         give(stage, case)
         if found := audit(stage, case):

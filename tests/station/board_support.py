@@ -29,6 +29,7 @@ class Board:
         station.run("/bin/busybox", "--install", "-s", APPLETS)
         self.set_defaults(DEFAULTS)
         station.start("/bin/busybox", "syslogd", "-n", "-O", SYSLOG)
+        wait_for(lambda: station.path("/dev/log").is_socket(), "the system log")
         # Held open, so that writing to the watchdog does not block, as on a real one.
         self.watchdog = open(station.path("/dev/watchdog"), "rb+", buffering=0)
 
@@ -84,7 +85,9 @@ class Board:
 
     def name_of(self, pid: int) -> str:
         path = self.station.path(f"/proc/{pid}/comm")
-        return path.read_text().strip() if path.exists() else ""
+        with contextlib.suppress(OSError):  # it may end at any moment
+            return path.read_text().strip()
+        return ""
 
     def alert(self, text: str) -> None:
         port = gateway.COMMAND_PORT

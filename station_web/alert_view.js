@@ -93,7 +93,7 @@ var alert_view = (function () {
         };
     }
 
-    /* The text's room: the map's page of an alternating one is as large as the text's. */
+    /* Of the text. */
     function room_of(boxes) {
         return { width: boxes.text.width, height: boxes.text.height, beside: boxes.beside };
     }
@@ -188,11 +188,7 @@ var alert_view = (function () {
             show('rest', !is_map);
             element('rest_text').style.top = -Math.min(page, plan.text.pages - 1) * rest.height + 'px';
         }
-        if (is_alternating()) {
-            element('map').style.visibility = is_map ? '' : 'hidden';
-        } else {
-            element('map').style.visibility = '';
-        }
+        element('map').style.visibility = is_alternating() && !is_map ? 'hidden' : '';
         if (alert.units.length > 0) {
             units_box.turn(plan.measured.units, turns);
         }

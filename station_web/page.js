@@ -18,7 +18,7 @@ var station_page = (function () {
     var answered = null, readable = null; /* when each last happened */
     var readable_date = null;
     var started;
-    var sighted = { start: 0, when: 0, age: 0 }; /* the alert's age when this page first saw it */
+    var sighted = { when: 0, age: 0 }; /* the alert's age when this page first saw it */
     var updated = { when: null, date: null };    /* the last change of its text */
     var ended = null; /* when the last alert did */
 
@@ -87,7 +87,6 @@ var station_page = (function () {
     /* By the page's own time from then on, because the gateway may set the clock. */
     function note_alert(document) {
         if (!is_shown_alert() || shown.start !== document.start) {
-            sighted.start = document.start;
             sighted.when = pulse.now();
             sighted.age = Math.max(0, Date.now() / 1000 - document.start);
             updated.when = null;

@@ -12,7 +12,7 @@ from simulation.waiting import wait_for
 pytestmark = [pytest.mark.once, pytest.mark.browser]
 
 
-@pytest.mark.parametrize("file", ["page.js", "measure.js", "station.css"])
+@pytest.mark.parametrize("file", ["page.js", "measure.js", "placement.css"])
 def test_page_whose_files_could_not_all_be_had_tries_again(stage: Stage, file: str) -> None:
     """The network may change while the page loads, most likely when a unit starts."""
     stage.miss(file)

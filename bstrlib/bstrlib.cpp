@@ -185,27 +185,8 @@ void replace_matches(bstring b, const_bstring find, const_bstring repl, int pos,
     set_length(b, length);
 }
 
-using same_byte = bool (*)(unsigned char, unsigned char);
-
 bool can_search(const_bstring b1, int pos, const_bstring b2) {
     return is_readable(b1) && is_readable(b2) && pos >= 0 && pos <= b1->slen;
-}
-
-int compare(const_bstring b, const char *s, same_byte same) {
-    if (!is_readable(b) || s == nullptr) {
-        return BSTR_ERR;
-    }
-    for (const unsigned char byte : bytes_of(b)) {
-        if (*s == 0 || !same(byte, static_cast<unsigned char>(*s))) {
-            return 0;
-        }
-        ++s;
-    }
-    return *s == 0 ? 1 : 0;
-}
-
-bool is_same(unsigned char a, unsigned char b) {
-    return a == b;
 }
 
 bstring new_format_scratch(const char *fmt, int &n) {
@@ -435,11 +416,21 @@ int bstrchrp(const_bstring b, int c, int pos) {
 }
 
 int biseqcstr(const_bstring b, const char *s) {
-    return compare(b, s, is_same);
+    if (!is_readable(b) || s == nullptr) {
+        return BSTR_ERR;
+    }
+    return view_of(b) == s ? 1 : 0;
 }
 
 int biseqcstrcaseless(const_bstring b, const char *s) {
-    return compare(b, s, is_same_caseless);
+    if (!is_readable(b) || s == nullptr) {
+        return BSTR_ERR;
+    }
+    const std::string_view other = s;
+    const auto same = [](char a, char c) {
+        return is_same_caseless(static_cast<unsigned char>(a), static_cast<unsigned char>(c));
+    };
+    return std::ranges::equal(view_of(b), other, same) ? 1 : 0;
 }
 
 bool bstring_endswith_caseless(const_bstring subject, const char *ending) {

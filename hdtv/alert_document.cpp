@@ -1,14 +1,15 @@
 #include "hdtv/alert_document.h"
 
-#include "bstrlib/bstr_owner.h"
 #include "bstrlib/bstrlib.h"
 #include "hdtv/config_store.h"
 #include "hdtv/descriptor.h"
+#include "hdtv/line.h"
 
 #include <algorithm>
-#include <cstdio>
+#include <cstring>
 #include <ctime>
 #include <fcntl.h>
+#include <iterator>
 #include <string_view>
 #include <unistd.h>
 
@@ -26,102 +27,146 @@ bool log_alerts = true;
 
 namespace {
 
-const tagbstring amp = bstr_constant("&");
-const tagbstring escaped_amp = bstr_constant("&amp;");
-const tagbstring lthan = bstr_constant("<");
-const tagbstring escaped_lthan = bstr_constant("&lt;");
-const tagbstring gthan = bstr_constant(">");
-const tagbstring escaped_gthan = bstr_constant("&gt;");
-const tagbstring quote = bstr_constant("\"");
-const tagbstring escaped_quote = bstr_constant("&quot;");
-const tagbstring bslash = bstr_constant("\\");
-const tagbstring escaped_bslash = bstr_constant("\\\\");
-const tagbstring fslash = bstr_constant("/");
-const tagbstring escaped_fslash = bstr_constant("\\/");
-const tagbstring bspace = bstr_constant("\b");
-const tagbstring escaped_bspace = bstr_constant("\\b");
-const tagbstring ff = bstr_constant("\f");
-const tagbstring escaped_ff = bstr_constant("\\f");
-const tagbstring nl = bstr_constant("\n");
-const tagbstring escaped_nl = bstr_constant("\\n");
-const tagbstring cr = bstr_constant("\r");
-const tagbstring escaped_cr = bstr_constant("\\r");
-const tagbstring tab = bstr_constant("\t");
-const tagbstring escaped_tab = bstr_constant("\\t");
+// The characters that are escaped, each by what escape_of returns.
+constexpr const char *escaped_characters = "&<>\"\\/\b\f\n\r\t";
+constexpr std::size_t longest_escape = 6;
 
-struct escape {
-    const tagbstring *find;
-    const tagbstring *replace;
-};
-
-// The order prevents double escaping: "&" comes before the references, which add more of them, and
-// the backslash before the escapes, which add more of those. The page decodes the markup characters
-// and the quotation mark as HTML references, the rest as JSON escapes.
-constexpr escape escapes[] = {
-    {&amp, &escaped_amp},       {&lthan, &escaped_lthan},   {&gthan, &escaped_gthan},
-    {&quote, &escaped_quote},   {&bslash, &escaped_bslash}, {&fslash, &escaped_fslash},
-    {&bspace, &escaped_bspace}, {&ff, &escaped_ff},         {&nl, &escaped_nl},
-    {&cr, &escaped_cr},         {&tab, &escaped_tab},
-};
-
-bstr_owner escape_alert_text(std::string_view text) {
-    bstr_owner escaped(blk2bstr(text.data(), static_cast<int>(text.size())));
-    for (const auto &[find, replace] : escapes) {
-        bfindreplace(escaped.get(), find, replace, 0);
+// The page decodes the markup characters and the quotation mark as HTML references, the rest as JSON
+// escapes. Empty for every other character.
+std::string_view escape_of(char c) {
+    switch (c) {
+    case '&':
+        return "&amp;";
+    case '<':
+        return "&lt;";
+    case '>':
+        return "&gt;";
+    case '"':
+        return "&quot;";
+    case '\\':
+        return "\\\\";
+    case '/':
+        return "\\/";
+    case '\b':
+        return "\\b";
+    case '\f':
+        return "\\f";
+    case '\n':
+        return "\\n";
+    case '\r':
+        return "\\r";
+    case '\t':
+        return "\\t";
+    default:
+        return {};
     }
-    return escaped;
 }
 
-std::string_view view_of(const bstr_owner &text) {
-    return text ? std::string_view(bstr_text(text.get()), static_cast<std::size_t>(text->slen))
-                : std::string_view();
+// Fits the longest document: a text that fills a message, each of its characters escaped, the address of
+// a map that fills one, and the list of units.
+constexpr std::size_t longest_document = std::size_t{36} * 1024;
+constexpr std::size_t longest_frame = 512; // all the rest of the document
+static_assert(longest_escape * protocol::message_capacity + protocol::message_capacity +
+                  unit_list_size + longest_frame <=
+              longest_document);
+
+// The document, with room before it for what its line begins with, on the console and in the log, and
+// after it for the line feed, so that all three are written from the same place.
+constexpr std::string_view printed_before = "Writing JSON: ";
+constexpr std::size_t log_time_size = std::string_view("24-03-05 07:04:09: ").size();
+constexpr std::size_t room_before = std::max(printed_before.size(), log_time_size);
+char line_room[room_before + longest_document + 1];
+constexpr char *document_room = line_room + room_before;
+
+void append_escaped(line_builder &document, std::string_view text) {
+    const std::size_t start = document.view().size();
+    // Most texts need no escapes. strcspn is the fastest look at a long one, and needs its end marked.
+    document.append(text);
+    document.append('\0');
+    const std::size_t plain =
+        std::min(std::strcspn(document.view().data() + start, escaped_characters), text.size());
+    document.shorten_to(start + plain);
+    text.remove_prefix(plain);
+    for (const char c : text) {
+        const std::string_view escape = escape_of(c);
+        if (escape.empty()) {
+            document.append(c);
+        } else {
+            document.append(escape);
+        }
+    }
 }
 
-void replace_document(const bstr_owner &document) {
+void append_member(line_builder &document, std::string_view name, unsigned long number) {
+    document.append(name);
+    document.append_number(number);
+}
+
+std::string_view format_document(const alert_document &document) {
+    line_builder text({document_room, longest_document});
+    const std::uint32_t alert_expiration =
+        document.alert_time + static_cast<std::uint32_t>(turnout_timer);
+    text.append("[{\"alert_type\":\"");
+    text.append(document.type);
+    append_member(text, "\", \"show_turnout_timer\":\"", document.show_turnout_timer);
+    append_member(text, "\", \"alert_time\":\"", document.alert_time);
+    append_member(text, "\", \"turnout_end\":\"", document.turnout_end);
+    append_member(text, "\", \"turnout_zero\":\"", document.turnout_zero);
+    append_member(text, "\", \"turnout_reverse\":\"", document.turnout_reverse);
+    append_member(text, "\", \"alert_expiration\":\"", alert_expiration);
+    text.append("\", \"alert_area\":\"");
+    append_escaped(text, document.alert_area);
+    text.append("\", \"map_url\":\"");
+    text.append(document.map_url);
+    text.append("\", \"units\":[");
+    text.append(document.units);
+    text.append("]}]");
+    return text.view();
+}
+
+// The line that begins with `before` and ends with the document, where the document lies.
+std::string_view line_of(std::string_view before, std::string_view document) {
+    char *start = document_room - before.size();
+    std::memcpy(start, before.data(), before.size());
+    document_room[document.size()] = '\n';
+    return {start, before.size() + document.size() + 1};
+}
+
+void replace_document(std::string_view document) {
     const int fd = open(document_path, O_WRONLY | O_CREAT | O_TRUNC, file_mode);
-    write_once(fd, view_of(document));
+    write_once(fd, document);
     close(fd);
 }
 
 bstring format_log_prefix() {
     const std::time_t now = std::time(nullptr);
-    const std::tm *local = std::localtime(&now);
-    return bformat("%02d-%02d-%02d %02d:%02d:%02d: ", local->tm_year % 100, local->tm_mon + 1,
-                   local->tm_mday, local->tm_hour, local->tm_min, local->tm_sec);
+    std::tm local{};
+    localtime_r(&now, &local); // follow_zone has looked at the zone
+    char room[log_time_size];
+    line_builder text(room);
+    const int numbers[] = {local.tm_year, local.tm_mon + 1, local.tm_mday,
+                           local.tm_hour, local.tm_min,     local.tm_sec};
+    const std::string_view after[] = {"-", "-", " ", ":", ":", ": "};
+    for (std::size_t i = 0; i < std::size(numbers); ++i) {
+        text.append_two_digits(numbers[i]);
+        text.append(after[i]);
+    }
+    return blk2bstr(text.view().data(), static_cast<int>(text.view().size()));
 }
 
-void append_to_log(const bstr_owner &document) {
+void append_to_log(std::string_view document) {
     // Deliberate leak, see architecture.md.
-    bstring prefix = format_log_prefix();
-    binsert(document.get(), 0, prefix, ' ');
-    bconchar(document.get(), '\n');
+    const_bstring prefix = format_log_prefix();
     const int fd = open(log_path, O_RDWR | O_CREAT | O_APPEND, file_mode);
-    write_once(fd, view_of(document));
+    write_once(fd, line_of(bstr_text(prefix), document));
     close(fd);
-}
-
-bstr_owner format_document(const alert_document &document) {
-    const bstr_owner area = escape_alert_text(document.alert_area);
-    const std::uint32_t alert_expiration =
-        document.alert_time + static_cast<std::uint32_t>(turnout_timer);
-    return bstr_owner(bformat(
-        "[{\"alert_type\":\"%s\", \"show_turnout_timer\":\"%i\", \"alert_time\":\"%lu\", "
-        "\"turnout_end\":\"%lu\", \"turnout_zero\":\"%lu\", \"turnout_reverse\":\"%i\", "
-        "\"alert_expiration\":\"%lu\", \"alert_area\":\"%s\", \"map_url\":\"%.*s\", "
-        "\"units\":[%.*s]}]",
-        document.type, document.show_turnout_timer, static_cast<unsigned long>(document.alert_time),
-        static_cast<unsigned long>(document.turnout_end),
-        static_cast<unsigned long>(document.turnout_zero), document.turnout_reverse,
-        static_cast<unsigned long>(alert_expiration), bstr_text(area.get()),
-        static_cast<int>(document.map_url.size()), document.map_url.data(),
-        static_cast<int>(document.units.size()), document.units.data()));
 }
 
 } // namespace
 
 void write_alert_document(const alert_document &document) {
-    const bstr_owner text = format_document(document);
-    std::printf("Writing JSON: %s\n", bstr_text(text.get()));
+    const std::string_view text = format_document(document);
+    print_line(line_of(printed_before, text));
     replace_document(text);
     if (log_alerts) {
         append_to_log(text);
@@ -148,16 +193,15 @@ void write_status_document(const char *line) {
 }
 
 void format_units(std::span<const alerted_unit> units, std::span<char, unit_list_size> list) {
-    constexpr std::size_t longest_entry = 64;
-    static_assert(protocol::detail_alert::unit_slots * longest_entry < unit_list_size);
     std::ranges::fill(list, '\0');
-    std::size_t length = 0;
+    line_builder text(list.first<unit_list_size - 1>());
     for (const auto &[name, color] : units) {
         if (color != 0) {
-            const int size = std::snprintf(
-                &list[length], longest_entry, "%s{\"unit\":\"%.*s\",\"color\":\"%d\"}",
-                length == 0 ? "" : ",", static_cast<int>(name.size()), name.data(), color);
-            length += static_cast<std::size_t>(size);
+            text.append(text.view().empty() ? "{\"unit\":\"" : ",{\"unit\":\"");
+            text.append(name);
+            text.append("\",\"color\":\"");
+            text.append_number(color);
+            text.append("\"}");
         }
     }
 }

@@ -3,12 +3,13 @@
 #include "cec/cec.h"
 #include "hdtv/alert_decision.h"
 #include "hdtv/kiosk.h"
+#include "hdtv/line.h"
 
 #include <algorithm>
 #include <cstdint>
-#include <cstdio>
 #include <ctime>
 #include <iterator>
+#include <string_view>
 
 char unit_str[unit_list_size];
 
@@ -48,10 +49,29 @@ void save_turnout_values(const detail_alert &alert) {
     last_turnout_reverse = alert.turnout_reverse;
 }
 
+void print_unit(std::string_view name, std::uint8_t color) {
+    char room[64]; // a name has at most 31 characters
+    line_builder line(room);
+    line.append("Unit: ");
+    line.append(name);
+    line.append(' ');
+    line.append_number(color);
+    line.append('\n');
+    print_line(line.view());
+}
+
+void print_length(std::string_view text) {
+    char room[16];
+    line_builder line(room);
+    line.append_number(text.size());
+    line.append('\n');
+    print_line(line.view());
+}
+
 void list_units(const detail_alert &alert) {
     for (const auto &[name, color] : alert.units) {
         if (color != 0) {
-            std::printf("Unit: %.*s %d\n", static_cast<int>(name.size()), name.data(), color);
+            print_unit(name, color);
         }
     }
     format_units(alert.units, unit_str);
@@ -74,7 +94,7 @@ void write_active_alert(const detail_alert &detail, std::string_view map_url) {
 
 void handle_display_alert(const display_alert &alert) {
     show_station_page();
-    std::printf("%d\n", static_cast<int>(alert.text.size()));
+    print_length(alert.text);
     const alert_decision decision = decide(is_alert_active, alert.flag, alert.text.empty());
     carry_out(decision);
     if (decision == alert_decision::ignore) {

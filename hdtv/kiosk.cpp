@@ -5,11 +5,11 @@
 #include "hdtv/child_process.h"
 #include "hdtv/config_store.h"
 #include "hdtv/descriptor.h"
+#include "hdtv/line.h"
 #include "hdtv/proxy.h"
 
 #include <cerrno>
 #include <csignal>
-#include <cstdio>
 #include <sys/prctl.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -75,7 +75,9 @@ void start_browser(const char *address) {
 bool is_browser_gone() {
     char path[32] = {};
     struct stat status {};
-    std::snprintf(path, sizeof path, "/proc/%i", kiosk_pid);
+    line_builder text(path);
+    text.append("/proc/");
+    text.append_number(static_cast<unsigned long>(kiosk_pid));
     return stat(path, &status) == -1 && errno == ENOENT;
 }
 

@@ -92,6 +92,44 @@ TEST_F(alert_document, holds_a_text_of_any_length) {
     EXPECT_EQ(member("alert_area").size(), 5 * area.size());
 }
 
+TEST_F(alert_document, fits_its_room_at_its_longest) {
+    const std::string area(4095, '"');
+    const std::string map(4095, 'm');
+    const std::string list(unit_list_size - 1, 'u');
+    constexpr std::uint32_t number = 0xffffffff;
+    write_alert_json("display_alert", 255, number, number, number, 255, area.c_str(), map.c_str(),
+                     list.c_str());
+    std::string escaped;
+    for (std::size_t i = 0; i < area.size(); ++i) {
+        escaped += "&quot;";
+    }
+    EXPECT_TRUE(document().ends_with("\"alert_area\":\"" + escaped + "\", \"map_url\":\"" + map +
+                                     "\", \"units\":[" + list + "]}]"));
+    EXPECT_EQ(output(), "Writing JSON: " + document() + "\n");
+    EXPECT_TRUE(log().ends_with(": " + document() + "\n"));
+}
+
+TEST_F(alert_document, that_is_too_long_is_cut_where_its_room_ends) {
+    const std::string area(8000, '"');
+    write_area(area.c_str());
+    EXPECT_EQ(document().size(), 36U * 1024);
+    EXPECT_EQ(output(), "Writing JSON: " + document() + "\n");
+    write_area("SHORT");
+    EXPECT_TRUE(document().ends_with("\"alert_area\":\"SHORT\", \"map_url\":\"\", \"units\":[]}]"));
+}
+
+TEST_F(alert_document, escapes_after_and_between_plain_text) {
+    write_area("1200 MAIN ST/CROSS OAK & ELM, \"A\"");
+    EXPECT_EQ(member("alert_area"), R"(1200 MAIN ST\/CROSS OAK &amp; ELM, &quot;A&quot;)");
+}
+
+TEST_F(alert_document, takes_a_text_that_no_zero_byte_ends) {
+    const std::string text = "FIRE\"//";
+    write_alert_document(
+        {.type = "display_alert", .alert_area = std::string_view(text).substr(0, 4)});
+    EXPECT_EQ(member("alert_area"), "FIRE");
+}
+
 TEST_F(alert_document, is_rewritten_in_place_with_mode_0777) {
     write_area("A LONGER TEXT");
     write_area("SHORT");

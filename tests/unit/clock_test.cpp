@@ -2,6 +2,9 @@
 
 #include "service_test.h"
 
+#include <cstdlib>
+#include <ctime>
+
 namespace {
 
 using fake::state;
@@ -40,6 +43,26 @@ TEST_F(clock_tick, leaves_a_browser_alone_that_has_its_entry) {
     have_process(77);
     tick();
     EXPECT_FALSE(restarted());
+}
+
+TEST_F(clock_tick, takes_a_changed_time_zone_within_a_minute) {
+    const auto logged = [] {
+        state.files.erase("/tmp/alerts.log");
+        write_status_document("10.87.33.50");
+        return state.files["/tmp/alerts.log"].substr(0, 17);
+    };
+    state.now = 1'709'618'649; // 5 March 2024, 06:04:09 in Greenwich
+    setenv("TZ", "UTC", 1);
+    tzset();
+    EXPECT_EQ(logged(), "24-03-05 06:04:09");
+    setenv("TZ", "UTC-3", 1); // three hours east of Greenwich
+    EXPECT_EQ(logged(), "24-03-05 06:04:09");
+    for (int second = 0; second < 60; ++second) {
+        tick();
+    }
+    EXPECT_EQ(logged(), "24-03-05 09:04:09");
+    unsetenv("TZ");
+    tzset();
 }
 
 TEST_F(clock_tick, ignores_any_other_failure_to_look) {

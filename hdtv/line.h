@@ -1,0 +1,33 @@
+#pragma once
+
+#include <cstddef>
+#include <span>
+#include <string_view>
+
+/// Builds a text in room that somebody else owns, from its start on. What has no room is left out, so
+/// the room has to fit the longest text.
+class line_builder {
+  public:
+    explicit line_builder(std::span<char> room) : room_(room) {}
+
+    void append(std::string_view text);
+    void append(char c);
+    void append_number(unsigned long number);
+
+    /// The last two digits, as in a date.
+    void append_two_digits(int number);
+
+    /// Takes back what follows the first `size` bytes.
+    void shorten_to(std::size_t size);
+
+    std::string_view view() const {
+        return {room_.data(), size_};
+    }
+
+  private:
+    std::span<char> room_;
+    std::size_t size_ = 0;
+};
+
+/// Prints a line, which ends with its line feed: less work than a format, and the same single write.
+void print_line(std::string_view line);

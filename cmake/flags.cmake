@@ -32,3 +32,8 @@ if(HDTV_SANITIZERS)
 else()
   add_compile_options($<$<CONFIG:Release>:-U_FORTIFY_SOURCE> $<$<CONFIG:Release>:-D_FORTIFY_SOURCE=2>)
 endif()
+
+# For what ships: nothing in it throws or asks for a type at run time, so it needs no C++ runtime library.
+function(use_no_runtime_library target)
+  target_compile_options(${target} PRIVATE -fno-exceptions -fno-rtti)
+endfunction()

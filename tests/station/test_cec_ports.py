@@ -1,5 +1,6 @@
 """The service when configured for the board and for the kernel's CEC device."""
 
+import re
 import subprocess
 from pathlib import Path
 
@@ -82,6 +83,20 @@ def throwing_symbols(program: Path) -> set[str]:
 
 def test_nothing_in_the_service_can_throw() -> None:
     assert throwing_symbols(build_directory() / "hdtv" / "hdtv") == set()
+
+
+def needed_libraries(program: Path) -> set[str]:
+    listing = subprocess.run(
+        ["readelf", "--dynamic", program], check=True, capture_output=True, text=True
+    ).stdout
+    return set(re.findall(r"\(NEEDED\) +Shared library: \[(.*?)\.so", listing))
+
+
+def test_service_needs_no_runtime_library() -> None:
+    """The runtime library of C++ would take more memory than the rest of the service."""
+    needed = needed_libraries(build_directory() / "hdtv" / "hdtv")
+    assert "libc" in needed
+    assert needed & {"libstdc++", "libgcc_s"} == set()
 
 
 @pytest.mark.slow

@@ -176,7 +176,7 @@ TEST_F(config_store, file_is_opened_for_writing_without_creating_or_truncating) 
 TEST_F(config_store, mount_child_executes_exactly_the_read_write_remount) {
     have_config(R"({"a":"1"})");
     fake::state.next_pid = 0;
-    EXPECT_THROW(set_config_option(file, "a", "2"), fake::child_ended);
+    EXPECT_CHILD_ENDS(set_config_option(file, "a", "2"));
     EXPECT_EQ(fake::state.executed(), std::vector<std::string>{"/bin/mount: mount -o rw,remount"});
     EXPECT_EQ(fake::state.calls.back(), "_exit 0");
 }

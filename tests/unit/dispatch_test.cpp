@@ -100,7 +100,7 @@ TEST_F(dispatch, reboot_starts_the_program_and_waits_for_nothing) {
     tcp(wire::reboot());
     EXPECT_EQ(state.calls, std::vector<std::string>{"fork"});
     state.next_pid = 0;
-    EXPECT_THROW(tcp(wire::reboot()), fake::child_ended);
+    EXPECT_CHILD_ENDS(tcp(wire::reboot()));
     EXPECT_EQ(state.executed(), std::vector<std::string>{"/sbin/reboot: reboot"});
 }
 
@@ -109,7 +109,7 @@ TEST_F(dispatch, date_is_set_by_its_program_and_one_wait_for_any_child) {
     EXPECT_TRUE(got_set_date_packet);
     EXPECT_EQ(state.calls, (std::vector<std::string>{"fork", "wait"}));
     state.next_pid = 0;
-    EXPECT_THROW(tcp(wire::set_date("2024-03-05 07:04:09")), fake::child_ended);
+    EXPECT_CHILD_ENDS(tcp(wire::set_date("2024-03-05 07:04:09")));
     EXPECT_EQ(state.executed(), std::vector<std::string>{"/bin/date: date -s 2024-03-05 07:04:09"});
     EXPECT_EQ(state.calls.back(), "_exit 0");
 }
@@ -253,7 +253,7 @@ TEST_F(dispatch, texts_of_a_full_buffer_end_at_its_end) {
     udp(wire::page_address(std::string(4095, 'x')));
     EXPECT_EQ(url->slen, 4095);
     state.next_pid = 0;
-    EXPECT_THROW(udp(wire::set_date(std::string(4095, 'x'))), fake::child_ended);
+    EXPECT_CHILD_ENDS(udp(wire::set_date(std::string(4095, 'x'))));
     EXPECT_EQ(state.executed().back(), "/bin/date: date -s " + std::string(4095, 'x'));
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <csetjmp>
 #include <ctime>
 #include <event.h>
 #include <map>
@@ -71,9 +72,20 @@ extern system_state state;
 void start();
 void stop();
 
-/// Thrown by _exit, where a child of the service would exit.
-struct child_ended {
-    int status;
-};
+/// Where _exit goes, with which a child of the service would end. Nothing can be thrown through the
+/// service's code.
+extern std::jmp_buf child_end;
+
+/// What a child leaves behind ends with it; here it must not count as leaked.
+void ignore_leaks(bool are_ignored);
 
 } // namespace fake
+
+/// Whether the statement, run as a child of the service, ends that child.
+#define EXPECT_CHILD_ENDS(statement)                                                               \
+    fake::ignore_leaks(true);                                                                      \
+    if (setjmp(fake::child_end) == 0) {                                                            \
+        statement;                                                                                 \
+        ADD_FAILURE() << #statement << " did not end the child";                                   \
+    }                                                                                              \
+    fake::ignore_leaks(false)

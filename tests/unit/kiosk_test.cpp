@@ -20,7 +20,7 @@ class kiosk : public service_test {
         state.next_pid = 0;
         state.calls.clear();
         kiosk_pid = 0;
-        EXPECT_THROW(set_url_w_rotation(url), fake::child_ended);
+        EXPECT_CHILD_ENDS(set_url_w_rotation(url));
         return state.calls;
     }
     static std::string command_line() {

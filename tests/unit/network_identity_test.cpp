@@ -109,7 +109,7 @@ TEST_F(network_identity, dhcp_start_kills_the_old_client_first_and_does_not_wait
 
 TEST_F(network_identity, dhcp_start_executes_exactly_killall) {
     state.next_pid = 0;
-    EXPECT_THROW(setup_dhcp_background_process(), fake::child_ended);
+    EXPECT_CHILD_ENDS(setup_dhcp_background_process());
     EXPECT_EQ(state.executed(), std::vector<std::string>{"/usr/bin/killall: killall -9 udhcpc"});
 }
 

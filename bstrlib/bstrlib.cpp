@@ -397,10 +397,13 @@ int binstrcaseless(const_bstring b1, int pos, const_bstring b2) {
     }
     const bytes text = bytes_of(b1);
     const bytes wanted = bytes_of(b2);
-    const auto found =
-        std::search(text.begin() + pos, text.end(), wanted.begin(), wanted.end(), is_same_caseless);
-    const bool is_found = found != text.end() || wanted.empty();
-    return is_found ? static_cast<int>(found - text.begin()) : BSTR_ERR;
+    for (const int last = b1->slen - b2->slen; pos <= last; ++pos) {
+        const bytes part = text.subspan(static_cast<std::size_t>(pos), wanted.size());
+        if (std::ranges::equal(part, wanted, is_same_caseless)) {
+            return pos;
+        }
+    }
+    return BSTR_ERR;
 }
 
 int bstrchrp(const_bstring b, int c, int pos) {

@@ -19,8 +19,14 @@ if(HDTV_WERROR)
   add_compile_options(-Werror)
 endif()
 
-# Keep the board's build small; no code here is hot enough to justify the size of -O3.
-string(REPLACE "-O3" "-O2" CMAKE_CXX_FLAGS_RELEASE "${CMAKE_CXX_FLAGS_RELEASE}")
+# No code here is hot enough to justify the size of -O3; on the board, not even that of -O2.
+if(HDTV_SMALL)
+  set(HDTV_OPTIMIZATION -Os)
+  add_link_options(-fipa-pta -Wl,--gc-sections)
+else()
+  set(HDTV_OPTIMIZATION -O2)
+endif()
+string(REPLACE "-O3" "${HDTV_OPTIMIZATION}" CMAKE_CXX_FLAGS_RELEASE "${CMAKE_CXX_FLAGS_RELEASE}")
 
 add_compile_options(-fstack-protector-strong)
 add_link_options(-Wl,-z,relro,-z,now)
@@ -34,6 +40,7 @@ else()
 endif()
 
 # For what ships: nothing in it throws or asks for a type at run time, so it needs no C++ runtime library.
-function(use_no_runtime_library target)
+function(set_product_options target)
   target_compile_options(${target} PRIVATE -fno-exceptions -fno-rtti)
+  set_target_properties(${target} PROPERTIES INTERPROCEDURAL_OPTIMIZATION ${HDTV_SMALL})
 endfunction()

@@ -13,6 +13,8 @@
 #include <string_view>
 #include <unistd.h>
 
+using namespace std::string_view_literals;
+
 namespace {
 
 constexpr int initial_turnout_timer = 120; // seconds
@@ -36,27 +38,27 @@ constexpr std::size_t longest_escape = 6;
 std::string_view escape_of(char c) {
     switch (c) {
     case '&':
-        return "&amp;";
+        return "&amp;"sv;
     case '<':
-        return "&lt;";
+        return "&lt;"sv;
     case '>':
-        return "&gt;";
+        return "&gt;"sv;
     case '"':
-        return "&quot;";
+        return "&quot;"sv;
     case '\\':
-        return "\\\\";
+        return "\\\\"sv;
     case '/':
-        return "\\/";
+        return "\\/"sv;
     case '\b':
-        return "\\b";
+        return "\\b"sv;
     case '\f':
-        return "\\f";
+        return "\\f"sv;
     case '\n':
-        return "\\n";
+        return "\\n"sv;
     case '\r':
-        return "\\r";
+        return "\\r"sv;
     case '\t':
-        return "\\t";
+        return "\\t"sv;
     default:
         return {};
     }
@@ -97,7 +99,7 @@ void append_escaped(line_builder &document, std::string_view text) {
     }
 }
 
-void append_member(line_builder &document, std::string_view name, unsigned long number) {
+void append_member(line_builder &document, std::string_view name, std::uint32_t number) {
     document.append(name);
     document.append_number(number);
 }
@@ -108,12 +110,12 @@ std::string_view format_document(const alert_document &document) {
         document.alert_time + static_cast<std::uint32_t>(turnout_timer);
     text.append("[{\"alert_type\":\"");
     text.append(document.type);
-    append_member(text, "\", \"show_turnout_timer\":\"", document.show_turnout_timer);
-    append_member(text, "\", \"alert_time\":\"", document.alert_time);
-    append_member(text, "\", \"turnout_end\":\"", document.turnout_end);
-    append_member(text, "\", \"turnout_zero\":\"", document.turnout_zero);
-    append_member(text, "\", \"turnout_reverse\":\"", document.turnout_reverse);
-    append_member(text, "\", \"alert_expiration\":\"", alert_expiration);
+    append_member(text, "\", \"show_turnout_timer\":\""sv, document.show_turnout_timer);
+    append_member(text, "\", \"alert_time\":\""sv, document.alert_time);
+    append_member(text, "\", \"turnout_end\":\""sv, document.turnout_end);
+    append_member(text, "\", \"turnout_zero\":\""sv, document.turnout_zero);
+    append_member(text, "\", \"turnout_reverse\":\""sv, document.turnout_reverse);
+    append_member(text, "\", \"alert_expiration\":\""sv, alert_expiration);
     text.append("\", \"alert_area\":\"");
     append_escaped(text, document.alert_area);
     text.append("\", \"map_url\":\"");
@@ -146,9 +148,9 @@ bstring format_log_prefix() {
     line_builder text(room);
     const int numbers[] = {local.tm_year, local.tm_mon + 1, local.tm_mday,
                            local.tm_hour, local.tm_min,     local.tm_sec};
-    const std::string_view after[] = {"-", "-", " ", ":", ":", ": "};
+    const std::string_view after[] = {"-"sv, "-"sv, " "sv, ":"sv, ":"sv, ": "sv};
     for (std::size_t i = 0; i < std::size(numbers); ++i) {
-        text.append_two_digits(numbers[i]);
+        text.append_two_digits(static_cast<std::uint32_t>(numbers[i]));
         text.append(after[i]);
     }
     return blk2bstr(text.view().data(), static_cast<int>(text.view().size()));
@@ -197,7 +199,7 @@ void format_units(std::span<const alerted_unit> units, std::span<char, unit_list
     line_builder text(list.first<unit_list_size - 1>());
     for (const auto &[name, color] : units) {
         if (color != 0) {
-            text.append(text.view().empty() ? "{\"unit\":\"" : ",{\"unit\":\"");
+            text.append(text.view().empty() ? "{\"unit\":\""sv : ",{\"unit\":\""sv);
             text.append(name);
             text.append("\",\"color\":\"");
             text.append_number(color);

@@ -15,7 +15,7 @@ extern bool log_alerts;   ///< initially true, never cleared
 
 constexpr std::size_t unit_list_size = 4096; ///< bytes, terminating zero included
 
-/// What the page should show. The texts are never null, and are not stored.
+/// What the page should show. The type is never null; the texts are not stored.
 struct alert_document {
     const char *type;                    ///< "display_alert", "hdtv_alert" or "stop_turnout"
     std::uint8_t show_turnout_timer = 0; ///< the flag byte of the message, 1 = alert on
@@ -23,11 +23,9 @@ struct alert_document {
     std::uint32_t turnout_end = 0; ///< these three: of the detail alert that started the alert
     std::uint32_t turnout_zero = 0;
     std::uint8_t turnout_reverse = 0;
-    // NOLINTBEGIN(readability-redundant-string-init): never null, for printf
-    std::string_view alert_area = ""; ///< the text; escaped on its way into the document
-    std::string_view map_url = "";    ///< written unescaped
-    std::string_view units = "";      ///< from format_units; written unescaped
-    // NOLINTEND(readability-redundant-string-init)
+    std::string_view alert_area = {}; ///< the text; escaped on its way into the document
+    std::string_view map_url = {};    ///< written unescaped
+    std::string_view units = {};      ///< from format_units; written unescaped
 };
 
 /// Rewrites "/dev/shm/alerts.json" (in place), prints the document, and appends it with the local time

@@ -63,7 +63,7 @@ void print_unit(std::string_view name, std::uint8_t color) {
 void print_length(std::string_view text) {
     char room[16];
     line_builder line(room);
-    line.append_number(text.size());
+    line.append_number(static_cast<std::uint32_t>(text.size()));
     line.append('\n');
     print_line(line.view());
 }

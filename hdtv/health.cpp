@@ -7,7 +7,9 @@
 #include "hdtv/timer.h"
 
 #include <array>
+#include <cstddef>
 #include <cstdio>
+#include <cstring>
 #include <event.h>
 #include <string_view>
 #include <unistd.h>
@@ -17,28 +19,29 @@ namespace {
 constexpr int health_period = 30; // seconds
 
 constexpr const char *mode_query = "/usr/bin/tvservice -s";
-constexpr std::string_view status_marker = "state 0x";
-constexpr std::string_view mode_separator = ", ";
-constexpr std::size_t longest_mode = 10;
+constexpr const char *status_marker = "state 0x";
+constexpr const char *mode_separator = ", ";
+constexpr std::ptrdiff_t longest_mode = 10;
 
 constexpr const char *interface_query = "/sbin/ifconfig"; // lists what is up
-constexpr std::string_view interface_name = "eth0";
+constexpr const char *interface_name = "eth0";
 constexpr const char *usb_query = "/usr/bin/lsusb";
-constexpr std::string_view nic_vendor = "0424:"; // USB vendor id of the network controller
+constexpr const char *nic_vendor = "0424:"; // USB vendor id of the network controller
 
 event fb_time_event;
 
+using take_line_fn = void (*)(const char *line, void *arg);
+
 // Calls back for each line of the command's output, at most 4095 bytes at a time. False if the
 // command cannot be started.
-template <typename line_taker> bool for_each_line(const char *command, const line_taker &take) {
+bool for_each_line(const char *command, take_line_fn take, void *arg) {
     std::FILE *pipe = popen(command, "r");
     if (pipe == nullptr) {
         return false;
     }
     std::array<char, 4096> line{};
     while (std::fgets(line.data(), static_cast<int>(line.size()), pipe) != nullptr) {
-        take(line.data());
-        line = {};
+        take(line.data(), arg);
     }
     pclose(pipe);
     return true;
@@ -46,29 +49,41 @@ template <typename line_taker> bool for_each_line(const char *command, const lin
 
 // The mode in a status line: the text between the first ", " after the marker and the next space;
 // empty if the line contains none.
-std::string_view find_mode(std::string_view line) {
-    const auto marker = line.find(status_marker);
-    if (marker == std::string_view::npos) {
+std::string_view find_mode(const char *line) {
+    const char *marker = std::strstr(line, status_marker);
+    const char *separator = marker != nullptr ? std::strstr(marker, mode_separator) : nullptr;
+    if (separator == nullptr) {
         return {};
     }
-    const auto separator = line.find(mode_separator, marker);
-    if (separator == std::string_view::npos) {
+    const char *start = separator + std::strlen(mode_separator);
+    const char *blank = std::strchr(start, ' ');
+    if (blank == nullptr || blank - start > longest_mode) {
         return {};
     }
-    const auto start = separator + mode_separator.size();
-    const auto blank = line.find(' ', start);
-    if (blank == std::string_view::npos || blank - start > longest_mode) {
-        return {};
-    }
-    return {line.data() + start, blank - start};
+    return {start, static_cast<std::size_t>(blank - start)};
 }
 
-int count_lines(const char *command, std::string_view text) {
-    int count = 0;
-    const bool is_started = for_each_line(command, [&](std::string_view line) {
-        count += line.find(text) != std::string_view::npos ? 1 : 0;
-    });
-    return is_started ? count : -1;
+// The last line wins. An earlier match is a deliberate leak, see architecture.md.
+void take_mode(const char *line, void *mode) {
+    const std::string_view found = find_mode(line);
+    if (!found.empty()) {
+        *static_cast<bstring *>(mode) = blk2bstr(found.data(), static_cast<int>(found.size()));
+    }
+}
+
+struct line_count {
+    const char *text; // that the lines contain
+    int count;
+};
+
+void count_line(const char *line, void *arg) {
+    auto *lines = static_cast<line_count *>(arg);
+    lines->count += std::strstr(line, lines->text) != nullptr ? 1 : 0;
+}
+
+int count_lines(const char *command, const char *text) {
+    line_count lines = {text, 0};
+    return for_each_line(command, count_line, &lines) ? lines.count : -1;
 }
 
 void check_display() {
@@ -113,13 +128,7 @@ void fb_time_fn(int /*fd*/, short /*event*/, void * /*arg*/) {
 
 bstring get_fb_resolution() {
     bstring mode = nullptr;
-    for_each_line(mode_query, [&](std::string_view line) {
-        const std::string_view found = find_mode(line);
-        if (!found.empty()) {
-            // The last line wins. An earlier match is a deliberate leak, see architecture.md.
-            mode = blk2bstr(found.data(), static_cast<int>(found.size()));
-        }
-    });
+    for_each_line(mode_query, take_mode, &mode);
     return mode;
 }
 

@@ -77,7 +77,7 @@ bool is_browser_gone() {
     struct stat status {};
     line_builder text(path);
     text.append("/proc/");
-    text.append_number(static_cast<unsigned long>(kiosk_pid));
+    text.append_number(static_cast<std::uint32_t>(kiosk_pid));
     return stat(path, &status) == -1 && errno == ENOENT;
 }
 

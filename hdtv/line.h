@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <span>
 #include <string_view>
 
@@ -12,10 +13,15 @@ class line_builder {
 
     void append(std::string_view text);
     void append(char c);
-    void append_number(unsigned long number);
+    void append_number(std::uint32_t number);
+
+    /// A literal, whose length is known.
+    template <std::size_t size> void append(const char (&literal)[size]) {
+        append(std::string_view(literal, size - 1));
+    }
 
     /// The last two digits, as in a date.
-    void append_two_digits(int number);
+    void append_two_digits(std::uint32_t number);
 
     /// Takes back what follows the first `size` bytes.
     void shorten_to(std::size_t size);

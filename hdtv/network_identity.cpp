@@ -44,7 +44,7 @@ in_addr_t find_address(int fd, interface_list &list, std::size_t count) {
 void get_mac_address(unsigned char *buf) {
     const int fd = socket(AF_INET, SOCK_DGRAM, 0);
     ifreq request{};
-    interface_name.copy(request.ifr_name, sizeof request.ifr_name - 1);
+    std::ranges::copy(interface_name, request.ifr_name);
     ioctl(fd, SIOCGIFHWADDR, &request);
     close(fd);
     std::memcpy(buf, request.ifr_hwaddr.sa_data, protocol::hardware_address_size);

@@ -3,9 +3,9 @@
 #include <arpa/inet.h>
 #include <cstdint>
 #include <cstdio>
+#include <cstring>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
-#include <string_view>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -15,7 +15,7 @@ namespace {
 
 constexpr const char *proxy_address = "10.87.33.1";
 constexpr std::uint16_t proxy_port = 3128;
-constexpr std::string_view gateway_network = "10.87.33.";
+constexpr const char *gateway_network = "10.87.33.";
 
 bool can_connect_to_proxy(int fd) {
     sockaddr_in proxy{};
@@ -48,7 +48,9 @@ bool detect_proxy() {
 
 void choose_proxy(const char *own_address) {
     use_oru_proxy = false;
-    if (std::string_view(own_address).starts_with(gateway_network) && detect_proxy()) {
+    const bool is_at_station =
+        std::strncmp(own_address, gateway_network, std::strlen(gateway_network)) == 0;
+    if (is_at_station && detect_proxy()) {
         use_oru_proxy = true;
     }
 }

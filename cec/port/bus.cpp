@@ -85,6 +85,11 @@ std::string_view part_of(std::string_view text, std::size_t from, std::size_t co
     return {text.data() + from, std::min(count, text.size() - from)};
 }
 
+// The standard library's test would need its exceptions.
+bool begins_with(std::string_view text, std::string_view start) {
+    return part_of(text, 0, start.size()) == start;
+}
+
 // The number given by exactly so many uppercase hex digits.
 std::optional<std::uint32_t> parse_hex(std::string_view digits, std::size_t count) {
     if (digits.size() != count) {
@@ -133,20 +138,20 @@ std::optional<cec_notification> parse_raw(std::string_view text) {
 }
 
 std::optional<cec_notification> parse_line(std::string_view line) {
-    if (line.starts_with("rx ")) {
+    if (begins_with(line, "rx ")) {
         return parse_frame(part_of(line, 3, longest_line), cec_reason::received);
     }
-    if (line.starts_with("tx ")) {
+    if (begins_with(line, "tx ")) {
         return parse_frame(part_of(line, 3, longest_line), cec_reason::transmitted);
     }
-    if (line.starts_with("raw ")) {
+    if (begins_with(line, "raw ")) {
         return parse_raw(part_of(line, 4, longest_line));
     }
     return std::nullopt;
 }
 
 bool parse_hello(std::string_view line) {
-    if (!line.starts_with("hello ") || line.size() != 12 || line[7] != ' ') {
+    if (!begins_with(line, "hello ") || line.size() != 12 || line[7] != ' ') {
         return false;
     }
     const auto logical = parse_hex(part_of(line, 6, 1), 1);

@@ -1,6 +1,6 @@
 // Runs a program by single steps and counts: the instructions that its first thread executes, and
 // the system calls among them. Writes a line to REPORT for its start-up, and one for each later turn
-// of its event loop, from the end of one wait to the end of the next:
+// of its event loop, from the end of one wait to the next wait, which counts:
 //
 //     INSTRUCTIONS CALL,CALL,...
 //
@@ -61,9 +61,6 @@ class counter {
         for (int signal = wait_for_stop(child_);;) {
             step(signal == SIGTRAP ? 0 : signal);
             signal = wait_for_stop(child_);
-            if (was_wait_) {
-                write_turn();
-            }
         }
     }
 
@@ -80,7 +77,9 @@ class counter {
         if (is_call) {
             calls_ += (calls_.empty() ? "" : ",") + std::to_string(registers.rax);
         }
-        was_wait_ = is_call && registers.rax == SYS_epoll_wait;
+        if (is_call && registers.rax == SYS_epoll_wait) {
+            write_turn();
+        }
         if (ptrace(PTRACE_SINGLESTEP, child_, nullptr, signal) < 0) {
             fail("PTRACE_SINGLESTEP");
         }
@@ -108,7 +107,6 @@ class counter {
     unsigned long long last_address_ = 0;
     long long instructions_ = 0;
     std::string calls_;
-    bool was_wait_ = false;
     std::map<unsigned long long, bool> is_system_call_;
 };
 

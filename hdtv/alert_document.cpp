@@ -93,8 +93,9 @@ void append_escaped(line_builder &document, std::string_view text) {
         const std::string_view escape = escape_of(c);
         if (escape.empty()) {
             document.append(c);
-        } else {
-            document.append(escape);
+        }
+        for (const char replacement : escape) { // too short for a call
+            document.append(replacement);
         }
     }
 }

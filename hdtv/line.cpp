@@ -10,12 +10,6 @@ void line_builder::append(std::string_view text) {
     size_ += size;
 }
 
-void line_builder::append(char c) {
-    if (size_ < room_.size()) {
-        room_[size_++] = c;
-    }
-}
-
 // Without divisions, which the board's processor has to do in software.
 void line_builder::append_number(std::uint32_t number) {
     char digits[10];

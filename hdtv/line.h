@@ -12,7 +12,11 @@ class line_builder {
     explicit line_builder(std::span<char> room) : room_(room) {}
 
     void append(std::string_view text);
-    void append(char c);
+    void append(char c) {
+        if (size_ < room_.size()) {
+            room_[size_++] = c;
+        }
+    }
     void append_number(std::uint32_t number);
 
     /// A literal, whose length is known.

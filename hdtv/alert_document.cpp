@@ -6,6 +6,7 @@
 #include "hdtv/line.h"
 
 #include <algorithm>
+#include <array>
 #include <cstring>
 #include <ctime>
 #include <fcntl.h>
@@ -29,39 +30,34 @@ bool log_alerts = true;
 
 namespace {
 
-// The characters that are escaped, each by what escape_of returns.
-constexpr const char *escaped_characters = "&<>\"\\/\b\f\n\r\t";
 constexpr std::size_t longest_escape = 6;
 
+struct escape {
+    char text[longest_escape + 1];
+    std::uint8_t size;
+};
+
 // The page decodes the markup characters and the quotation mark as HTML references, the rest as JSON
-// escapes. Empty for every other character.
-std::string_view escape_of(char c) {
-    switch (c) {
-    case '&':
-        return "&amp;"sv;
-    case '<':
-        return "&lt;"sv;
-    case '>':
-        return "&gt;"sv;
-    case '"':
-        return "&quot;"sv;
-    case '\\':
-        return "\\\\"sv;
-    case '/':
-        return "\\/"sv;
-    case '\b':
-        return "\\b"sv;
-    case '\f':
-        return "\\f"sv;
-    case '\n':
-        return "\\n"sv;
-    case '\r':
-        return "\\r"sv;
-    case '\t':
-        return "\\t"sv;
-    default:
-        return {};
+// escapes.
+constexpr const char *escaped_characters = "&<>\"\\/\b\f\n\r\t";
+constexpr escape escapes[] = {{"&amp;", 5}, {"&lt;", 4}, {"&gt;", 4}, {"&quot;", 6},
+                              {"\\\\", 2},  {"\\/", 2},  {"\\b", 2},  {"\\f", 2},
+                              {"\\n", 2},   {"\\r", 2},  {"\\t", 2}};
+
+// For each character up to the last that is escaped: the number of its escape, from 1; 0 if it has none.
+constexpr auto escape_numbers = [] {
+    std::array<std::uint8_t, '\\' + 1> numbers{};
+    for (std::uint8_t i = 0; escaped_characters[i] != 0; ++i) {
+        numbers[static_cast<std::size_t>(escaped_characters[i])] = i + 1;
     }
+    return numbers;
+}();
+
+// Null for a character that is written as it is.
+const escape *escape_of(char c) {
+    const auto place = static_cast<unsigned char>(c);
+    const std::size_t number = place < escape_numbers.size() ? escape_numbers[place] : 0;
+    return number != 0 ? &escapes[number - 1] : nullptr;
 }
 
 // Fits the longest document: a text that fills a message, each of its characters escaped, the address of
@@ -90,12 +86,11 @@ void append_escaped(line_builder &document, std::string_view text) {
     document.shorten_to(start + plain);
     text.remove_prefix(plain);
     for (const char c : text) {
-        const std::string_view escape = escape_of(c);
-        if (escape.empty()) {
+        const escape *found = escape_of(c);
+        if (found != nullptr) {
+            document.append_start(found->text, found->size);
+        } else {
             document.append(c);
-        }
-        for (const char replacement : escape) { // too short for a call
-            document.append(replacement);
         }
     }
 }

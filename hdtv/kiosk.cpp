@@ -8,8 +8,11 @@
 #include "hdtv/line.h"
 #include "hdtv/proxy.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
+#include <cstdint>
+#include <span>
 #include <sys/prctl.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -72,12 +75,22 @@ void start_browser(const char *address) {
     }
 }
 
-bool is_browser_gone() {
-    char path[32] = {};
-    struct stat status {};
+void format_process_path(std::span<char> path, int pid) {
+    std::ranges::fill(path, '\0');
     line_builder text(path);
     text.append("/proc/");
-    text.append_number(static_cast<std::uint32_t>(kiosk_pid));
+    text.append_number(static_cast<std::uint32_t>(pid));
+}
+
+bool is_browser_gone() {
+    // Formatted for each browser, not at each tick.
+    static char path[32];
+    static int pid;
+    if (pid != kiosk_pid) {
+        pid = kiosk_pid;
+        format_process_path(path, pid);
+    }
+    struct stat status {};
     return stat(path, &status) == -1 && errno == ENOENT;
 }
 

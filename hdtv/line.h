@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <span>
 #include <string_view>
 
@@ -17,6 +18,16 @@ class line_builder {
             room_[size_++] = c;
         }
     }
+    /// The first bytes of a short array, which is copied whole: that takes no call.
+    template <std::size_t size> void append_start(const char (&array)[size], std::size_t wanted) {
+        if (room_.size() - size_ < size) {
+            append(std::string_view(array, wanted));
+            return;
+        }
+        std::memcpy(room_.data() + size_, array, size);
+        size_ += wanted;
+    }
+
     void append_number(std::uint32_t number);
 
     /// A literal, whose length is known.

@@ -49,12 +49,12 @@ class Limit:
 
 # Of the service.
 LIMITS = {
-    "display alert, 14 letters": Limit(17_000, 15),
-    "detail alert, four units": Limit(29_500, 18),
-    "display alert, 4,000 letters": Limit(169_000, 16),
-    "display alert, 1,000 quotation marks": Limit(610_000, 16),
-    START_UP: Limit(2_100_000),
-    TICK: Limit(2_200),
+    "display alert, 14 letters": Limit(9_500, 14),
+    "detail alert, four units": Limit(15_000, 17),
+    "display alert, 4,000 letters": Limit(17_000, 14),
+    "display alert, 1,000 quotation marks": Limit(60_000, 14),
+    START_UP: Limit(400_000),
+    TICK: Limit(1_500),
 }
 
 

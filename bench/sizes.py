@@ -29,9 +29,9 @@ def main() -> int:
     )
     arguments = parser.parse_args()
     sizes = [
-        Size("executable for the board, stripped", stripped_size("armv6"), 60),
-        Size("the same without shared libraries", stripped_size("armv6-static"), 1100),
-        Size("resident memory after 1000 alerts (x86-64)", resident_size(), 5000),
+        Size("executable for the board, stripped", stripped_size("armv6"), 36),
+        Size("the same without shared libraries", stripped_size("armv6-static"), 760),
+        Size("resident memory after 1000 alerts (x86-64)", resident_size(), 2300),
     ]
     print("| What                                       |    KB | Limit |")
     print("|--------------------------------------------|------:|------:|")

@@ -29,13 +29,15 @@ namespace {
     std::exit(1);
 }
 
-// At the same addresses each time: some string functions depend on alignment.
+// At the same addresses each time, and without an environment, which would move the stack: some string
+// functions depend on alignment.
 pid_t start(char **command) {
     const pid_t child = fork();
     if (child == 0) {
         personality(ADDR_NO_RANDOMIZE);
         ptrace(PTRACE_TRACEME, 0, nullptr, nullptr);
-        execv(command[0], command);
+        char *const environment[] = {nullptr};
+        execve(command[0], command, environment);
         fail(command[0]);
     }
     return child;

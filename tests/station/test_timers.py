@@ -1,5 +1,8 @@
 """The clock tick, the watchdog and the power tick, on the real clock."""
 
+import struct
+from datetime import datetime, timedelta, timezone
+
 import pytest
 from support import StationMaker, is_zombie, start
 
@@ -40,6 +43,34 @@ def test_browser_whose_process_is_gone_is_started_again(station: Station) -> Non
     deliver(station, gateway.set_date("now"))  # its wait reaps the zombie
     second = station.wait_for_calls("qt-webkit-kiosk", 2)[1]
     assert second.argv == first.argv
+
+
+def time_zone(hours: int) -> bytes:
+    """A time zone's file: always so many hours east of Greenwich."""
+    header = b"TZif".ljust(20, b"\0") + struct.pack(">6L", 0, 0, 0, 0, 1, 4)
+    return header + struct.pack(">lBB", hours * 3600, 0, 0) + b"ABC\0"
+
+
+@pytest.mark.slow
+def test_changed_time_zone_is_followed_within_a_minute(station: Station) -> None:
+    zone = station.path("/etc/localtime")
+
+    def set_zone(hours: int) -> None:
+        zone.unlink(missing_ok=True)  # a new file, as the tools for it make one
+        zone.write_bytes(time_zone(hours))
+
+    set_zone(0)
+    start(station)
+
+    def logged_offset() -> float:
+        deliver(station, gateway.display_alert("FIRE"))
+        line = station.path("/tmp/alerts.log").read_text().splitlines()[-1]
+        logged = datetime.strptime(line[:17], "%y-%m-%d %H:%M:%S").replace(tzinfo=timezone.utc)
+        return round((logged - datetime.now(timezone.utc)) / timedelta(hours=1))
+
+    assert logged_offset() == 0
+    set_zone(5)
+    wait_for(lambda: logged_offset() == 5, "the new time zone in the log", deadline=90)
 
 
 def test_late_address_is_shown_and_the_browser_uses_the_proxy(make_station: StationMaker) -> None:

@@ -1,7 +1,8 @@
-"""What an alert costs: the system calls and user instructions of the service, counted by single steps
-and so the same in every run, beside those of the least program on the same event loop."""
+"""What an alert costs: the system calls and user instructions of the service, counted by single steps,
+beside those of the least program on the same event loop."""
 
 import argparse
+import socket
 import sys
 from collections.abc import Callable
 from dataclasses import dataclass
@@ -103,7 +104,7 @@ class Counted:
 
     def _send(self, content: bytes) -> Turn:
         before = len(self.turns())
-        with self._station.on_gateway(), gateway.socket.create_connection(
+        with self._station.on_gateway(), socket.create_connection(
             (UNIT_ADDRESS, self._port), SLOW
         ) as connection:
             connection.sendall(content)

@@ -48,7 +48,7 @@ constexpr escape escapes[] = {{"&amp;", 5}, {"&lt;", 4}, {"&gt;", 4}, {"&quot;",
 constexpr auto escape_numbers = [] {
     std::array<std::uint8_t, '\\' + 1> numbers{};
     for (std::uint8_t i = 0; escaped_characters[i] != 0; ++i) {
-        numbers[static_cast<std::size_t>(escaped_characters[i])] = i + 1;
+        numbers[static_cast<unsigned char>(escaped_characters[i])] = i + 1;
     }
     return numbers;
 }();

@@ -13,6 +13,7 @@
 #include <iterator>
 #include <string_view>
 #include <unistd.h>
+#include <utility>
 
 using namespace std::string_view_literals;
 
@@ -30,35 +31,63 @@ bool log_alerts = true;
 
 namespace {
 
+const tagbstring amp = bstr_constant("&");
+const tagbstring escaped_amp = bstr_constant("&amp;");
+const tagbstring lthan = bstr_constant("<");
+const tagbstring escaped_lthan = bstr_constant("&lt;");
+const tagbstring gthan = bstr_constant(">");
+const tagbstring escaped_gthan = bstr_constant("&gt;");
+const tagbstring quote = bstr_constant("\"");
+const tagbstring escaped_quote = bstr_constant("&quot;");
+const tagbstring bslash = bstr_constant("\\");
+const tagbstring escaped_bslash = bstr_constant("\\\\");
+const tagbstring fslash = bstr_constant("/");
+const tagbstring escaped_fslash = bstr_constant("\\/");
+const tagbstring bspace = bstr_constant("\b");
+const tagbstring escaped_bspace = bstr_constant("\\b");
+const tagbstring ff = bstr_constant("\f");
+const tagbstring escaped_ff = bstr_constant("\\f");
+const tagbstring nl = bstr_constant("\n");
+const tagbstring escaped_nl = bstr_constant("\\n");
+const tagbstring cr = bstr_constant("\r");
+const tagbstring escaped_cr = bstr_constant("\\r");
+const tagbstring tab = bstr_constant("\t");
+const tagbstring escaped_tab = bstr_constant("\\t");
+
+// The page decodes the markup characters and the quotation mark as HTML references, the rest as JSON
+// escapes.
+constexpr std::pair<const tagbstring *, const tagbstring *> escapes[] = {
+    {&amp, &escaped_amp},       {&lthan, &escaped_lthan},   {&gthan, &escaped_gthan},
+    {&quote, &escaped_quote},   {&bslash, &escaped_bslash}, {&fslash, &escaped_fslash},
+    {&bspace, &escaped_bspace}, {&ff, &escaped_ff},         {&nl, &escaped_nl},
+    {&cr, &escaped_cr},         {&tab, &escaped_tab},
+};
+
 constexpr std::size_t longest_escape = 6;
 
 struct escape {
     char text[longest_escape + 1];
-    std::uint8_t size;
+    std::uint8_t size; // 0: the character is written as it is
 };
 
-// The page decodes the markup characters and the quotation mark as HTML references, the rest as JSON
-// escapes.
-constexpr const char *escaped_characters = "&<>\"\\/\b\f\n\r\t";
-constexpr escape escapes[] = {{"&amp;", 5}, {"&lt;", 4}, {"&gt;", 4}, {"&quot;", 6},
-                              {"\\\\", 2},  {"\\/", 2},  {"\\b", 2},  {"\\f", 2},
-                              {"\\n", 2},   {"\\r", 2},  {"\\t", 2}};
+// The pairs for one pass over a text: the escape of each character up to the backslash, the last that has
+// one, and all the characters that have one.
+struct escape_table {
+    std::array<escape, '\\' + 1> of;
+    char characters[std::size(escapes) + 1];
+};
 
-// For each character up to the last that is escaped: the number of its escape, from 1; 0 if it has none.
-constexpr auto escape_numbers = [] {
-    std::array<std::uint8_t, '\\' + 1> numbers{};
-    for (std::uint8_t i = 0; escaped_characters[i] != 0; ++i) {
-        numbers[static_cast<unsigned char>(escaped_characters[i])] = i + 1;
+const escape_table table = [] {
+    escape_table result{};
+    char *character = result.characters;
+    for (const auto &[find, replacement] : escapes) {
+        escape &entry = result.of[find->data[0]];
+        entry.size = static_cast<std::uint8_t>(replacement->slen);
+        std::memcpy(entry.text, replacement->data, entry.size);
+        *character++ = static_cast<char>(find->data[0]);
     }
-    return numbers;
+    return result;
 }();
-
-// Null for a character that is written as it is.
-const escape *escape_of(char c) {
-    const auto place = static_cast<unsigned char>(c);
-    const std::size_t number = place < escape_numbers.size() ? escape_numbers[place] : 0;
-    return number != 0 ? &escapes[number - 1] : nullptr;
-}
 
 // Fits the longest document: a text that fills a message, each of its characters escaped, the address of
 // a map that fills one, and the list of units.
@@ -82,13 +111,13 @@ void append_escaped(line_builder &document, std::string_view text) {
     document.append(text);
     document.append('\0');
     const std::size_t plain =
-        std::min(std::strcspn(document.view().data() + start, escaped_characters), text.size());
+        std::min(std::strcspn(document.view().data() + start, table.characters), text.size());
     document.shorten_to(start + plain);
     text.remove_prefix(plain);
     for (const char c : text) {
-        const escape *found = escape_of(c);
-        if (found != nullptr) {
-            document.append_start(found->text, found->size);
+        const auto place = static_cast<unsigned char>(c);
+        if (place < table.of.size() && table.of[place].size != 0) {
+            document.append_start(table.of[place].text, table.of[place].size);
         } else {
             document.append(c);
         }

@@ -4,7 +4,6 @@ the machine's watchdog does when the service hangs. The tests share one machine 
 import json
 import re
 import socket
-import struct
 from collections.abc import Iterator
 from pathlib import Path
 
@@ -304,12 +303,6 @@ def test_peer_that_swallows_connections_does_not_end_in_a_reset(
     assert network.start_on_gateway("ip", "rule", "del", *silence).wait() == 0
 
 
-def reset(connection: socket.socket) -> None:
-    """Closes it so that nothing is left at the unit, either."""
-    connection.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, struct.pack("ii", 1, 0))
-    connection.close()
-
-
 def connect_and_stay(network: Station, message: bytes) -> socket.socket:
     """The unit has taken the message, and closed its end."""
     connection = gateway.connect(network, destination=ADDRESS)
@@ -319,7 +312,7 @@ def connect_and_stay(network: Station, message: bytes) -> socket.socket:
 
 
 def alert_over_tcp(unit: X86Unit, network: Station, text: str) -> None:
-    reset(connect_and_stay(network, gateway.display_alert(text)))
+    gateway.reset(connect_and_stay(network, gateway.display_alert(text)))
     unit.wait_for_output(DOCUMENT, f'"alert_area":"{text}"')
 
 
@@ -346,7 +339,7 @@ def test_service_that_came_too_late_for_its_port_gets_it_later(
     assert "datagrams only until it is free" in unit.run(JOURNAL)
     assert unit.run(LOOKS).strip() == "1"
     first = main_process(unit)
-    reset(connection)
+    gateway.reset(connection)
     wait_for(lambda: main_process(unit) not in (0, first), "another process")
     unit.wait_for_output(JOURNAL, "Starting qt-webkit-kiosk")
     alert_over_tcp(unit, network, "HEARD")
@@ -360,7 +353,7 @@ def test_stopped_service_looks_at_its_port_no_longer(unit: X86Unit, network: Sta
     unit.wait_for_output(LOOKS, "1")
     unit.run("systemctl stop hdtv")
     assert unit.run(LOOKS).strip() == "0"
-    reset(connection)
+    gateway.reset(connection)
     unit.run("rm /etc/default/hdtv; systemctl start hdtv")
     unit.wait_for_output(JOURNAL, "Starting qt-webkit-kiosk")
 

@@ -3,6 +3,7 @@ set(BOARD ${PROJECT_SOURCE_DIR}/board)
 set(DOCUMENTS ${CMAKE_INSTALL_DATADIR}/doc/hdtv)
 
 install(FILES ${BOARD}/debian/hdtv.service ${BOARD}/debian/station-web.service
+  ${BOARD}/debian/hdtv-upkeep.service ${BOARD}/debian/hdtv-upkeep.timer
   DESTINATION /lib/systemd/system)
 install(FILES ${BOARD}/debian/sysctl.conf DESTINATION lib/sysctl.d RENAME 60-hdtv.conf)
 install(FILES ${BOARD}/debian/config.json DESTINATION ${CMAKE_INSTALL_DATADIR}/hdtv)
@@ -11,8 +12,8 @@ install(PROGRAMS ${BOARD}/debian/examples/qt-webkit-kiosk DESTINATION ${DOCUMENT
 # The wrapper around wget for the service.
 install(PROGRAMS ${BOARD}/debian/wget DESTINATION lib/hdtv)
 install(FILES ${BOARD}/debian/wget.conf DESTINATION /lib/systemd/system/hdtv.service.d)
-# The systemd unit uses its precautions around a start and a stop.
-install(PROGRAMS ${BOARD}/package/hdtv/S90hdtv DESTINATION lib/hdtv)
+# The systemd units use its precautions around a start and a stop, and the image's upkeep.
+install(PROGRAMS ${BOARD}/package/hdtv/S90hdtv ${BOARD}/package/hdtv/upkeep DESTINATION lib/hdtv)
 install(FILES ${BOARD}/debian/copyright DESTINATION ${DOCUMENTS})
 
 install_compressed(${BOARD}/debian/changelog ${DOCUMENTS})

@@ -3,6 +3,7 @@
 import contextlib
 import http.server
 import socket
+import struct
 import threading
 import wave
 from collections.abc import Iterator, Mapping
@@ -162,6 +163,12 @@ def wait_until_closed(connection: socket.socket) -> None:
     with contextlib.suppress(ConnectionResetError):
         answer = connection.recv(1)
         assert answer == b"", answer
+
+
+def reset(connection: socket.socket) -> None:
+    """Closes it so that nothing is left of it at the unit, either."""
+    connection.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, struct.pack("ii", 1, 0))
+    connection.close()
 
 
 def describe_record(record: bytes) -> str:

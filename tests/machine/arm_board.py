@@ -62,6 +62,9 @@ until grep -q 'Initial Event' /var/log/television; do sleep 0.1; done
 echo {up} >/dev/ttyAMA0
 """
 
+# The tests need not wait a minute for it.
+DEFAULTS = "UPKEEP_PERIOD=2\n"
+
 UDHCPC_SCRIPT = """\
 #!/bin/sh
 [ "$1" != bound ] || ifconfig "$interface" "$ip" netmask "${subnet:-255.255.255.0}"
@@ -82,8 +85,12 @@ def make_initramfs(root: Path, address: str | None, follower: str, starts: bool)
         shutil.copy(CACHE / "usr" / "lib" / "arm-linux-gnueabi" / library, root / "lib")
     shutil.copy(BUILD / "hdtv" / "hdtv", root / "usr" / "sbin")
     shutil.copy(machine.TOP / "board" / "package" / "hdtv" / "S90hdtv", root / "etc" / "init.d")
+    (root / "usr/lib/hdtv").mkdir(parents=True)
+    shutil.copy(machine.TOP / "board" / "package" / "hdtv" / "upkeep", root / "usr/lib/hdtv")
     machine.write_program(root / "usr/bin/qt-webkit-kiosk", "#!/bin/sh\nexec sleep 1000000\n")
     machine.write_program(root / "etc/udhcpc/default.script", UDHCPC_SCRIPT)
+    (root / "etc/default").mkdir()
+    (root / "etc/default/hdtv").write_text(DEFAULTS)
     (root / "etc/inittab").write_text(INITTAB)
     (root / "var/www/config.json").write_text('{"comm_gw":"10.87.33.20","rotation":"0"}')
     script = RCS.format(

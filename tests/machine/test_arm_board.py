@@ -5,7 +5,7 @@ import re
 from collections.abc import Iterator
 
 import pytest
-from arm_board import ADDRESS, HARDWARE_ADDRESS, ArmBoard
+from arm_board import ADDRESS, DEFAULTS, HARDWARE_ADDRESS, ArmBoard
 from machine import gateway_network, wait_for
 
 from simulation import gateway
@@ -80,6 +80,100 @@ def test_watchdog_is_kicked(board: ArmBoard) -> None:
     """For longer than the watchdog's timeout."""
     wait_for(lambda: float(board.run("cat /proc/uptime").split()[0]) > 30, "30 seconds")
     assert board.run("/etc/init.d/S90hdtv status").startswith("hdtv: running")
+
+
+def number(board: ArmBoard, command: str) -> int:
+    """What it prints; 0 if it fails. Init may have switched on the console's echo again."""
+    return int((re.findall(r"^\d+$", board.run(command), re.MULTILINE) or ["0"])[-1])
+
+
+def process(board: ArmBoard) -> int:
+    return number(board, "cat /var/run/hdtv.pid")
+
+
+def descriptors(board: ArmBoard) -> int:
+    return number(board, f"ls /proc/{process(board)}/fd | wc -l")
+
+
+def set_defaults(board: ArmBoard, *lines: str) -> None:
+    """For upkeep at its next run, and for the service at its next start."""
+    text = DEFAULTS + "".join(f"{line}\n" for line in lines)
+    board.run(f"printf {text!r} >/etc/default/hdtv")
+
+
+def show_at_once(board: ArmBoard, network: Station, text: str) -> None:
+    """Over UDP, so no connection keeps the service's port busy afterward."""
+    gateway.send_datagram(network, gateway.display_alert(text), destination=ADDRESS)
+    board.wait_for_output(DOCUMENT, f'"alert_area":"{text}"')
+
+
+LOOKS = "grep '(mark ' /var/log/messages"
+
+
+def wait_for_restart(board: ArmBoard, former: int) -> None:
+    """And for its port: a datagram that comes earlier is lost."""
+    wait_for(lambda: process(board) not in (0, former), "another process")
+    board.wait_for_output("cat /proc/net/udp", ":0FA0 ")
+
+
+def test_upkeep_starts_a_service_again_that_holds_too_much_but_not_during_an_alert(
+    board: ArmBoard, network: Station
+) -> None:
+    """With a lowered limit; its clock is set to the time of the look."""
+    board.run("date -s '2027-04-01 04:00'")
+    set_defaults(board, "DESCRIPTORS=64", "DOCUMENT_LOG_LIMIT=1")
+    before = process(board)
+    board.run("/etc/init.d/S90hdtv restart")
+    wait_for_restart(board, before)
+    first = process(board)
+    show_at_once(board, network, "FIRE")
+    idle = descriptors(board)
+    for _ in range(30):
+        gateway.send_datagram(network, gateway.roll_call(), destination=ADDRESS)
+    wait_for(lambda: descriptors(board) >= idle + 30, "the refusals")
+    assert "hdtv:" not in board.run(LOOKS)
+    board.run("date -s '2027-04-01 04:30'")
+    board.wait_for_output(LOOKS, "starting again when nothing is going on")
+    assert process(board) == first
+    assert '"alert_area":"FIRE"' in board.run(DOCUMENT)
+    show_at_once(board, network, "")
+    wait_for_restart(board, first)
+    assert re.search(r"hdtv: \d+ descriptors \(mark 32\), .*: starting again\n", board.run(LOOKS))
+    assert descriptors(board) < 20
+
+
+def test_upkeep_bounds_the_log(board: ArmBoard, network: Station) -> None:
+    show_at_once(board, network, "LONG" * 300)
+    board.wait_for_output("ls /tmp/", "alerts.log.1")
+    assert number(board, "wc -c </tmp/alerts.log.1") > 1024
+    show_at_once(board, network, "")
+    assert '"alert_area":""' in board.run("cat /tmp/alerts.log")
+
+
+def test_upkeep_counts_a_clips_leftovers(board: ArmBoard, network: Station) -> None:
+    set_defaults(board, "CHILD_MARK=1")
+    first = process(board)
+    clip = gateway.play_clip(f"http://{gateway.GATEWAY}/none.wav")
+    gateway.send_datagram(network, clip, destination=ADDRESS)
+    zombies = f"cat /proc/[0-9]*/stat 2>/dev/null | grep -c ') Z {first} '"
+    wait_for(lambda: number(board, zombies) >= 2, "the clip's leftovers")
+    board.run("date -s '2027-04-02 04:30'")
+    wait_for_restart(board, first)
+    assert re.search(r"\d+ ended children \(mark 1\), .*: starting again\n", board.run(LOOKS))
+
+
+def test_upkeep_says_that_all_is_well(board: ArmBoard) -> None:
+    """Its counts and marks with the board's own tools."""
+    set_defaults(board)
+    first = process(board)
+    board.run("date -s '2027-04-03 04:30'")
+    board.wait_for_output(LOOKS, "as it should be")
+    said = next(x for x in board.run(LOOKS).splitlines() if "as it should be" in x)
+    figures = re.findall(r"(\d+)(?: kB)? [a-z ]+ \(mark (\d+)\)", said)
+    assert [int(mark) for _, mark in figures][::2] == [10000, 32768]
+    assert all(0 <= int(amount) < int(mark) / 2 for amount, mark in figures)
+    assert int(figures[0][0]) >= 9 and int(figures[2][0]) > 500
+    assert process(board) == first
 
 
 def test_television_that_never_wakes_ends_in_a_reset(board: ArmBoard, network: Station) -> None:

@@ -4,7 +4,6 @@ the machine's watchdog does when the service hangs. The tests share one machine 
 import json
 import re
 import socket
-import struct
 from collections.abc import Iterator
 from pathlib import Path
 
@@ -304,12 +303,6 @@ def test_peer_that_swallows_connections_does_not_end_in_a_reset(
     assert network.start_on_gateway("ip", "rule", "del", *silence).wait() == 0
 
 
-def reset(connection: socket.socket) -> None:
-    """Closes it so that nothing is left at the unit, either."""
-    connection.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, struct.pack("ii", 1, 0))
-    connection.close()
-
-
 def connect_and_stay(network: Station, message: bytes) -> socket.socket:
     """The unit has taken the message, and closed its end."""
     connection = gateway.connect(network, destination=ADDRESS)
@@ -319,7 +312,7 @@ def connect_and_stay(network: Station, message: bytes) -> socket.socket:
 
 
 def alert_over_tcp(unit: X86Unit, network: Station, text: str) -> None:
-    reset(connect_and_stay(network, gateway.display_alert(text)))
+    gateway.reset(connect_and_stay(network, gateway.display_alert(text)))
     unit.wait_for_output(DOCUMENT, f'"alert_area":"{text}"')
 
 
@@ -334,6 +327,103 @@ def test_refused_roll_calls_do_not_make_the_unit_deaf(unit: X86Unit, network: St
     alert_over_tcp(unit, network, "HEARD")
 
 
+def test_limits_last_for_a_year(unit: X86Unit) -> None:
+    """A roll call every five minutes that cannot be answered uses up 105,000 descriptors."""
+    limits = unit.run(f"grep 'Max open files' /proc/{main_process(unit)}/limits").split()
+    assert int(limits[3]) > 4 * 105_000
+    assert unit.run("systemctl show -P TasksMax hdtv").strip() == "infinity"
+
+
+# Lines of a program that has ended by the time they are read belong to no unit.
+UPKEEP_JOURNAL = "journalctl --no-pager -o cat -t hdtv | grep '(mark '"
+WAITING = "starting again when nothing is going on"
+
+
+def leave_descriptors(unit: X86Unit, network: Station, count: int) -> None:
+    """Roll calls from a gateway that does not listen."""
+    descriptors = f"ls /proc/{main_process(unit)}/fd | wc -l"
+    first = int(unit.run(descriptors))
+    for _ in range(count):
+        gateway.send_datagram(network, gateway.roll_call(), destination=ADDRESS)
+    wait_for(lambda: int(unit.run(descriptors)) >= first + count, "the refusals")
+
+
+def test_upkeep_starts_a_service_again_that_holds_too_much_but_not_during_an_alert(
+    unit: X86Unit, network: Station
+) -> None:
+    """With a lowered limit. The clock brings the timer's time."""
+    assert state(unit, "hdtv-upkeep.timer") == "active"
+    unit.run("mkdir /run/systemd/system/hdtv.service.d")
+    limits = "/run/systemd/system/hdtv.service.d/limits.conf"
+    unit.run(f"printf '[Service]\\nLimitNOFILE=64\\n' >{limits}")
+    unit.run("echo DOCUMENT_LOG_LIMIT=1 >/etc/default/hdtv")
+    unit.run("date -s '2027-04-01 04:12'; systemctl daemon-reload; systemctl restart hdtv")
+    unit.wait_for_output(JOURNAL, "Starting qt-webkit-kiosk")
+    first = main_process(unit)
+    show(unit, network, "LONG" * 300)
+    show(unit, network, "FIRE")
+    leave_descriptors(unit, network, 30)
+    unit.run("date -s '2027-04-01 04:29:58'")
+    unit.wait_for_output(UPKEEP_JOURNAL, WAITING)
+    assert main_process(unit) == first
+    assert '"alert_area":"FIRE"' in unit.run(DOCUMENT)
+    log = unit.run("cat /tmp/alerts.log.1")
+    assert '"alert_area":"FIRE"' in log and len(log) > 1024
+    show(unit, network, "")
+    assert '"alert_area":""' in unit.run("cat /tmp/alerts.log")
+    unit.run("date -s '2027-04-01 04:39:58'")
+    wait_for(lambda: main_process(unit) not in (0, first), "another process")
+    unit.wait_for_output(JOURNAL, "Starting qt-webkit-kiosk")
+    said = unit.run(UPKEEP_JOURNAL)
+    assert re.search(
+        r"^(3[3-9]|4\d) descriptors \(mark 32\), .*: starting again$", said, re.MULTILINE
+    )
+    assert int(unit.run(f"ls /proc/{main_process(unit)}/fd | wc -l")) < 20
+    alert_over_tcp(unit, network, "HEARD")
+    alert_over_tcp(unit, network, "")
+
+
+def test_upkeep_counts_a_clips_leftovers(unit: X86Unit, network: Station) -> None:
+    unit.run("echo CHILD_MARK=1 >/etc/default/hdtv")
+    first = main_process(unit)
+    clip = gateway.play_clip(f"http://{gateway.GATEWAY}/none.wav")
+    gateway.send_datagram(network, clip, destination=ADDRESS)
+    wait_for(lambda: int(unit.run(f"ps --ppid {first} -o stat= | grep -c Z")) >= 2, "the leftovers")
+    unit.run("date -s '2027-04-02 04:29:58'")
+    wait_for(lambda: main_process(unit) not in (0, first), "another process")
+    unit.wait_for_output(JOURNAL, "Starting qt-webkit-kiosk")
+    assert re.search(r"\d+ ended children \(mark 1\)", unit.run(UPKEEP_JOURNAL))
+    unit.run("rm /etc/default/hdtv; rm -r /run/systemd/system/hdtv.service.d")
+    unit.run("systemctl daemon-reload; systemctl restart hdtv")
+    unit.wait_for_output(JOURNAL, "Starting qt-webkit-kiosk")
+
+
+def test_upkeep_says_once_a_day_that_all_is_well(unit: X86Unit) -> None:
+    first = main_process(unit)
+    unit.run("date -s '2027-04-03 05:00'; systemctl start hdtv-upkeep; systemctl start hdtv-upkeep")
+    unit.wait_for_output(UPKEEP_JOURNAL, "as it should be")
+    well = [line for line in unit.run(UPKEEP_JOURNAL).splitlines() if "as it should be" in line]
+    assert len(well) == 1
+    figures = re.findall(r"(\d+)(?: kB)? [a-z ]+ \(mark (\d+)\)", well[0])
+    assert [int(mark) for _, mark in figures] == [10000, 1000, 32768]
+    assert all(0 <= int(amount) < int(mark) / 2 for amount, mark in figures)
+    assert int(figures[0][0]) >= 9 and int(figures[2][0]) > 500
+    assert main_process(unit) == first
+    everything = unit.run("journalctl --no-pager -o cat -u hdtv-upkeep")
+    assert "as it should be" in everything and "Finished" not in everything
+
+
+def test_upkeep_leaves_a_stopped_service_alone(unit: X86Unit) -> None:
+    unit.run("systemctl stop hdtv")
+    assert state(unit, "hdtv-upkeep.timer") == "inactive"
+    unit.run("date -s '2027-04-04 05:00'")
+    assert unit.run("systemctl start hdtv-upkeep; echo $?").split() == ["0"]
+    assert state(unit, "hdtv") == "inactive"
+    unit.run("systemctl start hdtv")
+    unit.wait_for_output(JOURNAL, "Starting qt-webkit-kiosk")
+    assert state(unit, "hdtv-upkeep.timer") == "active"
+
+
 LOOKS = "pgrep -fc 'S90hdtv retry-port'"
 
 
@@ -346,7 +436,7 @@ def test_service_that_came_too_late_for_its_port_gets_it_later(
     assert "datagrams only until it is free" in unit.run(JOURNAL)
     assert unit.run(LOOKS).strip() == "1"
     first = main_process(unit)
-    reset(connection)
+    gateway.reset(connection)
     wait_for(lambda: main_process(unit) not in (0, first), "another process")
     unit.wait_for_output(JOURNAL, "Starting qt-webkit-kiosk")
     alert_over_tcp(unit, network, "HEARD")
@@ -360,7 +450,7 @@ def test_stopped_service_looks_at_its_port_no_longer(unit: X86Unit, network: Sta
     unit.wait_for_output(LOOKS, "1")
     unit.run("systemctl stop hdtv")
     assert unit.run(LOOKS).strip() == "0"
-    reset(connection)
+    gateway.reset(connection)
     unit.run("rm /etc/default/hdtv; systemctl start hdtv")
     unit.wait_for_output(JOURNAL, "Starting qt-webkit-kiosk")
 
@@ -409,10 +499,11 @@ def test_late_dhcp_server(unit: X86Unit, network: Station) -> None:
 
 def test_purged_package_leaves_nothing(unit: X86Unit) -> None:
     files = "$(dpkg -L hdtv | grep hdtv) /etc/systemd/system/*/hdtv.service /var/www/config.json"
-    unit.run(f"ls -d {files} /var/www/station_web >/tmp/files")
+    unit.run(f"ls -d {files} /var/www/station_web /run/hdtv.looked >/tmp/files")
     assert len(unit.run("cat /tmp/files").split()) >= 15
     assert "Purging" in unit.run("dpkg --force-unsafe-io -P hdtv 2>&1")
     assert state(unit, "station-web") == "inactive"
+    assert state(unit, "hdtv-upkeep.timer") == "inactive"
     assert unit.run("ls -d $(cat /tmp/files) 2>/dev/null").strip() == ""
     assert unit.run("getent passwd hdtv-kiosk").strip() == ""
 

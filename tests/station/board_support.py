@@ -11,6 +11,7 @@ PACKAGES = top_directory() / "board" / "package"
 SCRIPTS = {
     "S90hdtv": PACKAGES / "hdtv" / "S90hdtv",
     "S80station-web": PACKAGES / "station-web" / "S80station-web",
+    "upkeep": PACKAGES / "hdtv" / "upkeep",
 }
 DEFAULTS = "DAEMON=/run/station/bin/hdtv\n"
 APPLETS = "/tmp/busybox"

@@ -150,7 +150,9 @@ def test_page_and_init_scripts_come_onto_the_board(builder: ImageBuilder) -> Non
     (init / "S50lighttpd").touch()
     builder.run("make", "install")
     assert {file.name for file in init.iterdir()} == {"S80station-web", "S90hdtv"}
-    assert all(file.stat().st_mode & 0o111 for file in init.iterdir())
+    upkeep = builder.target / "usr/lib/hdtv/upkeep"
+    assert f"\nUPKEEP=/{upkeep.relative_to(builder.target)}\n" in (init / "S90hdtv").read_text()
+    assert all(file.stat().st_mode & 0o111 for file in [*init.iterdir(), upkeep])
     page = {file.name for file in (builder.target / "var/www/station_web").iterdir()}
     assert page == {file.name for file in (TOP / "station_web").iterdir()} - {"CMakeLists.txt"}
     version = (builder.target / "var/www/station_web/version.js").read_text()

@@ -1,7 +1,6 @@
 """The board's init script, when something else has the TCP port."""
 
 import socket
-import struct
 from collections.abc import Callable
 
 import pytest
@@ -30,11 +29,6 @@ STATES = {"04": "FIN_WAIT1", "05": "FIN_WAIT2", "06": "TIME_WAIT", "0A": "LISTEN
 Release = Callable[[], None]
 
 
-def reset(connection: socket.socket) -> None:
-    connection.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, struct.pack("ii", 1, 0))
-    connection.close()
-
-
 def leave_ended_connection(board: Board) -> Release:
     board.script("start")
     board.alert("")
@@ -55,7 +49,7 @@ def leave_open_peer(board: Board) -> Release:
     board.script("stop")
     assert states(board) == {"FIN_WAIT2"}
     board.kept.append(connection)
-    return lambda: reset(connection)
+    return lambda: gateway.reset(connection)
 
 
 def leave_vanished_peer(board: Board) -> Release:
@@ -75,7 +69,7 @@ def leave_vanished_peer(board: Board) -> Release:
     board.kept.append(connection)
 
     def come_back() -> None:
-        reset(connection)
+        gateway.reset(connection)
         assert board.station.start_on_gateway(*cable, "up").wait() == 0
 
     return come_back
@@ -270,7 +264,7 @@ def leave_open_peer_of_running(board: Board) -> Release:
     connection.sendall(b"\0")
     gateway.wait_until_closed(connection)
     board.kept.append(connection)
-    return lambda: reset(connection)
+    return lambda: gateway.reset(connection)
 
 
 @pytest.mark.slow

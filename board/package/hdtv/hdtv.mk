@@ -22,6 +22,7 @@ endif
 
 define HDTV_INSTALL_INIT_SYSV
 	$(INSTALL) -D -m 755 $(HDTV_PKGDIR)/S90hdtv $(TARGET_DIR)/etc/init.d/S90hdtv
+	$(INSTALL) -D -m 755 $(HDTV_PKGDIR)/upkeep $(TARGET_DIR)/usr/lib/hdtv/upkeep
 endef
 
 $(eval $(cmake-package))

@@ -23,8 +23,9 @@ class Scale:
     alerts_of_each: int
     letters: Sequence[int]
     log_megabytes: Sequence[int]
-    repetitions: int
+    rounds: int
     notifications: Sequence[int]
+    bursts: int
     roll_calls: Sequence[int]
     days: int
 
@@ -34,18 +35,20 @@ FULL = Scale(
     alerts_of_each=20,
     letters=(14, 100, 500, 1000, 2000, 3000, 4000),
     log_megabytes=(0, 1, 10, 100, 300, 1000),
-    repetitions=2000,
+    rounds=300,
     notifications=(1, 10, 100, 1000, 10_000, 100_000),
+    bursts=20,
     roll_calls=(1, 25, 50, 100, 200, 400, 800),
-    days=30,
+    days=14,
 )
 QUICK = Scale(
     clients=(1, 2),
     alerts_of_each=5,
     letters=(14, 4000),
     log_megabytes=(0, 1000),
-    repetitions=5,
+    rounds=2,
     notifications=(1, 100),
+    bursts=2,
     roll_calls=(1, 20),
     days=1,
 )
@@ -64,15 +67,15 @@ QUESTIONS = {
     ),
     "sizes": Question(
         "The length of a display alert: connect() to the line in the log, and processor time",
-        lambda scale: measure_sizes(scale.letters, scale.repetitions),
+        lambda scale: measure_sizes(scale.letters, scale.rounds),
     ),
     "log": Question(
         "The length of the log: connect() to the line in the log, and processor time",
-        lambda scale: measure_log(scale.log_megabytes, scale.repetitions),
+        lambda scale: measure_log(scale.log_megabytes, scale.rounds),
     ),
     "bus": Question(
-        "A burst on the television bus, and the alerts sent meanwhile",
-        lambda scale: measure_bus(scale.notifications),
+        "A burst on the television bus (median of several), and the alerts sent meanwhile",
+        lambda scale: measure_bus(scale.notifications, scale.bursts),
     ),
     "roll-calls": Question(
         "Roll calls at once, three records each, and the alerts sent meanwhile",
@@ -117,10 +120,10 @@ def _line(words: Sequence[str], widths: Sequence[int]) -> str:
 
 
 def figure(value: float) -> str:
-    """Whole numbers whole, others with three digits or all before the point."""
+    """Whole numbers whole, others with as many digits as they need."""
     if value == int(value) or value >= 1000:
         return f"{value:,.0f}"
-    return f"{value:.{2 if value < 10 else 1 if value < 100 else 0}f}"
+    return f"{value:.{2 if value < 100 else 0}f}"
 
 
 if __name__ == "__main__":

@@ -11,7 +11,8 @@ from matplotlib.ticker import FuncFormatter, NullFormatter, NullLocator
 from bench.growth_load import Row
 
 BLUE, ORANGE, GREEN, GRAY = "#0060a8", "#c85000", "#207840", "#606060"
-BACK_OFF = (1, 3, 7)  # seconds after connect(), when its packet is sent again
+MARKS = {"worst": (ORANGE, "^"), "p99": (GREEN, "s"), "median": (BLUE, "o")}
+BACK_OFF = (1, 3, 7, 15)  # seconds after connect(), when its packet is sent again
 
 STYLE = {
     "svg.fonttype": "none",  # texts stay texts
@@ -43,27 +44,42 @@ def column(rows: list[Row], title: str) -> list[float]:
 
 
 def draw_clients(figure: Figure, rows: list[Row]) -> None:
-    axes = new_axes(figure, "Alerts of parallel clients", "clients at once", "time of an alert")
+    axes = new_axes(figure, "Parallel clients", "clients at once", "time of an alert")
     clients = column(rows, "clients")
-    draw_times(axes, rows, clients)
+    draw_times(axes, rows, clients, "worst", "p99", "median")
     for seconds in BACK_OFF:
         axes.axhline(1000 * seconds, color=GRAY, linewidth=1, linestyle=":")
-        axes.annotate(
-            f"queue full: again after {seconds} s",
-            (1, 1000 * seconds),
-            xytext=(0, 2),
-            textcoords="offset points",
-            color=GRAY,
-            fontsize=9,
-        )
+        note(axes, f"SYN again: {seconds} s", (0.95, 1000 * seconds), "left")
+    for row in rows:
+        if row["done"] < row["clients"]:
+            place = (row["clients"], row["worst ms"])
+            note(axes, f"{row['done']:.0f} served", place, "center")
     logarithmic(axes, clients)
+    axes.set_ylim(top=40_000)
+    axes.set_xlim(left=0.9)
+    figure.set_size_inches(7.5, 5)
     axes.legend(loc="center right")
 
 
-def draw_times(axes: Axes, rows: list[Row], places: list[float]) -> None:
-    """Worst, p99 and median, in milliseconds on a logarithmic scale."""
-    for title, color, mark in (("worst", ORANGE, "^"), ("p99", GREEN, "s"), ("median", BLUE, "o")):
-        axes.plot(places, column(rows, f"{title} ms"), color=color, marker=mark, label=title)
+def note(axes: Axes, text: str, place: tuple[float, float], alignment: str) -> None:
+    axes.annotate(
+        text,
+        place,
+        xytext=(0, 3),
+        textcoords="offset points",
+        ha=alignment,
+        color=GRAY,
+        fontsize=9,
+    )
+
+
+def draw_times(axes: Axes, rows: list[Row], places: list[float], *titles: str) -> None:
+    """In milliseconds on a logarithmic scale."""
+    for title in titles:
+        color, mark = MARKS[title]
+        axes.plot(
+            places, column(rows, f"{title} ms"), color=color, marker=mark, label=f"{title} alert"
+        )
     axes.set_yscale("log")
     axes.yaxis.set_major_formatter(FuncFormatter(lambda value, _: duration(value)))
 
@@ -97,10 +113,12 @@ def draw_log(figure: Figure, rows: list[Row]) -> None:
 def draw_bus(figure: Figure, rows: list[Row]) -> None:
     axes = new_axes(figure, "Bursts on the television bus", "notifications at once", "time")
     counts = column(rows, "notifications")
-    axes.plot(counts, column(rows, "all taken ms"), color=GRAY, marker="D", label="until all taken")
-    draw_times(axes, rows, counts)
+    axes.plot(
+        counts, column(rows, "all taken ms"), color=GRAY, marker="D", label="until all are taken"
+    )
+    draw_times(axes, rows, counts, "worst", "median")
     logarithmic(axes, counts)
-    axes.legend(title="alerts meanwhile:", loc="upper left")
+    axes.legend(loc="upper left")
 
 
 def draw_roll_calls(figure: Figure, rows: list[Row]) -> None:
@@ -134,8 +152,8 @@ def draw_days(figure: Figure, rows: list[Row]) -> None:
         )
         axes.plot(days, column(rows, name), color=BLUE, label="held by the service")
         axes.set_ylabel(name.replace("resident kB", "resident memory in kB"))
-        axes.set_ylim(bottom=0)
-        axes.margins(x=0)
+        axes.set_xlim(0, days[-1])
+        axes.set_ylim(bottom=0, top=1.2 * axes.get_ylim()[1])
     figure.axes[0].legend(loc="lower right")
     figure.axes[0].set_title("Whole days", loc="left")
     figure.axes[-1].set_xlabel("days")

@@ -67,9 +67,9 @@ class Days:
                 for _ in range(CALLS_AN_HOUR):
                     self.call_roll(listener)
                 self.deliver(gateway.set_date(f"2026-03-05 {hour:02}:00:00"))
-                if hour % (24 // ALERTS) == 0:
+                if hour % (24 // ALERTS) == 1:
                     self.alert(hour)
-                if hour % (24 // CLIPS) == 0:
+                if hour % (24 // CLIPS) == 1:
                     self.play_clip()
 
     def switch_television(self, day: int) -> None:

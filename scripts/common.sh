@@ -30,6 +30,9 @@ machine_packages=(
     python3-pytest-timeout python3-pytest-xdist qemu-system-arm qemu-system-x86 systemd-sysv v4l-utils
 )
 
+# What bench/growth draws its plots with.
+plot_packages=(python3-matplotlib)
+
 # install_packages PACKAGE...  Installs the missing ones, if any.
 install_packages() {
     local package missing=()

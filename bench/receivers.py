@@ -15,8 +15,11 @@ from simulation.waiting import wait_for
 SERVICE = "service"
 BARE = "bare program"
 
-WARM_UP = 200  # alerts to each, before those that count
+WARM_UP = 200  # at most so many alerts to each, before those that count
 CLOCK_TICK = 1_000_000 / os.sysconf("SC_CLK_TCK")  # microseconds
+
+# This machine's may name places that the unit does not have.
+UNIT_PATH = {"PATH": "/usr/sbin:/usr/bin:/sbin:/bin"}
 
 
 @dataclass(frozen=True)
@@ -59,7 +62,7 @@ def start_other(station: Station, name: str, number: int, *command: str) -> Rece
     """A program that takes its port, its document and its log as arguments. Each in the station has
     another number."""
     port, document, log = COMMAND_PORT + number, f"/dev/shm/{number}.json", f"/tmp/{number}.log"
-    process = station.start(*command, str(port), document, log)
+    process = station.start(*command, str(port), document, log, environment=UNIT_PATH)
     receiver = Receiver(name, process, port, document, log)
     wait_for(lambda: station.listen_queue(port) == 0 or not process.is_running(), name, deadline=30)
     assert process.is_running(), process.errors
@@ -73,7 +76,7 @@ def start_bare(station: Station) -> Receiver:
 def measure(
     station: Station, receivers: Sequence[Receiver], alerts: int, letters: int
 ) -> dict[str, Figures]:
-    _send(station, receivers, WARM_UP, letters)
+    _send(station, receivers, min(WARM_UP, alerts), letters)
     before = [_cpu_time(receiver.process.pid) for receiver in receivers]
     times = _send(station, receivers, alerts, letters)
     after = [_cpu_time(receiver.process.pid) for receiver in receivers]

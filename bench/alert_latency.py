@@ -27,10 +27,10 @@ def main() -> None:
 
 def report(letters: int, figures: dict[str, Figures]) -> None:
     title = f"{letters} letters"
-    print(f"{title:14}{'median':>9}{'p90':>9}{'p99':>9}{'CPU':>9}{'resident':>11}")
+    print(f"{title:14}{'median':>11}{'p90':>11}{'p99':>11}{'CPU':>11}{'resident':>11}")
     for name, x in figures.items():
         values = (x.median, x.percentile(90), x.percentile(99), x.cpu)
-        print(f"{name:14}" + "".join(f"{y:6.1f} us" for y in values) + f"{x.resident:8} kB")
+        print(f"{name:14}" + "".join(f"{y:8.1f} us" for y in values) + f"{x.resident:8} kB")
     service, bare = figures[SERVICE], figures[BARE]
     ratios = f"median {service.median / bare.median:.2f}, CPU {service.cpu / bare.cpu:.2f}"
     print(f"service to bare program: {ratios}")

@@ -1,8 +1,10 @@
-// Sends detail alerts to several receivers in turn and prints, for each alert, the receiver's number
-// and the nanoseconds from connect() until the new document could be read.
+// Sends display alerts to several receivers, which take turns in an order that changes with every turn,
+// and prints, for each alert, the receiver's number and the nanoseconds from connect() until the new
+// document could be read. A text has LETTERS letters, and ends with the alert's number.
 //
-//     alert_client ADDRESS COUNT (PORT DOCUMENT LOG)...
+//     alert_client ADDRESS COUNT LETTERS (PORT DOCUMENT LOG)...
 
+#include <algorithm>
 #include <arpa/inet.h>
 #include <chrono>
 #include <cstdio>
@@ -10,6 +12,8 @@
 #include <cstring>
 #include <fcntl.h>
 #include <netinet/in.h>
+#include <numeric>
+#include <random>
 #include <string>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -24,23 +28,20 @@ struct receiver {
     const char *log;
 };
 
+constexpr std::size_t number_size = 9; // a sign and eight digits
+
 [[noreturn]] void fail(const char *what) {
     std::perror(what);
     std::exit(1);
 }
 
-// Two units and a text that ends with the alert's number.
-std::string detail_alert(const std::string &number) {
-    const std::string text = "STRUCTURE FIRE 1200 MAIN ST, CROSS OAK AVE " + number;
-    std::string message(539, '\0');
-    message[0] = 51;
+std::string display_alert(std::size_t letters, const std::string &number) {
+    const std::string text = std::string(letters - number.size(), 'X') + number;
+    std::string message(6, '\0');
+    message[0] = 3;
     message[1] = 1;
-    message[4] = 2;
-    message[5] = 5;
-    message.replace(20, 2, "E1");
-    message.replace(52, 2, "L3");
-    message[533] = 120;
-    message[538] = static_cast<char>(text.size());
+    message[4] = static_cast<char>(text.size() >> 8U);
+    message[5] = static_cast<char>(text.size() & 0xffU);
     return message + text;
 }
 
@@ -50,7 +51,7 @@ off_t size_of(const char *path) {
 }
 
 bool document_holds(const char *path, const std::string &number) {
-    char text[4096];
+    char text[8192];
     const int fd = open(path, O_RDONLY);
     const ssize_t size = read(fd, text, sizeof text);
     close(fd);
@@ -58,9 +59,9 @@ bool document_holds(const char *path, const std::string &number) {
            memmem(text, static_cast<std::size_t>(size), number.data(), number.size()) != nullptr;
 }
 
-long long send_alert(const char *address, const receiver &to, const std::string &number) {
+long long send_alert(const char *address, const receiver &to, const std::string &message) {
     using clock = std::chrono::steady_clock;
-    const std::string message = detail_alert(number);
+    const std::string number = message.substr(message.size() - number_size);
     const off_t logged = size_of(to.log);
     const int fd = socket(AF_INET, SOCK_STREAM, 0);
     sockaddr_in sa{};
@@ -83,23 +84,35 @@ long long send_alert(const char *address, const receiver &to, const std::string 
     return std::chrono::nanoseconds(duration).count();
 }
 
+std::vector<receiver> read_receivers(char **arguments, int count) {
+    std::vector<receiver> receivers;
+    for (int i = 0; i + 2 < count; i += 3) {
+        receivers.push_back({static_cast<int>(std::strtol(arguments[i], nullptr, 10)),
+                             arguments[i + 1], arguments[i + 2]});
+    }
+    return receivers;
+}
+
 } // namespace
 
 int main(int argc, char **argv) {
-    if (argc < 6 || argc % 3 != 0) {
+    const long letters = argc < 7 ? 0 : std::strtol(argv[3], nullptr, 10);
+    if (letters < static_cast<long>(number_size)) {
         return 1;
     }
-    const int count = static_cast<int>(std::strtol(argv[2], nullptr, 10));
-    std::vector<receiver> receivers;
-    for (int i = 3; i < argc; i += 3) {
-        receivers.push_back(
-            {static_cast<int>(std::strtol(argv[i], nullptr, 10)), argv[i + 1], argv[i + 2]});
-    }
-    for (int i = 0; i < count; ++i) {
-        for (std::size_t j = 0; j < receivers.size(); ++j) {
-            char number[16];
-            std::snprintf(number, sizeof number, "#%08d", i);
-            std::printf("%zu %lld\n", j, send_alert(argv[1], receivers[j], number));
+    const long count = std::strtol(argv[2], nullptr, 10);
+    const std::vector<receiver> receivers = read_receivers(argv + 4, argc - 4);
+    // Nobody always comes after the same one, which leaves the caches as it does.
+    std::vector<std::size_t> order(receivers.size());
+    std::iota(order.begin(), order.end(), 0U);
+    std::minstd_rand random(std::random_device{}());
+    for (long i = 0; i < count; ++i) {
+        std::shuffle(order.begin(), order.end(), random);
+        char number[number_size + 1];
+        std::snprintf(number, sizeof number, "#%08ld", i % 100000000);
+        const std::string message = display_alert(static_cast<std::size_t>(letters), number);
+        for (const std::size_t j : order) {
+            std::printf("%zu %lld\n", j, send_alert(argv[1], receivers[j], message));
         }
     }
     return 0;

@@ -1,69 +1,39 @@
-"""The time from connect() to the new document: the service compared with a bare program."""
+"""What an alert takes, from connect() to the new document, and what it costs: the service compared with
+a bare program, which takes turns with it."""
 
 import argparse
-import statistics
-from pathlib import Path
 
-from simulation.gateway import COMMAND_PORT
-from simulation.station import ALERT_LOG, DOCUMENT, UNIT_ADDRESS, Process, Station, build_directory
-from simulation.waiting import wait_for
-
-BARE = "bare program"
-SERVICE = "service"
-BARE_PORT, BARE_DOCUMENT, BARE_LOG = 4001, "/dev/shm/bare.json", "/tmp/bare.log"
-WARM_UP = 200
+from bench import receivers
+from bench.receivers import BARE, SERVICE, Figures
+from simulation.station import Station
 
 
 def main() -> None:
     parser = argparse.ArgumentParser(prog="bench/alert_latency", description=__doc__)
     parser.add_argument("--alerts", type=int, default=5000, help="to each (default: %(default)s)")
+    parser.add_argument(
+        "--letters",
+        type=int,
+        nargs="+",
+        default=[40, 3900],
+        help="of the texts, one run after the other (default: 40 3900)",
+    )
     arguments = parser.parse_args()
-    bench = build_directory() / "bench"
-    programs = {name: bench / f"bench-{name}" for name in ("bare-writer", "alert-client")}
-    with Station(programs=programs) as station:
-        service = station.start_service()
-        station.wait_for_calls("qt-webkit-kiosk")
-        bare = station.start(
-            "/run/station/bin/bare-writer", str(BARE_PORT), BARE_DOCUMENT, BARE_LOG
-        )
-        wait_for(lambda: station.listen_queue(BARE_PORT) == 0, "the bare program")
-        times = measure(station, arguments.alerts + WARM_UP)
-        report(times, {SERVICE: service, BARE: bare})
+    with Station(programs=receivers.bench_programs("bare-writer")) as station:
+        both = [receivers.start_service(station), receivers.start_bare(station)]
+        for letters in arguments.letters:
+            report(letters, receivers.measure(station, both, arguments.alerts, letters))
 
 
-def measure(station: Station, count: int) -> dict[str, list[float]]:
-    """Microseconds for each alert. The two receivers alternate."""
-    targets = {
-        SERVICE: (COMMAND_PORT, DOCUMENT, ALERT_LOG),
-        BARE: (BARE_PORT, BARE_DOCUMENT, BARE_LOG),
-    }
-    # Inside the unit: the unit's files are nobody else's to read.
-    command = ["/run/station/bin/alert-client", UNIT_ADDRESS, str(count)]
-    for port, document, log in targets.values():
-        command += [str(port), document, log]
-    run = station.start(*command)
-    wait_for(lambda: not run.is_running(), "the alerts", deadline=600)
-    assert run.wait() == 0, run.errors
-    times: dict[str, list[float]] = {name: [] for name in targets}
-    for line in run.output.splitlines()[WARM_UP * len(targets) :]:
-        number, nanoseconds = line.split()
-        times[list(targets)[int(number)]].append(int(nanoseconds) / 1000)
-    return times
-
-
-def report(times: dict[str, list[float]], processes: dict[str, Process]) -> None:
-    print(f"{'':14}{'median':>9}{'p90':>9}{'p99':>9}{'resident':>11}")
-    for name, values in times.items():
-        cuts = statistics.quantiles(values, n=100)
-        resident = resident_kilobytes(processes[name].pid)
-        print(f"{name:14}{cuts[49]:6.1f} us{cuts[89]:6.1f} us{cuts[98]:6.1f} us{resident:8} kB")
-    ratio = statistics.median(times[SERVICE]) / statistics.median(times[BARE])
-    print(f"median, service to bare program: {ratio:.2f}")
-
-
-def resident_kilobytes(pid: int) -> int:
-    status = Path(f"/proc/{pid}/status").read_text()
-    return int(next(x for x in status.splitlines() if x.startswith("VmRSS:")).split()[1])
+def report(letters: int, figures: dict[str, Figures]) -> None:
+    title = f"{letters} letters"
+    print(f"{title:14}{'median':>11}{'p90':>11}{'p99':>11}{'CPU':>11}{'resident':>11}")
+    for name, x in figures.items():
+        values = (x.median, x.percentile(90), x.percentile(99), x.cpu)
+        print(f"{name:14}" + "".join(f"{y:8.1f} us" for y in values) + f"{x.resident:8} kB")
+    service, bare = figures[SERVICE], figures[BARE]
+    ratios = f"median {service.median / bare.median:.2f}, CPU {service.cpu / bare.cpu:.2f}"
+    print(f"service to bare program: {ratios}")
 
 
 if __name__ == "__main__":

@@ -6,8 +6,8 @@ set(CMAKE_CXX_COMPILER arm-linux-gnueabi-g++)
 set(CMAKE_CXX_FLAGS_INIT "-march=armv6 -marm")
 set(CMAKE_CROSSCOMPILING_EMULATOR qemu-arm-static;-cpu;arm1176;-L;/usr/arm-linux-gnueabi)
 
-# Created by scripts/armv6-sysroot.
-set(HDTV_SYSROOT ${CMAKE_CURRENT_LIST_DIR}/../build/armv6-sysroot)
+# Created by scripts/armv6-sysroot. Without "..": programs look for their libraries by this path.
+get_filename_component(HDTV_SYSROOT ${CMAKE_CURRENT_LIST_DIR}/../build/armv6-sysroot ABSOLUTE)
 set(CMAKE_FIND_ROOT_PATH ${HDTV_SYSROOT} /usr/arm-linux-gnueabi)
 set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
 set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)

@@ -82,6 +82,30 @@ def test_watchdog_is_kicked(board: ArmBoard) -> None:
     assert board.run("/etc/init.d/S90hdtv status").startswith("hdtv: running")
 
 
+def kilobytes(board: ArmBoard, field: str) -> int:
+    """Of the service's memory."""
+    found = re.search(rf"^{field}: +(\d+) kB", board.run(MEMORY), re.MULTILINE)
+    assert found is not None
+    return int(found[1])
+
+
+MEMORY = "cat /proc/$(cat /var/run/hdtv.pid)/smaps_rollup"
+DOCUMENTS = 300
+
+
+def test_memory_stays_small(board: ArmBoard, network: Station) -> None:
+    for count in range(DOCUMENTS):
+        gateway.send(network, gateway.display_alert(f"ALERT {count}"), destination=ADDRESS)
+    board.wait_for_output(DOCUMENT, f'"alert_area":"ALERT {DOCUMENTS - 1}"')
+    # The files of an initramfs count as written to.
+    resident, own = kilobytes(board, "Rss"), kilobytes(board, "Anonymous")
+    print(f"After {DOCUMENTS} documents: {resident} kB resident, {own} kB of them its own")
+    assert 500 < resident <= 2200
+    assert 20 < own <= 160
+    gateway.send(network, gateway.display_alert(""), destination=ADDRESS)
+    board.wait_for_output(DOCUMENT, '"alert_area":""')
+
+
 def number(board: ArmBoard, command: str) -> int:
     """What it prints; 0 if it fails. Init may have switched on the console's echo again."""
     return int((re.findall(r"^\d+$", board.run(command), re.MULTILINE) or ["0"])[-1])

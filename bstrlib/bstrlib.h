@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 
 /// Byte strings: counted, growable, and always followed by a zero byte, so their data can be passed
@@ -21,11 +22,19 @@ using const_bstring = const tagbstring *;
 constexpr int BSTR_OK = 0;
 constexpr int BSTR_ERR = -1;
 
-/// A constant record over a literal. It can be read like any other, but not grown, written or
-/// released: those operations refuse a capacity below 1.
-template <std::size_t size> tagbstring bstr_constant(const char (&literal)[size]) {
-    return {-1, static_cast<int>(size) - 1,
-            reinterpret_cast<unsigned char *>(const_cast<char *>(literal))};
+/// The bytes of a literal and their terminating zero.
+template <std::size_t size> struct bstr_literal {
+    consteval bstr_literal(const char (&text)[size]) {
+        std::copy_n(text, size, data);
+    }
+    unsigned char data[size];
+};
+
+/// "text"_bstr: a constant record. It can be read like any other, but not grown, written or released:
+/// those operations refuse a capacity below 1.
+template <bstr_literal literal> consteval tagbstring operator""_bstr() {
+    return {-1, static_cast<int>(sizeof literal.data) - 1,
+            const_cast<unsigned char *>(literal.data)};
 }
 
 /// The zero-terminated text of b (up to its first zero byte); "" when b has none.

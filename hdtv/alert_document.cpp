@@ -31,32 +31,32 @@ bool log_alerts = true;
 
 namespace {
 
-const tagbstring amp = bstr_constant("&");
-const tagbstring escaped_amp = bstr_constant("&amp;");
-const tagbstring lthan = bstr_constant("<");
-const tagbstring escaped_lthan = bstr_constant("&lt;");
-const tagbstring gthan = bstr_constant(">");
-const tagbstring escaped_gthan = bstr_constant("&gt;");
-const tagbstring quote = bstr_constant("\"");
-const tagbstring escaped_quote = bstr_constant("&quot;");
-const tagbstring bslash = bstr_constant("\\");
-const tagbstring escaped_bslash = bstr_constant("\\\\");
-const tagbstring fslash = bstr_constant("/");
-const tagbstring escaped_fslash = bstr_constant("\\/");
-const tagbstring bspace = bstr_constant("\b");
-const tagbstring escaped_bspace = bstr_constant("\\b");
-const tagbstring ff = bstr_constant("\f");
-const tagbstring escaped_ff = bstr_constant("\\f");
-const tagbstring nl = bstr_constant("\n");
-const tagbstring escaped_nl = bstr_constant("\\n");
-const tagbstring cr = bstr_constant("\r");
-const tagbstring escaped_cr = bstr_constant("\\r");
-const tagbstring tab = bstr_constant("\t");
-const tagbstring escaped_tab = bstr_constant("\\t");
+constexpr tagbstring amp = "&"_bstr;
+constexpr tagbstring escaped_amp = "&amp;"_bstr;
+constexpr tagbstring lthan = "<"_bstr;
+constexpr tagbstring escaped_lthan = "&lt;"_bstr;
+constexpr tagbstring gthan = ">"_bstr;
+constexpr tagbstring escaped_gthan = "&gt;"_bstr;
+constexpr tagbstring quote = "\""_bstr;
+constexpr tagbstring escaped_quote = "&quot;"_bstr;
+constexpr tagbstring bslash = "\\"_bstr;
+constexpr tagbstring escaped_bslash = "\\\\"_bstr;
+constexpr tagbstring fslash = "/"_bstr;
+constexpr tagbstring escaped_fslash = "\\/"_bstr;
+constexpr tagbstring bspace = "\b"_bstr;
+constexpr tagbstring escaped_bspace = "\\b"_bstr;
+constexpr tagbstring ff = "\f"_bstr;
+constexpr tagbstring escaped_ff = "\\f"_bstr;
+constexpr tagbstring nl = "\n"_bstr;
+constexpr tagbstring escaped_nl = "\\n"_bstr;
+constexpr tagbstring cr = "\r"_bstr;
+constexpr tagbstring escaped_cr = "\\r"_bstr;
+constexpr tagbstring tab = "\t"_bstr;
+constexpr tagbstring escaped_tab = "\\t"_bstr;
 
 // The page decodes the markup characters and the quotation mark as HTML references, the rest as JSON
 // escapes.
-constexpr std::pair<const tagbstring *, const tagbstring *> escapes[] = {
+constexpr std::pair<const tagbstring *, const tagbstring *> escape_pairs[] = {
     {&amp, &escaped_amp},       {&lthan, &escaped_lthan},   {&gthan, &escaped_gthan},
     {&quote, &escaped_quote},   {&bslash, &escaped_bslash}, {&fslash, &escaped_fslash},
     {&bspace, &escaped_bspace}, {&ff, &escaped_ff},         {&nl, &escaped_nl},
@@ -67,27 +67,36 @@ constexpr std::size_t longest_escape = 6;
 
 struct escape {
     char text[longest_escape + 1];
-    std::uint8_t size; // 0: the character is written as it is
+    std::uint8_t size;
 };
 
-// The pairs for one pass over a text: the escape of each character up to the backslash, the last that has
-// one, and all the characters that have one.
+// The pairs for a single pass over a text.
 struct escape_table {
-    std::array<escape, '\\' + 1> of;
-    char characters[std::size(escapes) + 1];
+    std::array<std::uint8_t, '\\' + 1> numbers; // of each character's escape; 0: it has none
+    std::array<escape, std::size(escape_pairs) + 1> escapes;
+    char characters[std::size(escape_pairs) + 1]; // that have one
 };
 
-const escape_table table = [] {
+constexpr escape_table table = [] {
     escape_table result{};
-    char *character = result.characters;
-    for (const auto &[find, replacement] : escapes) {
-        escape &entry = result.of[find->data[0]];
+    std::uint8_t number = 0;
+    for (const auto &[find, replacement] : escape_pairs) {
+        const unsigned char character = find->data[0];
+        result.characters[number] = static_cast<char>(character);
+        result.numbers[character] = ++number;
+        escape &entry = result.escapes[number];
         entry.size = static_cast<std::uint8_t>(replacement->slen);
-        std::memcpy(entry.text, replacement->data, entry.size);
-        *character++ = static_cast<char>(find->data[0]);
+        std::copy_n(replacement->data, entry.size, entry.text);
     }
     return result;
 }();
+
+// Null for a character that is written as it is.
+const escape *escape_of(char c) {
+    const auto place = static_cast<unsigned char>(c);
+    const std::size_t number = place < table.numbers.size() ? table.numbers[place] : 0;
+    return number != 0 ? &table.escapes[number] : nullptr;
+}
 
 // Fits the longest document: a text that fills a message, each of its characters escaped, the address of
 // a map that fills one, and the list of units.
@@ -115,9 +124,9 @@ void append_escaped(line_builder &document, std::string_view text) {
     document.shorten_to(start + plain);
     text.remove_prefix(plain);
     for (const char c : text) {
-        const auto place = static_cast<unsigned char>(c);
-        if (place < table.of.size() && table.of[place].size != 0) {
-            document.append_start(table.of[place].text, table.of[place].size);
+        const escape *found = escape_of(c);
+        if (found != nullptr) {
+            document.append_start(found->text, found->size);
         } else {
             document.append(c);
         }

@@ -100,7 +100,7 @@ TEST_F(bstrlib, insert_without_memory_changes_nothing) {
     failing_mallocs = 100;
     EXPECT_EQ(binsert(b.get(), 0, b.get(), ' '), BSTR_ERR);
     failing_reallocs = 100;
-    const tagbstring constant = bstr_constant("0123456789");
+    const tagbstring constant = "0123456789"_bstr;
     EXPECT_EQ(binsert(b.get(), 0, &constant, ' '), BSTR_ERR);
     EXPECT_EQ(text_of(b), "abc");
 }

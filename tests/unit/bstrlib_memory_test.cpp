@@ -58,7 +58,7 @@ TEST_F(bstrlib, block_keeps_its_zero_bytes) {
 }
 
 TEST_F(bstrlib, copy_of_a_constant_record_is_a_writable_one) {
-    const tagbstring constant = bstr_constant("&quot;");
+    const tagbstring constant = "&quot;"_bstr;
     EXPECT_LT(constant.mlen, 0);
     EXPECT_EQ(constant.slen, 6);
     const bstr_owner copy(bstrcpy(&constant));
@@ -84,7 +84,7 @@ TEST_F(bstrlib, new_record_without_memory_is_null) {
             EXPECT_EQ(b, nullptr);
         }
     };
-    const tagbstring constant = bstr_constant("abc");
+    const tagbstring constant = "abc"_bstr;
     without_memory([] { return bfromcstr("abc"); });
     without_memory([] { return blk2bstr("abc", 3); });
     without_memory([&] { return bstrcpy(&constant); });

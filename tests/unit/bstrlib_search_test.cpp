@@ -31,8 +31,8 @@ TEST_F(bstrlib, search_at_the_length_finds_only_an_empty_text) {
 }
 
 TEST_F(bstrlib, search_reads_constant_records_and_refuses_dead_ones) {
-    const tagbstring text = bstr_constant("10.87.33.50");
-    const tagbstring prefix = bstr_constant("10.87.33.");
+    const tagbstring text = "10.87.33.50"_bstr;
+    const tagbstring prefix = "10.87.33."_bstr;
     refused_records records;
     EXPECT_EQ(binstr(&text, 0, &prefix), 0);
     EXPECT_EQ(binstr(nullptr, 0, &prefix), BSTR_ERR);
@@ -106,7 +106,7 @@ TEST_F(bstrlib, equality_is_exact) {
     EXPECT_EQ(biseqcstr(b.get(), ""), 0);
     const bstr_owner empty(bfromcstr(""));
     EXPECT_EQ(biseqcstr(empty.get(), ""), 1);
-    const tagbstring constant = bstr_constant("true");
+    const tagbstring constant = "true"_bstr;
     EXPECT_EQ(biseqcstr(&constant, "true"), 1);
 }
 

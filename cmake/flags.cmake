@@ -39,6 +39,11 @@ else()
   add_compile_options($<$<CONFIG:Release>:-U_FORTIFY_SOURCE> $<$<CONFIG:Release>:-D_FORTIFY_SOURCE=2>)
 endif()
 
+# libFuzzer follows what every file executes, the product's above all.
+if(HDTV_FUZZ)
+  add_compile_options(-fsanitize=fuzzer-no-link)
+endif()
+
 # For what ships: nothing in it throws or asks for a type at run time, so it needs no C++ runtime library.
 function(set_product_options target)
   target_compile_options(${target} PRIVATE -fno-exceptions -fno-rtti)

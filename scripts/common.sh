@@ -24,6 +24,12 @@ package_packages=(
     pkg-config psmisc udhcpc usbutils wget
 )
 
+# Needed to build and run the fuzz targets.
+fuzz_packages=(
+    clang-14 cmake libclang-rt-14-dev libcli11-dev libevent-dev libgtest-dev llvm-14 ninja-build nodejs
+    pkg-config
+)
+
 # Needed to run whole machines.
 machine_packages=(
     "${package_packages[@]}" busybox-static cpio e2fsprogs kmod man-db python3-pytest

@@ -2,6 +2,7 @@
 
 #include "wrapped_names.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <condition_variable>
 #include <cstdarg>
@@ -189,7 +190,7 @@ void receive(const std::vector<std::uint8_t> &message) {
     const std::lock_guard lock(mutex);
     cec_msg received{};
     received.len = static_cast<__u32>(message.size());
-    std::memcpy(received.msg, message.data(), message.size());
+    std::copy(message.begin(), message.end(), received.msg);
     received.rx_status = CEC_RX_STATUS_OK;
     messages.push_back(received);
     changed.notify_all();
@@ -281,6 +282,7 @@ int __wrap_ioctl(int fd, unsigned long request, ...) {
 
 int __wrap_poll(pollfd *entries, nfds_t /*count*/, int /*timeout*/) {
     std::unique_lock lock(mutex);
+    is_removed |= current.is_removed_at_end && messages.empty() && events.empty();
     changed.wait(lock, [] { return is_removed || !messages.empty() || !events.empty(); });
     entries->revents = 0;
     if (is_removed) {

@@ -20,6 +20,7 @@ struct settings {
     std::uint8_t logical_address = 4; ///< the result of a claim
     bool is_claiming_late = false;    ///< a claim completes only with finish_claim
     std::uint8_t tx_status = CEC_TX_STATUS_OK;
+    bool is_removed_at_end = false; ///< as soon as there is nothing more to read
 };
 
 void reset(const settings &with = {});

@@ -53,6 +53,10 @@ void raw(std::uint32_t param0, std::initializer_list<std::uint8_t> message) {
         words[i / 4] |= std::uint32_t{byte} << (8 * (i % 4));
         ++i;
     }
+    raw_words(param0, words);
+}
+
+void raw_words(std::uint32_t param0, const std::uint32_t (&words)[4]) {
     notification(&data_marker, param0, words[0], words[1], words[2], words[3]);
 }
 

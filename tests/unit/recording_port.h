@@ -33,5 +33,7 @@ extern std::function<void(const std::string &)> on_call;
 void receive(std::initializer_list<std::uint8_t> message);
 void transmitted(std::initializer_list<std::uint8_t> message);
 void raw(std::uint32_t param0, std::initializer_list<std::uint8_t> message);
+/// The same with the words of the message, param1 to param4.
+void raw_words(std::uint32_t param0, const std::uint32_t (&words)[4]);
 
 } // namespace recording_port

@@ -3,6 +3,7 @@
 #include "captured_output.h"
 #include "fake_system.h"
 #include "recording_port.h"
+#include "reset_service.h"
 #include "wire.h"
 
 #include "bstrlib/bstrlib.h"
@@ -68,17 +69,5 @@ class service_test : public testing::Test {
     }
 
   private:
-    static void reset_service() {
-        reset_alert_document_state();
-        reset_alert_state();
-        reset_dhcp_client_state();
-        reset_first_address_state();
-        reset_gateway_address_state();
-        reset_gateway_records_state();
-        reset_kiosk_state();
-        reset_proxy_state();
-        reset_watchdog_state();
-    }
-
     std::optional<captured_output> output_;
 };

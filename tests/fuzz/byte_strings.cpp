@@ -65,7 +65,7 @@ struct operand {
 };
 
 operand take_operand(scene &s) {
-    static tagbstring constant = bstr_constant("ab");
+    static tagbstring constant = "ab"_bstr;
     const int kind = s.input.byte() % 4;
     if (kind == 0) {
         return {&constant, "ab"};

@@ -8,7 +8,7 @@ TOP = Path(__file__).resolve().parent.parent.parent
 sys.path[:0] = [str(TOP), str(Path(__file__).parent)]
 
 from faults import Outcome, Row  # noqa: E402
-from table_of_faults import CANNOT_FAIL, TABLE  # noqa: E402
+from table_of_faults import CANNOT_FAIL, NOT_REPLACED, TABLE  # noqa: E402
 
 DOCUMENT = TOP / "docs" / "reliability.md"
 MARK = "<!-- faults -->\n"
@@ -48,6 +48,8 @@ def printed() -> str:
     text += "\n### Cannot fail\n\n" + line_of("Call", "Why") + line_of("---", "---")
     for site, reason in CANNOT_FAIL.items():
         text += line_of(f"`{site}`", reason)
+    for reason, names in NOT_REPLACED.items():
+        text += line_of(" ".join(f"`{name}`" for name in names.split()), reason)
     return text + "\n"
 
 

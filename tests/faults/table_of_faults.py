@@ -1111,3 +1111,20 @@ CANNOT_FAIL = {
     "fcntl F_SETFD": _BAD_DESCRIPTOR,
     "setvbuf": "only for an unknown mode",
 }
+
+# The library replaces every other function that the service calls.
+NOT_REPLACED = {
+    "acts on memory or text only": "memchr memcmp memcpy memmove memset strchr strcmp strcspn strerror strlen"
+    " strncmp strnlen strstr tolower inet_addr inet_ntoa inet_ntop inet_pton __snprintf_chk __vsnprintf_chk"
+    " __errno_location __tls_get_addr __stack_chk_fail free",
+    "has no error, or none with these arguments": "_exit prctl pthread_cond_signal pthread_cond_wait"
+    " pthread_detach pthread_mutex_lock pthread_mutex_unlock signal time",
+    "fails as the C library does in the end, without a word: local time without a zone is UTC": "localtime_r"
+    " tzset",
+    "fails through the event library's own calls, which are replaced": "event_add event_base_update_cache_time"
+    " event_dispatch event_get_base event_init event_set",
+    "is reached only where something has failed already": "__fprintf_chk dup2",
+    "starts and ends the program": "__cxa_finalize __gmon_start__ __libc_start_main _ITM_deregisterTMCloneTable"
+    " _ITM_registerTMCloneTable",
+    "is a variable": "stderr stdout",
+}

@@ -1,13 +1,18 @@
 """A sample of the table of faults, and the table itself."""
 
+import subprocess
+from pathlib import Path
+
 import pytest
-from day import Day, Rehearsal
+from day import LIBRARY, Day, Rehearsal
 from faults import Case, Outcome, Row, check, name_of
 from observation import differences
 from printed_table import DOCUMENT, with_table
 from script import FIRST_RUN, LAST_STEPS, SECOND_RUN
-from table_of_faults import CANNOT_FAIL, TABLE
+from table_of_faults import CANNOT_FAIL, NOT_REPLACED, TABLE
 from usual_day import usual  # noqa: F401
+
+from simulation.station import build_directory
 
 pytestmark = pytest.mark.once
 
@@ -25,6 +30,18 @@ def test_day_without_a_fault_is_the_same_again(usual: Day) -> None:
 @pytest.mark.parametrize("case", SAMPLE, ids=name_of)
 def test_fault(case: Case, usual: Day) -> None:
     check(case, usual)
+
+
+def symbols(kind: str, path: Path) -> set[str]:
+    command = ["nm", "-D", "--format=posix", f"--{kind}-only", str(path)]
+    lines = subprocess.run(command, check=True, capture_output=True, text=True).stdout.splitlines()
+    return {line.split()[0].partition("@")[0] for line in lines}
+
+
+def test_every_function_that_the_service_calls_is_replaced_or_need_not_be() -> None:
+    called = symbols("undefined", build_directory() / "hdtv" / "hdtv")
+    listed = {name for names in NOT_REPLACED.values() for name in names.split()}
+    assert called - symbols("defined", LIBRARY) - listed == set()
 
 
 def test_table_has_every_call_that_the_day_comes_by(usual: Day) -> None:

@@ -1,4 +1,7 @@
-"""Every row of the table of faults. Takes minutes, so it is run by its name: ./scripts/check --faults"""
+"""Every row of the table of faults: ./scripts/check --faults
+
+It takes minutes, so other runs do not find it by its name.
+"""
 
 import pytest
 from day import Day

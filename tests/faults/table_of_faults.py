@@ -309,8 +309,8 @@ ROLL_CALL = [
 ]
 
 
-# A failed fork of the browser is remembered as -1, which the next start signals: that ends every process
-# that the service may signal, and on a board that is all of them.
+# A failed fork of the browser is remembered as -1, which the next start signals: that ends every
+# process that the service may signal, and on a board that is all of them.
 AFTER_FAILED_FORK = "; the next start of the browser then ends every other process on purpose"
 WAITS = "everything: a wait lasts until the browser ends, so the watchdog resets the unit"
 
@@ -1114,17 +1114,16 @@ CANNOT_FAIL = {
 
 # The library replaces every other function that the service calls.
 NOT_REPLACED = {
-    "acts on memory or text only": "memchr memcmp memcpy memmove memset strchr strcmp strcspn strerror strlen"
-    " strncmp strnlen strstr tolower inet_addr inet_ntoa inet_ntop inet_pton __snprintf_chk __vsnprintf_chk"
-    " __errno_location __tls_get_addr __stack_chk_fail free",
-    "has no error, or none with these arguments": "_exit prctl pthread_cond_signal pthread_cond_wait"
-    " pthread_detach pthread_mutex_lock pthread_mutex_unlock signal time",
-    "fails as the C library does in the end, without a word: local time without a zone is UTC": "localtime_r"
-    " tzset",
-    "fails through the event library's own calls, which are replaced": "event_add event_base_update_cache_time"
+    "acts on memory or text only": "memchr memcmp memcpy memmove memset strchr strcmp strcspn"
+    " strerror strlen strncmp strnlen strstr tolower inet_addr inet_ntoa inet_ntop inet_pton"
+    " __snprintf_chk __vsnprintf_chk __errno_location __tls_get_addr __stack_chk_fail free",
+    "has no error, or none with these arguments": "_exit prctl pthread_cond_signal"
+    " pthread_cond_wait pthread_detach pthread_mutex_lock pthread_mutex_unlock signal time",
+    "fails without a word: a time without a zone is UTC": "localtime_r tzset",
+    "fails through the event library's own calls": "event_add event_base_update_cache_time"
     " event_dispatch event_get_base event_init event_set",
     "is reached only where something has failed already": "__fprintf_chk dup2",
-    "starts and ends the program": "__cxa_finalize __gmon_start__ __libc_start_main _ITM_deregisterTMCloneTable"
-    " _ITM_registerTMCloneTable",
+    "starts and ends the program": "__cxa_finalize __gmon_start__ __libc_start_main"
+    " _ITM_deregisterTMCloneTable _ITM_registerTMCloneTable",
     "is a variable": "stderr stdout",
 }

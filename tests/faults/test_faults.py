@@ -4,9 +4,8 @@ import subprocess
 from pathlib import Path
 
 import pytest
-from day import LIBRARY, Day, Rehearsal
+from day import LIBRARY, Day
 from faults import Case, Outcome, Row, check, name_of
-from observation import differences
 from printed_table import DOCUMENT, with_table
 from script import FIRST_RUN, LAST_STEPS, SECOND_RUN
 from table_of_faults import CANNOT_FAIL, NOT_REPLACED, TABLE
@@ -19,12 +18,8 @@ pytestmark = pytest.mark.once
 SAMPLE = [next(row.cases()) for row in TABLE if row.is_sample]
 
 
-def test_day_without_a_fault_is_the_same_again(usual: Day) -> None:
-    again = Rehearsal(usual=usual).play()
-    assert (usual.ends, again.ends) == ({}, {})
-    assert list(again.steps) == [*FIRST_RUN, *SECOND_RUN]
-    for step, seen in again.steps.items():
-        assert differences(seen, usual.steps[step]) == {}, step
+def test_day_without_a_fault_has_all_its_steps(usual: Day) -> None:
+    assert list(usual.steps) == [*FIRST_RUN, *SECOND_RUN]
 
 
 @pytest.mark.parametrize("case", SAMPLE, ids=name_of)

@@ -81,7 +81,6 @@ START_UP = [
         WHOLE_AGAIN,
         "one kick",
         {"kicks": "ticks"},
-        is_sample=True,
     ),
     Row("epoll_create1", "EMFILE ENOSYS", "start", UNHARMED),
     Row(
@@ -232,7 +231,6 @@ ROLL_CALL = [
         WHOLE_AGAIN,
         "this answer with its requests",
         {"records": "roll call"},
-        is_sample=True,
     ),
     Row(
         "socket TCP",

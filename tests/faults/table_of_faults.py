@@ -301,7 +301,6 @@ ROLL_CALL = [
         WHOLE_AGAIN,
         "the hardware address in this record",
         {"records": "roll call"},
-        is_sample=True,
     ),
     Row("close UDP", "EIO", "roll call", UNHARMED),
 ]
@@ -392,7 +391,6 @@ DOCUMENTS = [
         WHOLE_AGAIN,
         "this document: the page shows the one before",
         {"document": "detail alert"},
-        is_sample=True,
     ),
     Row(
         "write /dev/shm/alerts.json",
@@ -427,7 +425,6 @@ DOCUMENTS = [
         WHOLE_AGAIN,
         "this document is not logged",
         {"log": "detail alert"},
-        is_sample=True,
     ),
     Row(
         "write /tmp/alerts.log",

@@ -78,6 +78,21 @@ TEST(exchange, ends_when_the_unit_has_read_and_closed) {
     EXPECT_TRUE(advance(sending));
 }
 
+TEST(exchange, sleeps_until_the_unit_has_read) {
+    loopback_unit unit;
+    unit.listen();
+    exchange sending(open_socket(exchange::socket_type), unit.address, {1},
+                     clock_type::now() + long_time);
+    sending.start();
+    EXPECT_FALSE(advance(sending)); // connected, and sent
+    const auto end = clock_type::now() + std::chrono::milliseconds(20);
+    poll_set events(end);
+    sending.watch(events);
+    events.wait();
+    EXPECT_GE(clock_type::now(), end);
+    EXPECT_FALSE(sending.advance(events));
+}
+
 TEST(exchange, ends_when_the_unit_resets_the_connection) {
     loopback_unit unit;
     unit.listen();

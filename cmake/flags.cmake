@@ -39,6 +39,13 @@ else()
   add_compile_options($<$<CONFIG:Release>:-U_FORTIFY_SOURCE> $<$<CONFIG:Release>:-D_FORTIFY_SOURCE=2>)
 endif()
 
+# Threads count too, so atomically.
+if(HDTV_COVERAGE)
+  set(HDTV_COVERAGE_OPTIONS --coverage -fprofile-update=atomic)
+  add_compile_options(${HDTV_COVERAGE_OPTIONS})
+  add_link_options(--coverage)
+endif()
+
 # For what ships: nothing in it throws or asks for a type at run time, so it needs no C++ runtime library.
 function(set_product_options target)
   target_compile_options(${target} PRIVATE -fno-exceptions -fno-rtti)

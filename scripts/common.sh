@@ -30,6 +30,12 @@ machine_packages=(
     python3-pytest-timeout python3-pytest-xdist qemu-system-arm qemu-system-x86 systemd-sysv v4l-utils
 )
 
+# The executables of tests/unit.
+unit_tests=(
+    bstrlib_test cec_bus_test cec_linux_test cec_test gatewayctl_test messages_test service_test
+    timer_libevent_2_0_test timer_test
+)
+
 # install_packages PACKAGE...  Installs the missing ones, if any.
 install_packages() {
     local package missing=()

@@ -140,5 +140,5 @@ def passes(command: list[str], limit: float, directory: Path, **variables: str) 
         try:
             return process.wait(limit) == 0
         except subprocess.TimeoutExpired:
-            process.terminate()
+            process.kill()  # what it has started dies with it
             return False

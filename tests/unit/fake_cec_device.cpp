@@ -30,6 +30,7 @@ cec_log_addrs log_addrs;
 std::uint32_t sequence;
 bool is_open;
 bool is_removed;
+bool is_interrupted;
 
 void record(const std::string &call) {
     recorded.push_back(call);
@@ -154,7 +155,7 @@ void reset(const settings &with) {
     messages.clear();
     events.clear();
     log_addrs = {};
-    is_open = is_removed = false;
+    is_open = is_removed = is_interrupted = false;
 }
 
 std::vector<std::string> calls(const std::string &prefix) {
@@ -176,6 +177,11 @@ std::vector<cec_log_addrs> claims() {
 void finish_claim() {
     const std::lock_guard lock(mutex);
     complete_claim();
+}
+
+void change_state() {
+    const std::lock_guard lock(mutex);
+    push_state_change();
 }
 
 void plug(std::uint16_t physical_address) {
@@ -200,6 +206,12 @@ void lose_messages() {
     cec_event event{};
     event.event = CEC_EVENT_LOST_MSGS;
     events.push_back(event);
+    changed.notify_all();
+}
+
+void interrupt() {
+    const std::lock_guard lock(mutex);
+    is_interrupted = true;
     changed.notify_all();
 }
 
@@ -281,8 +293,14 @@ int __wrap_ioctl(int fd, unsigned long request, ...) {
 
 int __wrap_poll(pollfd *entries, nfds_t /*count*/, int /*timeout*/) {
     std::unique_lock lock(mutex);
-    changed.wait(lock, [] { return is_removed || !messages.empty() || !events.empty(); });
+    changed.wait(
+        lock, [] { return is_interrupted || is_removed || !messages.empty() || !events.empty(); });
     entries->revents = 0;
+    if (is_interrupted) {
+        is_interrupted = false;
+        errno = EINTR;
+        return -1;
+    }
     if (is_removed) {
         entries->revents = POLLERR | POLLHUP;
     } else {

@@ -20,7 +20,7 @@ class Rings:
     """What judges a mutant, the fastest first."""
 
     unit: tuple[str, ...] = ()  # executables of tests/unit
-    station: tuple[str, ...] = ()  # arguments of pytest; the first is a file of tests/station
+    station: tuple[str, ...] = ()  # arguments of pytest; files of tests/station and options
 
 
 @dataclass(frozen=True)
@@ -115,6 +115,6 @@ def check_one(mutant: Mutant) -> None:
         raise ListError(f"{mutant.place}: changes nothing")
     if not (mutant.rings.unit or mutant.rings.station):
         raise ListError(f"{mutant.place}: nothing judges it")
-    for file in mutant.rings.station[:1]:
-        if not (TOP / "tests" / "station" / file).exists():
+    for file in mutant.rings.station:
+        if file.endswith(".py") and not (TOP / "tests" / "station" / file).exists():
             raise ListError(f"{mutant.place}: there is no tests/station/{file}")

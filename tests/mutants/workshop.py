@@ -15,7 +15,8 @@ WITHOUT_PROGRAMS = ("test_dissector.py",)
 
 # A mutant may do anything, also what the service does: away from this machine's networks and processes.
 CONFINED = ("unshare", "--net", "--pid", "--fork", "--kill-child", "--mount-proc", "sh", "-c")
-CONFINED_START = 'ip link set lo up && exec "$0" "$@"'
+# Not in its first process, which signals do not end.
+CONFINED_START = 'ip link set lo up && "$0" "$@"; exit $?'
 
 UNIT_LIMIT = 60  # seconds; whatever takes longer hangs
 STATION_LIMIT = 400

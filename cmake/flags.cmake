@@ -44,6 +44,13 @@ if(HDTV_FUZZ)
   add_compile_options(-fsanitize=fuzzer-no-link)
 endif()
 
+# Threads count too, so atomically.
+if(HDTV_COVERAGE)
+  set(HDTV_COVERAGE_OPTIONS --coverage -fprofile-update=atomic)
+  add_compile_options(${HDTV_COVERAGE_OPTIONS})
+  add_link_options(--coverage)
+endif()
+
 # For what ships: nothing in it throws or asks for a type at run time, so it needs no C++ runtime library.
 function(set_product_options target)
   target_compile_options(${target} PRIVATE -fno-exceptions -fno-rtti)

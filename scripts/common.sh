@@ -39,6 +39,12 @@ machine_packages=(
 # What bench/growth draws its plots with.
 plot_packages=(python3-matplotlib)
 
+# The executables of tests/unit.
+unit_tests=(
+    bstrlib_test cec_bus_test cec_linux_test cec_test gatewayctl_test messages_test service_test
+    timer_libevent_2_0_test timer_test
+)
+
 # install_packages PACKAGE...  Installs the missing ones, if any.
 install_packages() {
     local package missing=()

@@ -91,6 +91,12 @@ TEST_F(bstrlib, new_record_without_memory_is_null) {
     without_memory([] { return bformat("%s", "abc"); });
 }
 
+TEST_F(bstrlib, copy_of_a_record_that_leaves_no_room_for_the_terminator_is_null) {
+    unsigned char bytes[1] = {};
+    const tagbstring longest = {-1, INT_MAX, bytes};
+    EXPECT_EQ(bstrcpy(&longest), nullptr);
+}
+
 TEST_F(bstrlib, copy_falls_back_to_exactly_what_it_needs) {
     const bstr_owner b(bfromcstr("abc"));
     allowed_mallocs = 1; // the record; its buffer of 8 fails
@@ -177,6 +183,17 @@ TEST_F(bstrlib, growing_settles_for_exactly_what_was_asked) {
     EXPECT_EQ(realloc_sizes, (std::vector<std::size_t>{32, 20}));
     EXPECT_EQ(b->mlen, 20);
     expect_valid(b);
+}
+
+TEST_F(bstrlib, text_that_grows_to_exactly_its_buffer_has_room_for_the_terminator) {
+    const bstr_owner b(bfromcstr("abcdefg"));
+    b->mlen = 8; // full
+    failing_mallocs = 1;
+    failing_reallocs = 1;
+    EXPECT_EQ(bconchar(b.get(), 'h'), BSTR_OK);
+    EXPECT_EQ(b->mlen, 9);
+    expect_valid(b);
+    EXPECT_EQ(text_of(b), "abcdefgh");
 }
 
 TEST_F(bstrlib, growing_without_memory_leaves_the_record_unchanged) {

@@ -51,6 +51,9 @@ TEST_F(bstrlib, caseless_search) {
     const bstr_owner high = make("\xC4");
     const bstr_owner other = make("\xE4");
     EXPECT_EQ(binstrcaseless(high.get(), 0, other.get()), BSTR_ERR);
+    const bstr_owner play = make("PLAY");
+    EXPECT_EQ(binstrcaseless(b.get(), 0, play.get()), 0);
+    EXPECT_EQ(binstrcaseless(b.get(), -1, play.get()), BSTR_ERR);
 }
 
 TEST_F(bstrlib, search_of_a_byte) {
@@ -65,6 +68,13 @@ TEST_F(bstrlib, search_of_a_byte) {
     EXPECT_EQ(bstrchrp(b.get(), 0, 6), BSTR_ERR);
     EXPECT_EQ(bstrchrp(b.get(), 'a', -1), BSTR_ERR);
     EXPECT_EQ(bstrchrp(nullptr, 'a', 0), BSTR_ERR);
+}
+
+TEST_F(bstrlib, search_of_a_byte_ends_with_the_text) {
+    const bstr_owner b = make("abcX");
+    b->slen = 3;
+    EXPECT_EQ(bstrchrp(b.get(), 'X', 0), BSTR_ERR);
+    EXPECT_EQ(bstrchrp(b.get(), 'X', 1), BSTR_ERR);
 }
 
 std::string middle(const std::string &text, int left, int len) {
@@ -149,6 +159,7 @@ TEST_F(bstrlib, ending_that_also_occurs_earlier_is_not_recognised) {
 
 TEST_F(bstrlib, empty_ending_and_null_subject_are_not_recognised) {
     EXPECT_FALSE(bstring_endswith_caseless(make("a").get(), ""));
+    EXPECT_FALSE(bstring_endswith_caseless(make("").get(), ""));
     EXPECT_FALSE(bstring_endswith_caseless(make("a").get(), nullptr));
     EXPECT_FALSE(bstring_endswith_caseless(nullptr, ".wav"));
 }

@@ -57,6 +57,12 @@ TEST_F(cec_linux, link_lost_at_the_moment_of_sending_is_tried_without_an_address
     EXPECT_EQ(errors(), "CEC: /dev/cec0: no link\n");
 }
 
+TEST_F(cec_linux, message_without_an_address_and_without_a_link_is_tried_once) {
+    start({.errors = {{CEC_TRANSMIT, ENONET}}, .physical_address = CEC_PHYS_ADDR_INVALID});
+    EXPECT_NE(send(0, {0x04}), 0);
+    EXPECT_EQ(transmitted(), calls{"TRANSMIT F0:04"});
+}
+
 TEST_F(cec_linux, full_queue_is_told_and_not_waited_for) {
     start({.errors = {{CEC_TRANSMIT, EBUSY}}});
     EXPECT_NE(send(0, {0x04}), 0);
@@ -118,6 +124,15 @@ TEST_F(cec_linux, polls_broadcasts_refusals_and_unregistered_senders_are_never_r
     EXPECT_EQ(notifications_so_far().size(), 1U);
 }
 
+TEST_F(cec_linux, poll_is_no_message_of_opcode_0) {
+    start();
+    vc_cec_register_command(0x00);
+    fake_cec_device::receive({0x04});
+    fake_cec_device::receive({0x04, 0x90, 0x00});
+    wait_for_notifications(1);
+    EXPECT_EQ(notifications_so_far()[0][1], 0x00009004U);
+}
+
 TEST_F(cec_linux, opcodes_can_be_deregistered) {
     start();
     vc_cec_deregister_all();
@@ -127,6 +142,14 @@ TEST_F(cec_linux, opcodes_can_be_deregistered) {
     fake_cec_device::receive({0x0F, 0x82, 0x20, 0x00});
     const auto told = wait_for_notifications(1);
     EXPECT_EQ(told[0][1], 0x0020820FU);
+}
+
+TEST_F(cec_linux, signal_ends_no_listening) {
+    start();
+    fake_cec_device::interrupt();
+    fake_cec_device::receive({0x04, 0x90, 0x00});
+    EXPECT_EQ(wait_for_notifications(1)[0][1], 0x00009004U);
+    EXPECT_EQ(errors(), "");
 }
 
 TEST_F(cec_linux, lost_messages_are_told) {

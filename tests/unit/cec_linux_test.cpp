@@ -35,8 +35,10 @@ TEST_F(cec_linux, missing_device_is_no_adapter) {
 }
 
 TEST_F(cec_linux, device_without_permission_says_so) {
-    EXPECT_EQ(open_device({.open_error = EACCES}), -1);
-    EXPECT_EQ(errors(), "CEC: /dev/cec0: no permission\n");
+    for (const int error : {EACCES, EPERM}) {
+        EXPECT_EQ(open_device({.open_error = error}), -1);
+    }
+    EXPECT_EQ(errors(), "CEC: /dev/cec0: no permission\nCEC: /dev/cec0: no permission\n");
 }
 
 TEST_F(cec_linux, device_that_is_none_is_closed_again) {
@@ -115,6 +117,27 @@ TEST_F(cec_linux, logical_address_is_waited_for_while_it_is_being_claimed) {
     EXPECT_EQ(logical_address, 4U);
 }
 
+TEST_F(cec_linux, claim_is_waited_for_whatever_else_is_reported) {
+    start({.is_claiming_late = true});
+    std::thread kernel([] {
+        EXPECT_TRUE(wait_until([] { return waits >= 1; }));
+        fake_cec_device::change_state();
+        EXPECT_TRUE(wait_until([] { return waits >= 2; }));
+        fake_cec_device::finish_claim();
+    });
+    std::uint32_t logical_address = 0;
+    EXPECT_EQ(vc_cec_get_logical_address(&logical_address), 0);
+    kernel.join();
+    EXPECT_EQ(logical_address, 4U);
+}
+
+TEST_F(cec_linux, answer_does_not_wait_for_the_claim_that_its_own_thread_hears_of) {
+    start({.is_claiming_late = true});
+    fake_cec_device::receive({0x04, 0x44, 0x41});
+    EXPECT_TRUE(wait_until([] { return transmitted().size() == 1; }));
+    EXPECT_EQ(waits, 0U);
+}
+
 TEST_F(cec_linux, message_is_sent_when_the_address_has_been_claimed) {
     start({.is_claiming_late = true});
     std::thread kernel([] { fake_cec_device::finish_claim(); });
@@ -132,6 +155,7 @@ TEST_F(cec_linux, without_a_link_there_is_no_address_and_no_waiting) {
     EXPECT_EQ(vc_cec_get_physical_address(&physical_address), 0);
     EXPECT_EQ(logical_address, 15U);
     EXPECT_EQ(physical_address, 0xFFFF);
+    EXPECT_EQ(waits, 0U);
     EXPECT_TRUE(wait_until([&] { return errors() == "CEC: /dev/cec0: no link\n"; }));
 }
 
@@ -139,6 +163,7 @@ TEST_F(cec_linux, refused_claim_is_told) {
     start({.errors = {{CEC_ADAP_S_LOG_ADDRS, EBUSY}}});
     EXPECT_NE(vc_cec_set_osd_name("ZELT"), 0);
     EXPECT_NE(errors().find("Device or resource busy"), std::string::npos);
+    EXPECT_EQ(waits, 0U); // nothing is being claimed
 }
 
 TEST_F(cec_linux, replugged_cable_is_claimed_by_the_kernel_and_the_new_address_is_sent) {

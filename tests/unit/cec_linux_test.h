@@ -4,6 +4,7 @@
 #include "fake_cec_device.h"
 
 #include <array>
+#include <atomic>
 #include <cstdint>
 #include <functional>
 #include <gtest/gtest.h>
@@ -16,7 +17,8 @@
 using calls = std::vector<std::string>;
 using notification = std::array<std::uint32_t, 5>;
 
-extern int thread_error; ///< starting the provider's thread fails with it
+extern int thread_error;            ///< starting the provider's thread fails with it
+extern std::atomic<unsigned> waits; ///< how often the provider has begun to wait for a claim
 
 /// The notifications of this test. The provider's thread adds them.
 std::vector<notification> wait_for_notifications(std::size_t count);

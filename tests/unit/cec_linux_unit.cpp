@@ -9,11 +9,20 @@
 #include <thread>
 
 int thread_error;
+std::atomic<unsigned> waits;
 
 extern "C" {
 unsigned __wrap_sleep(unsigned /*seconds*/) {
     std::this_thread::yield();
     return 0;
+}
+
+int __real_pthread_cond_timedwait(pthread_cond_t *condition, pthread_mutex_t *mutex,
+                                  const timespec *end);
+int __wrap_pthread_cond_timedwait(pthread_cond_t *condition, pthread_mutex_t *mutex,
+                                  const timespec *end) {
+    ++waits;
+    return __real_pthread_cond_timedwait(condition, mutex, end);
 }
 
 int __real_pthread_create(pthread_t *thread, const pthread_attr_t *attributes, void *(*run)(void *),
@@ -65,6 +74,7 @@ void cec_linux::SetUp() {
     errors_.emplace(stderr);
     const std::lock_guard lock(mutex);
     notifications.clear();
+    waits = 0;
 }
 
 void cec_linux::TearDown() {

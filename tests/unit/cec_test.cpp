@@ -226,6 +226,18 @@ TEST_F(cec, length_above_16_prints_the_16_bytes_that_are_there) {
     }
 }
 
+TEST_F(cec, reason_has_16_bits_and_only_2_is_received) {
+    have_started();
+    recording_port::raw(0x0102 | 3 << 16, {0x04, 0x90, 0x01});
+    EXPECT_EQ(output(), "TX: 0 -> 4: 90 01\n");
+}
+
+TEST_F(cec, result_code_is_no_part_of_the_length) {
+    have_started();
+    recording_port::raw(1 | 3 << 16 | 0x12000000, {0x40, 0x90, 0x01});
+    EXPECT_EQ(output(), "TX: 4 -> 0: 90 01\n");
+}
+
 // What it does around an alert.
 
 TEST_F(cec, alert_switches_a_television_that_shows_another_source_and_hands_it_back) {

@@ -31,6 +31,7 @@ cec_log_addrs log_addrs;
 std::uint32_t sequence;
 bool is_open;
 bool is_removed;
+bool is_interrupted;
 
 void record(const std::string &call) {
     recorded.push_back(call);
@@ -155,7 +156,7 @@ void reset(const settings &with) {
     messages.clear();
     events.clear();
     log_addrs = {};
-    is_open = is_removed = false;
+    is_open = is_removed = is_interrupted = false;
 }
 
 std::vector<std::string> calls(const std::string &prefix) {
@@ -177,6 +178,11 @@ std::vector<cec_log_addrs> claims() {
 void finish_claim() {
     const std::lock_guard lock(mutex);
     complete_claim();
+}
+
+void change_state() {
+    const std::lock_guard lock(mutex);
+    push_state_change();
 }
 
 void plug(std::uint16_t physical_address) {
@@ -201,6 +207,12 @@ void lose_messages() {
     cec_event event{};
     event.event = CEC_EVENT_LOST_MSGS;
     events.push_back(event);
+    changed.notify_all();
+}
+
+void interrupt() {
+    const std::lock_guard lock(mutex);
+    is_interrupted = true;
     changed.notify_all();
 }
 
@@ -283,8 +295,14 @@ int __wrap_ioctl(int fd, unsigned long request, ...) {
 int __wrap_poll(pollfd *entries, nfds_t /*count*/, int /*timeout*/) {
     std::unique_lock lock(mutex);
     is_removed |= current.is_removed_at_end && messages.empty() && events.empty();
-    changed.wait(lock, [] { return is_removed || !messages.empty() || !events.empty(); });
+    changed.wait(
+        lock, [] { return is_interrupted || is_removed || !messages.empty() || !events.empty(); });
     entries->revents = 0;
+    if (is_interrupted) {
+        is_interrupted = false;
+        errno = EINTR;
+        return -1;
+    }
     if (is_removed) {
         entries->revents = POLLERR | POLLHUP;
     } else {

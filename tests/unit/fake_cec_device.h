@@ -31,10 +31,14 @@ std::vector<std::string> calls(const std::string &prefix = "");
 std::vector<cec_log_addrs> claims();
 
 void finish_claim();
+/// Reports the adapter's state, as it is.
+void change_state();
 /// The cable: a new physical address, with which the kernel claims again, or 0xFFFF for none.
 void plug(std::uint16_t physical_address);
 void receive(const std::vector<std::uint8_t> &message);
 void lose_messages();
+/// A signal ends the provider's wait.
+void interrupt();
 /// Unplugs the device: poll reports it and every call returns ENODEV.
 void remove();
 /// Blocks until the provider has closed the device.

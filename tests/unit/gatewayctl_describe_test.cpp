@@ -1,8 +1,6 @@
 #include "tools/gatewayctl/describe.h"
-#include "tools/gatewayctl/records.h"
 
 #include "gatewayctl_test.h"
-#include "wire.h"
 
 #include <algorithm>
 #include <gtest/gtest.h>
@@ -180,28 +178,6 @@ TEST(describe, any_bytes_of_any_length) {
         }
         ASSERT_FALSE(to_text(describe_record(message), message).empty());
     }
-}
-
-// Records.
-
-TEST(records, are_told_by_code_and_size) {
-    const bytes reply{2, 2, 0, 0x0a, 0x57, 0x21, 0x32, 12, wire::version};
-    const auto parsed = parse_record(reply);
-    ASSERT_TRUE(parsed);
-    EXPECT_EQ(parsed->type, record_type::rollcall_reply);
-    EXPECT_EQ(parsed->hardware_address, "02:00:0a:57:21:32");
-    EXPECT_EQ(parsed->version, wire::version);
-    EXPECT_EQ(parse_record(bytes({39, 1, 2, 3, 4, 5, 6}))->type, record_type::set_date_request);
-    EXPECT_EQ(parse_record(bytes({47, 1, 2, 3, 4, 5, 6}))->type, record_type::settings_request);
-    for (const bytes &other : {bytes(), bytes({2}), bytes({39, 1, 2, 3, 4, 5, 6, 7}),
-                               bytes({1, 1, 2, 3, 4, 5, 6}), bytes({2, 1, 2, 3, 4, 5, 6})}) {
-        EXPECT_FALSE(parse_record(other));
-        EXPECT_FALSE(describe_record(other).faults.empty());
-    }
-    EXPECT_TRUE(describe_record(reply).faults.empty());
-    EXPECT_EQ(value_of(describe_record(reply), "version"), std::to_string(wire::version));
-    EXPECT_TRUE(
-        has(describe_record(bytes({2, 1, 2, 3, 4, 5, 6, 1, wire::version})).faults, "byte 7"));
 }
 
 } // namespace

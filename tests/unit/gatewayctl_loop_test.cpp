@@ -7,6 +7,8 @@
 #include "tools/gatewayctl/shortage.h"
 #include "tools/gatewayctl/socket.h"
 
+#include "loopback_unit.h"
+
 #include <cerrno>
 #include <csignal>
 #include <gtest/gtest.h>
@@ -18,25 +20,6 @@
 namespace {
 
 constexpr std::chrono::seconds long_time(60);
-
-/// A socket with a port of its own, listening or not yet.
-struct fake_unit {
-    descriptor_owner socket_fd = open_socket(SOCK_STREAM);
-    sockaddr_in address = resolve("127.0.0.1");
-
-    fake_unit() {
-        address.sin_port = 0;
-        socklen_t size = sizeof address;
-        EXPECT_EQ(bind(socket_fd.get(), generic(address), size), 0);
-        EXPECT_EQ(getsockname(socket_fd.get(), reinterpret_cast<sockaddr *>(&address), &size), 0);
-    }
-    void listen() const {
-        EXPECT_EQ(::listen(socket_fd.get(), 1), 0);
-    }
-    descriptor_owner accept() const {
-        return descriptor_owner(::accept(socket_fd.get(), nullptr, nullptr));
-    }
-};
 
 // One wait and what follows.
 bool advance(exchange &sending) {
@@ -76,7 +59,7 @@ class descriptor_limit {
 };
 
 TEST(exchange, ends_when_the_unit_has_read_and_closed) {
-    fake_unit unit;
+    loopback_unit unit;
     unit.listen();
     exchange sending(open_socket(exchange::socket_type), unit.address, {1, 2, 3},
                      clock_type::now() + long_time);
@@ -95,8 +78,23 @@ TEST(exchange, ends_when_the_unit_has_read_and_closed) {
     EXPECT_TRUE(advance(sending));
 }
 
+TEST(exchange, sleeps_until_the_unit_has_read) {
+    loopback_unit unit;
+    unit.listen();
+    exchange sending(open_socket(exchange::socket_type), unit.address, {1},
+                     clock_type::now() + long_time);
+    sending.start();
+    EXPECT_FALSE(advance(sending)); // connected, and sent
+    const auto end = clock_type::now() + std::chrono::milliseconds(20);
+    poll_set events(end);
+    sending.watch(events);
+    events.wait();
+    EXPECT_GE(clock_type::now(), end);
+    EXPECT_FALSE(sending.advance(events));
+}
+
 TEST(exchange, ends_when_the_unit_resets_the_connection) {
-    fake_unit unit;
+    loopback_unit unit;
     unit.listen();
     exchange sending(open_socket(exchange::socket_type), unit.address, {1, 2, 3},
                      clock_type::now() + long_time);
@@ -108,7 +106,7 @@ TEST(exchange, ends_when_the_unit_resets_the_connection) {
 }
 
 TEST(exchange, tells_why_it_fails) {
-    fake_unit unit;
+    loopback_unit unit;
     exchange refused(open_socket(exchange::socket_type), unit.address, {1},
                      clock_type::now() + long_time);
     EXPECT_EQ(failure_of(refused),

@@ -80,6 +80,7 @@ TEST(text, may_keep_its_own_quotation_marks) {
 
 TEST(text, of_bytes) {
     EXPECT_EQ(to_hex(bytes({0, 0xaf})), "00 af");
+    EXPECT_EQ(bytes_text(0), "0 bytes");
     EXPECT_EQ(bytes_text(1), "1 byte");
     EXPECT_EQ(bytes_text(2), "2 bytes");
 }

@@ -4,6 +4,8 @@
 
 #include "bstrlib/bstr_owner.h"
 
+#include <algorithm>
+
 namespace {
 
 using fake::state;
@@ -66,6 +68,12 @@ TEST_F(health, query_that_cannot_be_started_gives_none) {
 TEST_F(health, line_longer_than_the_buffer_is_taken_in_pieces) {
     EXPECT_EQ(mode_of(std::string(4095, 'x') + "state 0x1, 640x480 x\n"), "640x480");
     EXPECT_EQ(mode_of(std::string(4090, 'x') + "state 0x1, 640x480 x\n"), "(null)");
+}
+
+TEST_F(health, every_query_is_ended) {
+    have_mode("1920x1080");
+    tick();
+    EXPECT_EQ(std::ranges::count(state.calls, "pclose"), 2); // of the mode and of the interfaces
 }
 
 TEST_F(health, good_mode_is_only_printed) {

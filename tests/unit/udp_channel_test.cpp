@@ -41,6 +41,12 @@ TEST_F(udp_channel, receives_one_datagram_with_room_for_4096_bytes) {
     EXPECT_EQ(state.calls.front(), "recvfrom 6 4096 0 16");
 }
 
+TEST_F(udp_channel, empty_datagram_shows_that_the_gateway_is_there) {
+    wdt_seconds = 1;
+    receive("");
+    EXPECT_EQ(wdt_seconds, 900);
+}
+
 TEST_F(udp_channel, roll_call_before_date_and_settings_sends_three_records_in_order) {
     receive(wire::roll_call());
     EXPECT_EQ(state.sent, (std::vector<std::string>{reply, date_request, settings_request}));

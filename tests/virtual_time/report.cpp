@@ -1,0 +1,41 @@
+#include "report.h"
+
+#include "shrink.h"
+
+namespace virtual_time {
+
+std::string report_violation(std::uint64_t seed, int days, const history &events,
+                             const outcome &result) {
+    std::string text = "seed " + std::to_string(seed) + ", " + describe_time(result.at) + ": " +
+                       result.text + "\n  again: ./scripts/year --seed " + std::to_string(seed) +
+                       " --days " + std::to_string(days) + "\n";
+    const shortest found = shrink(events, result);
+    text += "  shortest history: " + std::to_string(found.events.size()) + " of " +
+            std::to_string(events.size()) + " events, after " + std::to_string(found.runs) +
+            " runs\n";
+    for (const happening &event : found.events) {
+        text += "    " + describe(event) + "\n";
+    }
+    return text + "    " + describe_time(found.result.at) + "  " + found.result.text + "\n";
+}
+
+void add(counters &sum, const counters &more) {
+    sum.steps += more.steps;
+    sum.messages += more.messages;
+    sum.starts += more.starts;
+    sum.resets += more.resets;
+    sum.alerts += more.alerts;
+    sum.records += more.records;
+    sum.browsers += more.browsers;
+    sum.notifications += more.notifications;
+}
+
+std::string describe(const counters &counts) {
+    return std::to_string(counts.steps) + " steps, " + std::to_string(counts.messages) +
+           " messages, " + std::to_string(counts.records) + " records, " +
+           std::to_string(counts.notifications) + " CEC messages heard, " +
+           std::to_string(counts.browsers) + " browsers, " + std::to_string(counts.starts) +
+           " starts";
+}
+
+} // namespace virtual_time

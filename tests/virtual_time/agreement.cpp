@@ -38,8 +38,7 @@ void agree_file(const char *path, const std::optional<std::string> &expected) {
 }
 
 void compare_machine(const model_state &expected) {
-    agree("the number of open descriptors", static_cast<long>(world.open_descriptors()),
-          expected.descriptors);
+    agree("the number of open descriptors", world.open_descriptors, expected.descriptors);
     agree("the number of children", static_cast<long>(world.children.size()), expected.children);
     agree_file("/dev/shm/alerts.json", expected.document);
     agree_file("/dev/shm/current_gateway", expected.gateway_file);

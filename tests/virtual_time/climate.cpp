@@ -92,7 +92,8 @@ void gateway_trouble(weather &w, std::int64_t at) {
     const int gateway = w.gateway();
     const int mode = w.random.one_in(5) ? 3 : 1 + w.random.below(2);
     w.add(at, kind::gateway, gateway, mode);
-    w.add(at + w.random.around(2 * hour), kind::gateway, gateway, 0);
+    const std::int64_t length = w.random.one_in(5) ? 5 * day : 2 * hour;
+    w.add(at + w.random.around(length), kind::gateway, gateway, 0);
 }
 
 void proxy_trouble(weather &w, std::int64_t at) {
@@ -200,40 +201,47 @@ void config(weather &w, std::int64_t at) {
 
 constexpr std::int64_t never_in_a_year = 10000 * day;
 
+enum class temper { habit, event, trouble };
+
 struct source {
     void (*happen)(weather &, std::int64_t);
     std::int64_t interval; ///< between two of them, on average
+    temper how = temper::event;
 };
 
-constexpr source sources[] = {{roll_call, 5 * minute},
+constexpr source sources[] = {{roll_call, 5 * minute, temper::habit},
                               {incident, 3 * hour},
                               {date, 12 * hour},
                               {page, 24 * hour},
                               {settings, 12 * hour},
                               {control, 8 * hour},
                               {odd_message, 6 * hour},
-                              {broken_connection, 12 * hour},
+                              {broken_connection, 12 * hour, temper::trouble},
                               {reboot, 10 * day},
-                              {gateway_trouble, 2 * day},
-                              {proxy_trouble, 3 * day},
-                              {cable, 3 * day},
-                              {lease, 3 * day},
-                              {interface, 5 * day},
-                              {listing, 5 * day},
+                              {gateway_trouble, 2 * day, temper::trouble},
+                              {proxy_trouble, 3 * day, temper::trouble},
+                              {cable, 3 * day, temper::trouble},
+                              {lease, 3 * day, temper::trouble},
+                              {interface, 5 * day, temper::trouble},
+                              {listing, 5 * day, temper::trouble},
                               {television_switch, 3 * hour},
                               {television_input, 2 * hour},
-                              {television_trouble, day},
-                              {browser, 8 * hour},
-                              {clock_jump, 2 * day},
-                              {full_disk, 3 * day},
-                              {shortage, 3 * day},
-                              {programs, 2 * day},
-                              {display, day},
-                              {power_cut, 7 * day},
-                              {config, 2 * day}};
+                              {television_trouble, day, temper::trouble},
+                              {browser, 8 * hour, temper::trouble},
+                              {clock_jump, 2 * day, temper::trouble},
+                              {full_disk, 3 * day, temper::trouble},
+                              {shortage, 3 * day, temper::trouble},
+                              {programs, 2 * day, temper::trouble},
+                              {display, day, temper::trouble},
+                              {power_cut, 7 * day, temper::trouble},
+                              {config, 2 * day, temper::trouble}};
 
-// How often, in this climate: never, seldom, as usual, often.
-std::int64_t stretch(dice &random, std::int64_t interval) {
+// How often, in this climate: never, seldom, as usual, often. Nothing works without the habits.
+std::int64_t stretch(dice &random, const source &from, int calm) {
+    if (from.how == temper::habit) {
+        return random.one_in(20) ? never_in_a_year : from.interval;
+    }
+    const std::int64_t interval = from.interval * (from.how == temper::trouble ? calm : 1);
     switch (random.below(8)) {
     case 0:
         return never_in_a_year;
@@ -250,11 +258,13 @@ std::int64_t stretch(dice &random, std::int64_t interval) {
 } // namespace
 
 history make_history(std::uint64_t seed, std::int64_t duration) {
+    constexpr int calms[] = {1, 1, 5, 30};
     weather w{.random = dice(seed), .duration = duration};
+    const int calm = w.random.pick(calms);
     config(w, 0);
     display(w, 0);
     for (const source &source : sources) {
-        const std::int64_t interval = stretch(w.random, source.interval);
+        const std::int64_t interval = stretch(w.random, source, calm);
         for (std::int64_t at = w.random.around(interval); at < duration;
              at += w.random.around(interval)) {
             source.happen(w, at);

@@ -121,6 +121,7 @@ int new_descriptor(descriptor_kind what, const std::string &path) {
         return failure(EMFILE);
     }
     *free = {what, path, 0, {}};
+    ++world.open_descriptors;
     return static_cast<int>(free - all.begin());
 }
 
@@ -189,6 +190,7 @@ int __wrap_close(int fd) {
         return failure(EBADF);
     }
     found->what = descriptor_kind::none;
+    --world.open_descriptors;
     return 0;
 }
 

@@ -144,7 +144,7 @@ std::string answer_to(const std::string &command) {
 
 bool can_be_asked(const std::string &command) {
     return !world.has_no_descriptors && !world.is_fork_failing &&
-           world.open_descriptors() + 4 < descriptor_limit &&
+           world.open_descriptors + 4 < static_cast<long>(descriptor_limit) &&
            (command != "/usr/bin/lsusb" || world.usb >= 0);
 }
 

@@ -2,7 +2,29 @@
 
 #include "happening.h"
 
+#include <algorithm>
+
 namespace virtual_time {
+
+namespace {
+
+constexpr std::size_t longest_shown = 5000;
+constexpr std::size_t context = 60;
+
+std::size_t start_of_difference(const std::string &a, const std::string &b) {
+    return static_cast<std::size_t>(std::mismatch(a.begin(), a.end(), b.begin(), b.end()).first -
+                                    a.begin());
+}
+
+// Long documents mostly agree.
+std::string around_difference(const std::string &text, std::size_t difference) {
+    constexpr std::size_t head = 8; // the act
+    const std::size_t start = difference > context + head ? difference - context : 0;
+    const std::string end = text.size() > start + 2 * context ? "…" : "";
+    return (start > 0 ? text.substr(0, head) + "…" : "") + text.substr(start, 2 * context) + end;
+}
+
+} // namespace
 
 void reader::begin(const trace &acts, bool is_interrupted) {
     acts_ = &acts;
@@ -64,7 +86,7 @@ const entry &reader::take(act what, std::string_view text) {
 void reader::print(std::string_view text) {
     const entry &current = next();
     if (current.what != act::printed || current.text.compare(printed_, text.size(), text) != 0) {
-        fail("print " + printable(std::string(text), 400));
+        fail("print " + printable(std::string(text), longest_shown));
     }
     printed_ += text.size();
     if (printed_ == current.text.size()) {
@@ -87,10 +109,12 @@ void reader::fail(const std::string &expected) const {
         const entry &current = (*acts_)[position_];
         found = describe(current);
         if (printed_ > 0) {
-            found = "print " + printable(current.text.substr(printed_), 400);
+            found = "print " + printable(current.text.substr(printed_), longest_shown);
         }
     }
-    throw violation("expected: " + expected + "\n  found:    " + found);
+    const std::size_t same = start_of_difference(expected, found);
+    throw violation("expected " + around_difference(expected, same) + "\n      found    " +
+                    around_difference(found, same));
 }
 
 } // namespace virtual_time

@@ -22,20 +22,19 @@ std::string report_violation(std::uint64_t seed, int days, const history &events
 void add(counters &sum, const counters &more) {
     sum.steps += more.steps;
     sum.messages += more.messages;
-    sum.starts += more.starts;
-    sum.resets += more.resets;
-    sum.alerts += more.alerts;
     sum.records += more.records;
-    sum.browsers += more.browsers;
     sum.notifications += more.notifications;
+    sum.browsers += more.browsers;
+    sum.starts += more.starts;
+    sum.watchdog_resets += more.watchdog_resets;
 }
 
 std::string describe(const counters &counts) {
-    return std::to_string(counts.steps) + " steps, " + std::to_string(counts.messages) +
+    return std::to_string(counts.steps) + " steps: " + std::to_string(counts.messages) +
            " messages, " + std::to_string(counts.records) + " records, " +
            std::to_string(counts.notifications) + " CEC messages heard, " +
            std::to_string(counts.browsers) + " browsers, " + std::to_string(counts.starts) +
-           " starts";
+           " starts, " + std::to_string(counts.watchdog_resets) + " of them after the watchdog";
 }
 
 } // namespace virtual_time

@@ -168,7 +168,6 @@ outcome live_through(const history &events, std::int64_t duration) {
             is_step_right(true);
         }
         world.is_off = true;
-        ++world.counts.resets;
         reason = result.is_violated ? broken : reason;
     }
     if (result.text.empty()) {

@@ -119,6 +119,7 @@ void station::power_up() {
     datagrams.clear();
     children.clear();
     descriptors = {};
+    open_descriptors = 0;
     for (int fd = 0; fd < 3; ++fd) {
         descriptors[static_cast<std::size_t>(fd)].what = descriptor_kind::file;
     }
@@ -142,6 +143,7 @@ void station::advance(std::int64_t until) {
     for (std::int64_t next = next_at(); next <= until; next = next_at()) {
         now = std::max(now, next);
         if (now >= reset_at) {
+            ++counts.watchdog_resets;
             end_boot(reset);
         }
         if (!consequences.empty() && consequences.top().at == next) {
@@ -161,12 +163,6 @@ void station::end_boot(int reason) {
 
 void station::after(std::int64_t delay, kind what, int number, std::string text) {
     consequences.push({now + delay, what, number, 0, std::move(text)});
-}
-
-std::size_t station::open_descriptors() const {
-    return static_cast<std::size_t>(
-        std::count_if(descriptors.begin() + 3, descriptors.end(),
-                      [](const descriptor &d) { return d.what != descriptor_kind::none; }));
 }
 
 void station::happen(const happening &event) {

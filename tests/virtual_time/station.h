@@ -78,7 +78,7 @@ struct liveness {
 };
 
 struct counters {
-    long steps, messages, starts, resets, alerts, records, browsers, notifications;
+    long steps, messages, records, notifications, browsers, starts, watchdog_resets;
 };
 
 struct station {
@@ -95,6 +95,7 @@ struct station {
     // Files.
     std::map<std::string, std::string> files;
     std::array<descriptor, descriptor_limit> descriptors;
+    long open_descriptors = 0; ///< besides the standard ones
     int full_disks = 0;
     bool has_no_descriptors = false;
     bool is_root_writable = false;
@@ -138,7 +139,6 @@ struct station {
     std::int64_t next_at() const;
     [[noreturn]] void end_boot(int reason);
     void after(std::int64_t delay, kind what, int number = 0, std::string text = {});
-    std::size_t open_descriptors() const;
 
   private:
     void happen(const happening &event);

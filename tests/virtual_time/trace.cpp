@@ -44,8 +44,7 @@ void trace::add_print(act what, std::string_view text) {
 }
 
 std::string describe(const entry &act) {
-    return std::string(name(act.what)) + " " + printable(act.text, 400) + " " +
-           std::to_string(act.number) + " = " + std::to_string(act.result);
+    return std::string(name(act.what)) + " " + printable(act.text, 5000);
 }
 
 } // namespace virtual_time

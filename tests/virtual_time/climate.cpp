@@ -239,7 +239,7 @@ constexpr source sources[] = {{roll_call, 5 * minute, temper::habit},
 // How often, in this climate: never, seldom, as usual, often. Nothing works without the habits.
 std::int64_t stretch(dice &random, const source &from, int calm) {
     if (from.how == temper::habit) {
-        return random.one_in(20) ? never_in_a_year : from.interval;
+        return random.one_in(20) ? never_in_a_year : from.interval / (1 + random.below(3));
     }
     const std::int64_t interval = from.interval * (from.how == temper::trouble ? calm : 1);
     switch (random.below(8)) {
@@ -255,6 +255,11 @@ std::int64_t stretch(dice &random, const source &from, int calm) {
     }
 }
 
+// Habits are regular.
+std::int64_t pause(dice &random, const source &from, std::int64_t interval) {
+    return from.how == temper::habit ? interval + random.below(5000) : random.around(interval);
+}
+
 } // namespace
 
 history make_history(std::uint64_t seed, std::int64_t duration) {
@@ -266,7 +271,7 @@ history make_history(std::uint64_t seed, std::int64_t duration) {
     for (const source &source : sources) {
         const std::int64_t interval = stretch(w.random, source, calm);
         for (std::int64_t at = w.random.around(interval); at < duration;
-             at += w.random.around(interval)) {
+             at += pause(w.random, source, interval)) {
             source.happen(w, at);
         }
     }

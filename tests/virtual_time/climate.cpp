@@ -266,10 +266,13 @@ history make_history(std::uint64_t seed, std::int64_t duration) {
     constexpr int calms[] = {1, 1, 5, 30};
     weather w{.random = dice(seed), .duration = duration};
     const int calm = w.random.pick(calms);
+    // A shorter time has the events of a whole day.
+    const double hurry = std::min(1.0, static_cast<double>(duration) / static_cast<double>(day));
     config(w, 0);
     display(w, 0);
     for (const source &source : sources) {
-        const std::int64_t interval = stretch(w.random, source, calm);
+        const auto interval =
+            static_cast<std::int64_t>(static_cast<double>(stretch(w.random, source, calm)) * hurry);
         for (std::int64_t at = w.random.around(interval); at < duration;
              at += pause(w.random, source, interval)) {
             source.happen(w, at);

@@ -7,7 +7,7 @@
 
 namespace virtual_time {
 
-/// Random numbers that are the same on every machine.
+/// Random numbers that are the same with every library.
 class dice {
   public:
     explicit dice(std::uint64_t seed) : state_(seed * 0x9E3779B97F4A7C15U + 1) {}

@@ -21,7 +21,7 @@ namespace {
 struct options {
     std::uint64_t first = 1;
     std::uint64_t last = 1;
-    int days = 365;
+    int hours = 365 * 24;
     unsigned jobs = std::thread::hardware_concurrency();
     bool prints_history = false;
 };
@@ -32,7 +32,8 @@ struct totals {
 };
 
 [[noreturn]] void usage(int status) {
-    std::puts("usage: year [--seed N | --seeds FROM-TO] [--days N] [--jobs N] [--history]");
+    std::puts(
+        "usage: year [--seed N | --seeds FROM-TO] [--days N | --hours N] [--jobs N] [--history]");
     std::exit(status);
 }
 
@@ -66,7 +67,9 @@ options read_options(int argc, char **argv) {
         } else if (option == "--seed" || option == "--seeds") {
             read_seeds(wanted, argv[++i]);
         } else if (option == "--days") {
-            wanted.days = static_cast<int>(number(argv[++i], &end));
+            wanted.hours = 24 * static_cast<int>(number(argv[++i], &end));
+        } else if (option == "--hours") {
+            wanted.hours = static_cast<int>(number(argv[++i], &end));
         } else if (option == "--jobs") {
             wanted.jobs = static_cast<unsigned>(number(argv[++i], &end));
         } else {
@@ -82,7 +85,7 @@ void print(const std::string &text) {
 }
 
 void live_one(std::uint64_t seed, const options &wanted, totals &sum) {
-    const std::int64_t duration = wanted.days * day;
+    const std::int64_t duration = wanted.hours * hour;
     const history events = make_history(seed, duration);
     if (wanted.prints_history) {
         for (const happening &event : events) {
@@ -94,7 +97,7 @@ void live_one(std::uint64_t seed, const options &wanted, totals &sum) {
     add(sum.counts, result.counts);
     if (result.is_violated) {
         ++sum.failures;
-        print(report_violation(seed, wanted.days, events, result));
+        print(report_violation(seed, wanted.hours, events, result));
     }
 }
 
@@ -138,9 +141,9 @@ int main(int argc, char **argv) {
     const auto start = std::chrono::steady_clock::now();
     const totals sum = work_in_parallel(wanted);
     const std::chrono::duration<double> taken = std::chrono::steady_clock::now() - start;
-    const auto days = static_cast<double>(sum.seeds) * wanted.days;
-    std::printf("%ld seeds of %d days in %.1f s, %.0f days a second: %ld failed\n%s\n", sum.seeds,
-                wanted.days, taken.count(), days / taken.count(), sum.failures,
+    const double days = static_cast<double>(sum.seeds) * wanted.hours / 24;
+    std::printf("%ld seeds, %.0f days in %.1f s, %.1f days a second: %ld failed\n%s\n", sum.seeds,
+                days, taken.count(), days / taken.count(), sum.failures,
                 describe(sum.counts).c_str());
     const auto expected = static_cast<long>(wanted.last - wanted.first + 1);
     return sum.failures == 0 && sum.seeds == expected ? 0 : 1;

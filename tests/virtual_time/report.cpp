@@ -4,11 +4,21 @@
 
 namespace virtual_time {
 
-std::string report_violation(std::uint64_t seed, int days, const history &events,
+namespace {
+
+// A crash is told without its time.
+std::string describe(const outcome &result) {
+    return (result.at > 0 ? describe_time(result.at) + "  " : "") + result.text;
+}
+
+} // namespace
+
+std::string report_violation(std::uint64_t seed, int hours, const history &events,
                              const outcome &result) {
-    std::string text = "seed " + std::to_string(seed) + ", " + describe_time(result.at) + ": " +
-                       result.text + "\n  again: ./scripts/year --seed " + std::to_string(seed) +
-                       " --days " + std::to_string(days) + "\n";
+    const std::string duration = hours % 24 == 0 ? " --days " + std::to_string(hours / 24)
+                                                 : " --hours " + std::to_string(hours);
+    std::string text = "seed " + std::to_string(seed) + ": " + describe(result) +
+                       "\n  again: ./scripts/year --seed " + std::to_string(seed) + duration + "\n";
     const shortest found = shrink(events, result);
     text += "  shortest history: " + std::to_string(found.events.size()) + " of " +
             std::to_string(events.size()) + " events, after " + std::to_string(found.runs) +
@@ -16,7 +26,7 @@ std::string report_violation(std::uint64_t seed, int days, const history &events
     for (const happening &event : found.events) {
         text += "    " + describe(event) + "\n";
     }
-    return text + "    " + describe_time(found.result.at) + "  " + found.result.text + "\n";
+    return text + "    " + describe(found.result) + "\n";
 }
 
 void add(counters &sum, const counters &more) {

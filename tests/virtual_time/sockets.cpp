@@ -85,7 +85,8 @@ int list_interfaces(ifconf &request) {
         std::strcpy(entry->ifr_name, "eth0");
         std::memcpy(&entry->ifr_addr, &sa, sizeof sa);
     }
-    request.ifc_len = static_cast<int>((entry + 1 - request.ifc_req) * sizeof(ifreq));
+    request.ifc_len =
+        static_cast<int>(static_cast<std::size_t>(entry + 1 - request.ifc_req) * sizeof(ifreq));
     return 0;
 }
 

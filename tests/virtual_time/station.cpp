@@ -68,22 +68,10 @@ void change_television(const happening &event) {
     }
 }
 
-void change_machine(const happening &event) {
+void change_shortage(const happening &event) {
     switch (event.what) {
-    case kind::browser_dies:
-        return end_process(world.browser_pid);
-    case kind::process_end:
-        return end_process(event.number);
-    case kind::browser_hangs:
-        touch_page();
-        world.page.hangs = event.number != 0;
-        break;
     case kind::exec_failure:
         world.is_exec_failing = event.number != 0;
-        break;
-    case kind::clock_jump:
-        touch_page();
-        world.offset += event.number * second;
         break;
     case kind::full_disk:
         world.full_disks = event.number;
@@ -97,16 +85,34 @@ void change_machine(const happening &event) {
     case kind::slow_tools:
         world.tool_delay = event.more;
         break;
+    default:
+        world.is_watchdog_missing = event.number != 0;
+        break;
+    }
+}
+
+void change_machine(const happening &event) {
+    switch (event.what) {
+    case kind::browser_dies:
+        return end_process(world.browser_pid);
+    case kind::process_end:
+        return end_process(event.number);
+    case kind::browser_hangs:
+        touch_page();
+        world.page.hangs = event.number != 0;
+        break;
+    case kind::clock_jump:
+        touch_page();
+        world.offset += event.number * second;
+        break;
     case kind::display:
         world.display_answer = event.text;
-        break;
-    case kind::no_watchdog:
-        world.is_watchdog_missing = event.number != 0;
         break;
     case kind::config:
         world.files["/var/www/config.json"] = event.text;
         break;
     default:
+        change_shortage(event);
         break;
     }
 }

@@ -123,6 +123,7 @@ class model : public reader, public model_state {
     void start_program(const std::vector<std::string> &command);
     void run_program(const std::vector<std::string> &command);
     void wait_any();
+    void sleep(long seconds);
     std::string read_config();
     std::optional<std::string> config_option(const std::string &key);
     void set_config_option(const std::string &key, const std::string &value);

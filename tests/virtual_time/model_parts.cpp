@@ -180,6 +180,12 @@ void model::wait_any() {
     children -= waited.result > 0;
 }
 
+void model::sleep(long seconds) {
+    if (take(act::slept).number != seconds) {
+        throw violation("the pause is not of " + std::to_string(seconds) + " s");
+    }
+}
+
 std::string model::read_config() {
     const entry &opened = take(act::opened, config_path);
     return opened.result >= 0 ? text_at(take(act::read).text + '\0', 0) : "";

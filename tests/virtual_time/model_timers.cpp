@@ -88,10 +88,10 @@ void model::check_health(const trace &acts, bool is_interrupted) {
 
 void model::reset_display() {
     run_program({"/usr/bin/tvservice", "tvservice", "-o"});
-    take(act::slept);
+    sleep(1);
     run_program({"/usr/bin/tvservice", "tvservice", "-p"});
     if (url) {
-        take(act::slept);
+        sleep(2);
         restart_browser();
     }
 }
@@ -145,9 +145,9 @@ void model::wake_television() {
     while (is_standby && !is_lost) {
         print("TV on standby, sending ImageViewOn\n");
         take(act::cec, "send 0: 04");
-        take(act::slept);
+        sleep(1);
         take(act::cec, "send 0: 8F");
-        take(act::slept);
+        sleep(1);
         comes(act::printed); // what was heard during the sleep counts
     }
     if (source != own) {

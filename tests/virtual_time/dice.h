@@ -10,13 +10,11 @@ namespace virtual_time {
 /// Random numbers that are the same with every library.
 class dice {
   public:
-    explicit dice(std::uint64_t seed) : state_(seed * 0x9E3779B97F4A7C15U + 1) {}
+    // Mixed: with its steps in between, two seeds would have the same numbers, only shifted.
+    explicit dice(std::uint64_t seed) : state_(mix(seed)) {}
 
     std::uint64_t next() {
-        std::uint64_t z = (state_ += 0x9E3779B97F4A7C15U);
-        z = (z ^ (z >> 30)) * 0xBF58476D1CE4E5B9U;
-        z = (z ^ (z >> 27)) * 0x94D049BB133111EBU;
-        return z ^ (z >> 31);
+        return mix(state_ += 0x9E3779B97F4A7C15U);
     }
 
     /// From 0 to limit - 1.
@@ -39,6 +37,12 @@ class dice {
     }
 
   private:
+    static std::uint64_t mix(std::uint64_t z) {
+        z = (z ^ (z >> 30)) * 0xBF58476D1CE4E5B9U;
+        z = (z ^ (z >> 27)) * 0x94D049BB133111EBU;
+        return z ^ (z >> 31);
+    }
+
     std::uint64_t state_;
 };
 

@@ -47,9 +47,13 @@ std::int64_t duration_of(const std::string &path) {
 }
 
 process *find_process(int pid) {
-    const auto found = std::find_if(world.children.begin(), world.children.end(),
-                                    [&](const process &child) { return child.pid == pid; });
-    return found == world.children.end() ? nullptr : &*found;
+    const auto found = world.children.find(pid);
+    return found == world.children.end() ? nullptr : &found->second;
+}
+
+void mark_ended(process &child) {
+    world.running_browsers -= !child.has_ended && child.path == browser;
+    child.has_ended = true;
 }
 
 void set_clock(const std::string &text) {
@@ -71,7 +75,7 @@ void take_effect(const process &child) {
     } else if (child.path == "/etc/init.d/S40network") {
         world.has_interface = world.has_interface || world.usb != 0;
     } else if (child.path == "/usr/bin/killall") {
-        for (process &other : world.children) {
+        for (auto &[pid, other] : world.children) {
             other.has_ended = other.has_ended || other.path == "/sbin/udhcpc";
         }
     }
@@ -85,6 +89,7 @@ void execute(process &child) {
         world.after(duration + world.tool_delay, kind::process_end, child.pid);
     } else if (child.path == browser) {
         ++world.counts.browsers;
+        ++world.running_browsers;
         world.browser_pid = child.pid;
         if (child.argument.starts_with(station_page)) {
             start_page();
@@ -116,9 +121,9 @@ int reap(int pid) {
     while (true) {
         bool is_any = false;
         for (auto child = world.children.begin(); child != world.children.end(); ++child) {
-            const bool matches = pid < 0 || child->pid == pid;
-            if (matches && child->has_ended) {
-                const int reaped = child->pid;
+            const bool matches = pid < 0 || child->first == pid;
+            if (matches && child->second.has_ended) {
+                const int reaped = child->first;
                 world.children.erase(child);
                 return reaped;
             }
@@ -159,7 +164,7 @@ void end_process(int pid) {
     if (child == nullptr || child->has_ended) {
         return;
     }
-    child->has_ended = true;
+    mark_ended(*child);
     if (pid == world.browser_pid) {
         stop_page();
     }
@@ -167,8 +172,8 @@ void end_process(int pid) {
 }
 
 void kill_all() {
-    for (process &child : world.children) {
-        child.has_ended = true;
+    for (auto &[pid, child] : world.children) {
+        mark_ended(child);
     }
     stop_page();
 }
@@ -204,11 +209,12 @@ pid_t __wrap_fork() {
     const std::string told = read_all(ends[0]);
     __real_close(ends[0]);
     __real_waitpid(real, nullptr, 0);
-    world.children.push_back(read_report(told));
-    const int pid = world.children.back().pid;
+    const process child = read_report(told);
+    const int pid = child.pid;
+    world.children.emplace(pid, child);
     world.acts.add(act::forked, "", 0, pid);
     world.acts.add(act::child, told);
-    execute(world.children.back());
+    execute(*find_process(pid));
     return pid;
 }
 

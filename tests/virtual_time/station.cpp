@@ -124,6 +124,7 @@ void station::power_up() {
     connections.clear();
     datagrams.clear();
     children.clear();
+    running_browsers = 0;
     descriptors = {};
     open_descriptors = 0;
     for (int fd = 0; fd < 3; ++fd) {

@@ -105,10 +105,11 @@ struct station {
     bool is_watchdog_missing = false;
     std::int64_t reset_at = never;
 
-    // Processes, in the order of their start.
-    std::vector<process> children;
+    // Processes by pid, and so in the order of their start: thousands, after a year of clips.
+    std::map<int, process> children;
     int next_pid = 300;
     int browser_pid = 0;
+    int running_browsers = 0;
     bool is_fork_failing = false;
     bool is_exec_failing = false;
     int tool_delay = 0;

@@ -123,7 +123,9 @@ def quick_ones(mutants: list[Mutant]) -> list[Mutant]:
 
 def main() -> int:
     parser = argparse.ArgumentParser(prog="./scripts/mutate", description=__doc__)
-    parser.add_argument("filter", nargs="?", default="", help="only those whose file or text contains this")
+    parser.add_argument(
+        "filter", nargs="?", default="", help="only those whose file or text contains this"
+    )
     parser.add_argument("-j", type=int, default=2, help="how many at a time (2)", dest="workers")
     parser.add_argument("--check", action="store_true", help="every mutant applies; run a few")
     parser.add_argument("--list", action="store_true", help="list them; run none")

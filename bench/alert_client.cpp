@@ -28,7 +28,7 @@ struct receiver {
     const char *log;
 };
 
-constexpr std::size_t number_size = 9; // a sign and eight digits
+constexpr std::size_t number_size = 9; // signs, and up to eight digits
 
 [[noreturn]] void fail(const char *what) {
     std::perror(what);
@@ -108,8 +108,8 @@ int main(int argc, char **argv) {
     std::minstd_rand random(std::random_device{}());
     for (long i = 0; i < count; ++i) {
         std::shuffle(order.begin(), order.end(), random);
-        char number[number_size + 1];
-        std::snprintf(number, sizeof number, "#%08ld", i % 100000000);
+        std::string number = std::to_string(i);
+        number.insert(0, number_size - std::min(number.size(), number_size), '#');
         const std::string message = display_alert(static_cast<std::size_t>(letters), number);
         for (const std::size_t j : order) {
             std::printf("%zu %lld\n", j, send_alert(argv[1], receivers[j], message));

@@ -100,4 +100,33 @@ TEST(timer, clock_that_is_set_meanwhile_changes_no_period) {
     }
 }
 
+event new_timer;
+
+void new_timer_fn(int /*fd*/, short /*what*/, void * /*arg*/) {
+    ++ticks;
+    fired_at = steady::now();
+    event_loopbreak();
+}
+
+void set_clock_and_start_fn(int /*fd*/, short /*what*/, void * /*arg*/) {
+    clock_offset -= 3600;
+    armed_at = steady::now();
+    start_timer(new_timer, new_timer_fn, 1);
+}
+
+TEST(timer, started_after_the_clock_was_set_back_has_its_period) {
+    clock_offset = 0;
+    ticks = 0;
+    const std::unique_ptr<event_base, decltype(&event_base_free)> loop(event_init(),
+                                                                       event_base_free);
+    start_timer(timer, set_clock_and_start_fn, 0);
+    const timeval deadline = {20, 0};
+    event_loopexit(&deadline);
+    event_dispatch();
+    ASSERT_EQ(ticks, 1);
+    EXPECT_GE(fired_at - armed_at, std::chrono::milliseconds(990));
+    EXPECT_LT(fired_at - armed_at, std::chrono::seconds(10));
+    event_del(&new_timer);
+}
+
 } // namespace

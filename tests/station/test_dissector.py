@@ -78,6 +78,7 @@ def test_display_alert_with_and_without_a_turnout_timer(directory: Path) -> None
         (gateway.set_date("2026-03-05"), "date", "2026-03-05"),
         (gateway.set_page_address("http://page/"), "page", "http://page/"),
         (gateway.set_map_address("http://map/"), "map", "http://map/"),
+        (gateway.set_map_address("HTTPS://MAP/"), "map", "HTTPS://MAP/"),
         (gateway.hdtv_settings(3), "quarter_turns", "3"),
         (gateway.play_clip("http://x/a.wav"), "json.value", "http://x/a.wav"),
         (gateway.reboot(), "type", "32"),

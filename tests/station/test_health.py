@@ -8,6 +8,7 @@ from simulation.station import Station
 LOW_MODE = "state 0x12000a [HDMI DMT (4) RGB full 4:3], 640x480 @ 60Hz, progressive"
 
 
+@pytest.mark.waits
 @pytest.mark.slow
 def test_low_mode_and_missing_interface_are_mended_after_30_seconds(station: Station) -> None:
     station.behave("tvservice", f"print {LOW_MODE}")
@@ -24,6 +25,7 @@ def test_low_mode_and_missing_interface_are_mended_after_30_seconds(station: Sta
     assert len(station.wait_for_calls("qt-webkit-kiosk", 2)) == 2
 
 
+@pytest.mark.waits
 @pytest.mark.slow
 def test_good_mode_and_present_interface_are_left_alone(station: Station) -> None:
     station.behave("tvservice", "print " + LOW_MODE.replace("640x480", "1920x1080"))

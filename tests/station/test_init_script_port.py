@@ -114,6 +114,7 @@ def test_start_gives_a_held_port_a_limited_time(
     board.start_too_late()
 
 
+@pytest.mark.waits
 @pytest.mark.slow
 @pytest.mark.parametrize("hold", [leave_ended_connection, *IN_TIME])
 def test_service_that_came_too_late_for_the_port_gets_it_later(
@@ -267,6 +268,7 @@ def leave_open_peer_of_running(board: Board) -> Release:
     return lambda: gateway.reset(connection)
 
 
+@pytest.mark.waits
 @pytest.mark.slow
 def test_restart_after_an_alert_hears_the_next_one(board: Board) -> None:
     board.script("start")

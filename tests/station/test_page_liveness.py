@@ -110,6 +110,7 @@ def test_page_in_another_pages_frame_shows_nothing(station: Station, tmp_path: P
         assert not station.path(LIVENESS_FILE).exists()
 
 
+@pytest.mark.waits
 @pytest.mark.slow
 def test_page_that_hangs_ends_the_watchdog_kicks(tmp_path: Path) -> None:
     """End to end, with a clock 200 times as fast for the service: while the page is alive, its file

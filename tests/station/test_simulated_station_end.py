@@ -132,6 +132,7 @@ def test_endless(tmp_path):
 """
 
 
+@pytest.mark.waits
 @pytest.mark.slow
 @pytest.mark.parametrize("workers", ["0", "1"])
 @pytest.mark.parametrize("end", ["killed", "at its time limit"])

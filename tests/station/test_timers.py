@@ -51,6 +51,8 @@ def time_zone(hours: int) -> bytes:
     return header + struct.pack(">lBB", hours * 3600, 0, 0) + b"ABC\0"
 
 
+@pytest.mark.once
+@pytest.mark.waits
 @pytest.mark.slow
 def test_changed_time_zone_is_followed_within_a_minute(station: Station) -> None:
     zone = station.path("/etc/localtime")
@@ -88,6 +90,7 @@ def test_late_address_is_shown_and_the_browser_uses_the_proxy(make_station: Stat
     assert service.output.count("Writing JSON") == 2
 
 
+@pytest.mark.waits
 @pytest.mark.slow
 @pytest.mark.television
 def test_power_status_is_asked_for_every_five_seconds(station: Station) -> None:

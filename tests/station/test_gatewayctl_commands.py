@@ -9,6 +9,8 @@ from simulation import gateway
 from simulation.station import GATEWAY_FILE, LOUDSPEAKER, Station
 from simulation.waiting import wait_for
 
+pytestmark = pytest.mark.tool
+
 
 def test_display_alert(station: Station, tool: Tool) -> None:
     result = tool("display-alert", "--text", "FIRE\\nMAIN ST", "--turnout", "90")

@@ -8,6 +8,8 @@ from support import busy_service
 
 from simulation.station import UNIT_ADDRESS, Process, Station
 
+pytestmark = pytest.mark.tool
+
 PAGES = "page takes one of an address, --blank, --card and --status"
 PAGE = "http://127.0.0.1/station_web/"
 

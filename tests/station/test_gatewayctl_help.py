@@ -6,6 +6,8 @@ from gatewayctl_support import GATEWAYCTL, Tool, run
 from simulation.gateway import VERSION
 from simulation.station import Station, top_directory
 
+pytestmark = pytest.mark.tool
+
 SOURCES = top_directory() / "tools" / "gatewayctl"
 
 

@@ -2,10 +2,13 @@
 
 import json
 
+import pytest
 from gatewayctl_support import Tool, gatewayctl_command, run
 
 from simulation import gateway
 from simulation.station import HARDWARE_ADDRESS, UNIT_ADDRESS, Process, Station
+
+pytestmark = pytest.mark.tool
 
 
 def test_roll_call_lists_the_units_of_a_network(station: Station, service: Process) -> None:

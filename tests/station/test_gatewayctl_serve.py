@@ -16,6 +16,8 @@ from simulation.gateway import VERSION
 from simulation.station import Process, Station
 from simulation.waiting import DEADLINE, wait_for
 
+pytestmark = pytest.mark.tool
+
 
 def test_serve_answers_requests_and_keeps_calling(make_station: StationMaker) -> None:
     station = make_station()

@@ -116,7 +116,8 @@ constexpr char *document_room = line_room + room_before;
 
 void append_escaped(line_builder &document, std::string_view text) {
     const std::size_t start = document.view().size();
-    // Most texts need no escapes. strcspn is the fastest look at a long one, and needs its end marked.
+    // Most texts need no escapes. strcspn is the fastest look at a long one, and needs its end marked:
+    // by a zero, or, where that has no more room, by what follows the room, a zero or a line feed.
     document.append(text);
     document.append('\0');
     const std::size_t plain =

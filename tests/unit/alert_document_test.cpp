@@ -118,6 +118,14 @@ TEST_F(alert_document, that_is_too_long_is_cut_where_its_room_ends) {
     EXPECT_TRUE(document().ends_with("\"alert_area\":\"SHORT\", \"map_url\":\"\", \"units\":[]}]"));
 }
 
+TEST_F(alert_document, that_is_filled_by_a_plain_text_is_cut_there_too) {
+    const std::string area(40'000, 'a');
+    write_area(area.c_str());
+    write_area(area.c_str()); // after the first one's line feed
+    EXPECT_EQ(document().size(), 36U * 1024);
+    EXPECT_TRUE(document().ends_with("aaa"));
+}
+
 TEST_F(alert_document, escapes_after_and_between_plain_text) {
     write_area("1200 MAIN ST/CROSS OAK & ELM, \"A\"");
     EXPECT_EQ(member("alert_area"), R"(1200 MAIN ST\/CROSS OAK &amp; ELM, &quot;A&quot;)");

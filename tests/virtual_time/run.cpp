@@ -7,6 +7,7 @@
 #include "cec/cec.h"
 #include "hdtv/hdtv.h"
 #include "hdtv/startup.h"
+#include "reset_service.h"
 
 #include <cstdlib>
 
@@ -95,15 +96,7 @@ void serve_channels() {
 
 // As if the process had been loaded anew.
 void forget_everything() {
-    reset_alert_document_state();
-    reset_alert_state();
-    reset_dhcp_client_state();
-    reset_first_address_state();
-    reset_gateway_address_state();
-    reset_gateway_records_state();
-    reset_kiosk_state();
-    reset_proxy_state();
-    reset_watchdog_state();
+    reset_service();
     // The television's state has no such operation: an alert while it is on leaves none.
     const int missing = world.tv.missing;
     world.tv.missing = 0;

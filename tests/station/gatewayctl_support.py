@@ -1,11 +1,15 @@
 """gatewayctl as the tests run it: in the gateway's network."""
 
+import os
 import subprocess
 from collections.abc import Callable
+from pathlib import Path
 
 from simulation.station import Station, dying_with_starter, host_build_directory
 
-GATEWAYCTL = str(host_build_directory() / "tools" / "gatewayctl" / "gatewayctl")
+# ./scripts/coverage runs its own build of the tools beside another build's service.
+TOOLS = Path(os.environ.get("HDTV_TOOLS") or host_build_directory() / "tools").resolve()
+GATEWAYCTL = str(TOOLS / "gatewayctl" / "gatewayctl")
 
 Result = subprocess.CompletedProcess[str]
 Tool = Callable[..., Result]

@@ -46,12 +46,14 @@ class Tree:
 
 def open_tree(source: str) -> Tree:
     path = Path(source).resolve()
+    if not path.exists():
+        raise NoTree("no such directory or archive")
+    if path.is_dir() and not (path / "Makefile").is_file():
+        raise NoTree("not a Buildroot tree")
     shutil.rmtree(PLACE, ignore_errors=True)
     PLACE.mkdir(parents=True)
     if path.is_file():
         path = unpack(path)
-    if not path.is_dir():
-        raise NoTree("no such directory or archive")
     makefile = path / "Makefile"
     text = makefile.read_text() if makefile.is_file() else ""
     version = re.search(r"^export BR2_VERSION := (\S+)$", text, re.MULTILINE)

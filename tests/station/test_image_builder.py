@@ -266,3 +266,34 @@ def test_example_board_has_the_settings_and_file_systems_of_a_unit() -> None:
     for directory in ("/tmp", "/dev/shm"):
         kind, options = types[directory]
         assert kind == "tmpfs" and "size=" in options
+
+
+@pytest.mark.parametrize(
+    ("words", "status", "answer"),
+    [
+        ((), 2, "usage: ./scripts/image-check TREE [STEP...]"),
+        (("--steps",), 2, "usage: ./scripts/image-check TREE [STEP...]"),
+        (("--help",), 0, "usage: ./scripts/image-check TREE [STEP...]"),
+    ],
+)
+def test_check_of_a_whole_tree_tells_how_to_call_it(
+    words: tuple[str, ...], status: int, answer: str
+) -> None:
+    command = [str(TOP / "scripts" / "image-check"), *words]
+    result = subprocess.run(command, capture_output=True, text=True, check=False)
+    said = result.stderr if status else result.stdout
+    assert (result.returncode, said.splitlines()[0]) == (status, answer)
+
+
+@pytest.mark.parametrize(
+    ("words", "answer"),
+    [
+        (("/no/such/tree",), "/no/such/tree: no such directory or archive"),
+        ((str(TOP),), f"{TOP}: not a Buildroot tree"),
+        ((str(TOP), "paint"), "there is no step paint, only checker, board, options, build"),
+    ],
+)
+def test_check_of_a_whole_tree_needs_one(words: tuple[str, ...], answer: str) -> None:
+    command = ["/usr/bin/python3", str(TOP / "tests/image/image_check.py"), *words]
+    result = subprocess.run(command, capture_output=True, text=True, check=False)
+    assert (result.returncode, result.stderr) == (2, f"image-check: {answer}\n")

@@ -67,6 +67,17 @@ def check_selections(tree: Tree) -> None:
     require(chosen, *wanted, "BR2_PACKAGE_HDTV_CEC_LINUX=y")
     for name in re.findall(r"^\tselect (\w+)", description(), re.MULTILINE):
         require(chosen, f"{name}=y")
+    for name in dependencies():
+        if chosen.get(name) != "y":
+            raise Failure(f"{name} is depended on, but not selected")
+
+
+def dependencies() -> list[str]:
+    """What the packages are built with; Buildroot looks only when it builds a whole image."""
+    rules = "".join(path.read_text() for path in EXTERNAL.glob("package/*/*.mk"))
+    words = " ".join(re.findall(r"_DEPENDENCIES \+?= (.*)", rules)).split()
+    names = [f"BR2_PACKAGE_{x.upper().replace('-', '_')}" for x in words if x[:5] != "host-"]
+    return [name for name in names if name != REMOVED]
 
 
 def check_shared_libraries(tree: Tree) -> None:

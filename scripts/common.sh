@@ -32,8 +32,8 @@ fuzz_packages=(
 
 # Needed by Buildroot, and by its checker of packages.
 image_packages=(
-    "${armv6_packages[@]}" bc bzip2 cpio file g++ libevent-dev make patch perl pkg-config python3 python3-flake8
-    python3-magic rsync shellcheck unzip xz-utils
+    "${armv6_packages[@]}" bc bzip2 cpio file g++ make patch perl pkg-config python3 python3-magic rsync
+    shellcheck unzip wget xz-utils
 )
 
 # Needed to run whole machines.

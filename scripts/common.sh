@@ -30,6 +30,12 @@ fuzz_packages=(
     pkg-config
 )
 
+# Needed by Buildroot, and by its checker of packages.
+image_packages=(
+    "${armv6_packages[@]}" bc bzip2 cpio file g++ make patch perl pkg-config python3 python3-magic rsync
+    shellcheck unzip wget xz-utils
+)
+
 # Needed to run whole machines.
 machine_packages=(
     "${package_packages[@]}" busybox-static cpio e2fsprogs kmod man-db python3-pytest

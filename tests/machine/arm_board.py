@@ -84,7 +84,9 @@ def make_initramfs(root: Path, address: str | None, follower: str, starts: bool)
     for library in ("libv4l2.so.0", "libv4lconvert.so.0", "libjpeg.so.62"):
         shutil.copy(CACHE / "usr" / "lib" / "arm-linux-gnueabi" / library, root / "lib")
     shutil.copy(BUILD / "hdtv" / "hdtv", root / "usr" / "sbin")
-    shutil.copy(machine.TOP / "board" / "package" / "hdtv" / "S90hdtv", root / "etc" / "init.d")
+    machine.write_program(
+        root / "etc/init.d/S90hdtv", (machine.TOP / "board/package/hdtv/S90hdtv").read_text()
+    )
     (root / "usr/lib/hdtv").mkdir(parents=True)
     shutil.copy(machine.TOP / "board" / "package" / "hdtv" / "upkeep", root / "usr/lib/hdtv")
     machine.write_program(root / "usr/bin/qt-webkit-kiosk", "#!/bin/sh\nexec sleep 1000000\n")

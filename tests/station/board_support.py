@@ -1,7 +1,9 @@
 """A unit with the board's init scripts and busybox."""
 
 import contextlib
+import shutil
 import socket
+from pathlib import Path
 
 from simulation import gateway
 from simulation.station import Process, Station, top_directory
@@ -18,6 +20,14 @@ APPLETS = "/tmp/busybox"
 WAITING = "hdtv: waiting for TCP port 4000, which is still in use\n"
 HELD = "hdtv: TCP port 4000 is still in use after 1 s: datagrams only until it is free\n"
 SYSLOG = "/tmp/messages"
+
+
+def install_scripts(directory: Path) -> dict[str, Path]:
+    """As the packages do: in the sources they are not executable."""
+    for name, script in SCRIPTS.items():
+        shutil.copy(script, directory / name)
+        (directory / name).chmod(0o755)
+    return {name: directory / name for name in SCRIPTS}
 
 
 class Board:

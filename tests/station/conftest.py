@@ -2,9 +2,10 @@
 
 import contextlib
 from collections.abc import Iterator
+from pathlib import Path
 
 import pytest
-from board_support import SCRIPTS, Board
+from board_support import Board, install_scripts
 from gatewayctl_support import Result, Tool, gatewayctl_command, run
 from page_stage import Stage, open_stage
 from page_support import Shown, show
@@ -81,8 +82,8 @@ def tool(station: Station, service: Process) -> Iterator[Tool]:
 
 
 @pytest.fixture
-def board(make_station: StationMaker) -> Iterator[Board]:
-    board = Board(make_station(programs=SCRIPTS, is_board_root=True))
+def board(make_station: StationMaker, tmp_path: Path) -> Iterator[Board]:
+    board = Board(make_station(programs=install_scripts(tmp_path), is_board_root=True))
     yield board
     board.watchdog.close()
     for kept in board.kept:

@@ -313,7 +313,6 @@ class Station:
 
     def _start_world(self, name: str, settings: Mapping[str, Any]) -> tuple[int, int]:
         ours, theirs = socket.socketpair(socket.AF_UNIX, socket.SOCK_SEQPACKET)
-        ours.setsockopt(socket.SOL_SOCKET, socket.SO_PASSCRED, 1)
         ours.settimeout(DEADLINE)
         with ours, theirs:
             world = Path(__file__).with_name("world.py")
@@ -336,13 +335,11 @@ class Station:
                 raise
 
     def _receive_pids(self, channel: socket.socket) -> tuple[int, int]:
-        pids: dict[bytes, int] = {}
-        while len(pids) < 2:
-            side, pid = linux.receive_with_pid(channel)
-            if not side:
-                raise StationError(self._last_words())
-            pids[side] = pid
-        return pids[b"gateway"], pids[b"unit"]
+        text = channel.recv(65536)
+        if not text:
+            raise StationError(self._last_words())
+        pids = {side["side"]: side["pid"] for side in json.loads(text)["sides"]}
+        return pids["gateway"], pids["unit"]
 
     def _last_words(self) -> str:
         self._keeper.kill()

@@ -9,6 +9,7 @@ import socket
 import subprocess
 import sys
 import tempfile
+import threading
 from collections.abc import Iterator, Mapping, Sequence
 from pathlib import Path
 from typing import Any
@@ -281,7 +282,10 @@ class Station:
         self._gateway_network = os.open(f"/proc/{self.gateway_pid}/ns/net", os.O_RDONLY)
         self._unit_network = os.open(f"/proc/{self.unit_pid}/ns/net", os.O_RDONLY)
         self._own_network = os.open("/proc/thread-self/ns/net", os.O_RDONLY)
-        self._current_network = self._own_network
+        # Each thread may be in another one.
+        self._current_network = threading.local()
+        self._kicks = 0
+        self._counting_kicks = threading.Lock()
 
     def _lent(self, has_page: bool) -> dict[str, str]:
         libraries = str(build_directory().parent / BOARD_LIBRARIES)
@@ -400,11 +404,21 @@ class Station:
         finally:
             os.close(fd)
 
+    def count_kicks(self) -> int:
+        """How often the hardware watchdog has been kicked so far, without those that read_kicks has
+        returned."""
+        with self._counting_kicks:
+            self._kicks += len(self.read_kicks())
+            return self._kicks
+
     # The tools' stand-ins.
 
     def behave(self, tool: str, *lines: str) -> None:
         """What the tool does from its next call on; simulation/standin.cpp lists the words."""
         self.path(f"/run/station/behaviour/{tool}").write_text("".join(x + "\n" for x in lines))
+
+    def behavior(self, tool: str) -> list[str]:
+        return self.path(f"/run/station/behaviour/{tool}").read_text().splitlines()
 
     def calls(self, *tools: str) -> list[Call]:
         """The journaled calls, oldest first; only of these tools, if any are given."""
@@ -501,7 +515,7 @@ class Station:
 
     @contextlib.contextmanager
     def _network(self, fd: int) -> Iterator[None]:
-        outer = self._current_network
+        outer: int = getattr(self._current_network, "fd", self._own_network)
         # Entering takes half a millisecond: to send thousands of messages, enter once around them.
         if fd == outer:
             yield
@@ -518,4 +532,4 @@ class Station:
 
     def _enter_network(self, fd: int) -> None:
         linux.setns(fd, linux.CLONE_NEWNET)
-        self._current_network = fd
+        self._current_network.fd = fd

@@ -11,6 +11,7 @@ from pathlib import Path
 
 from simulation import gateway, linux, running
 from simulation.forward import Forward
+from simulation.handles import Handles
 from simulation.demo.cases import CASES, END
 from simulation.demo.incident import INCIDENT, Scene, Step
 from simulation.demo.pictures import Pictures
@@ -146,8 +147,11 @@ def run_station(arguments: argparse.Namespace, stack: contextlib.ExitStack) -> i
     station.write_config(f'{{"comm_gw":"{gateway.GATEWAY}"}}')
     station.start_web_server()
     station.use_real_browser()
-    service = station.start_service()
-    timeline = stack.enter_context(Timeline(station, service, records, television))
+    handles = Handles(station, television, records)
+    service = handles.unit.start_service()
+    timeline = Timeline(station, service, records, television, events=handles.events)
+    handles.unit.listen_to_service(timeline.follow)
+    stack.enter_context(timeline)
     timeline.say("station", "unit 10.87.33.50, gateway 10.87.33.20, no proxy")
     forward_page(station, timeline, stack)
     timeline.say("TV", "in standby, input 2.0.0.0")
@@ -161,7 +165,7 @@ def run_station(arguments: argparse.Namespace, stack: contextlib.ExitStack) -> i
     if arguments.once:
         return 0
     timeline.say("station", "the station keeps running; Ctrl-C ends it")
-    return wait_for_end(service, timeline)
+    return wait_for_end(handles, timeline)
 
 
 def serve_clip_and_map(station: Station, stack: contextlib.ExitStack) -> None:
@@ -256,8 +260,8 @@ def play_step(scene: Scene, service: Process, timeline: Timeline, step: Step) ->
     return True
 
 
-def wait_for_end(service: Process, timeline: Timeline) -> int:
-    status = service.wait(deadline=threading.TIMEOUT_MAX)
+def wait_for_end(handles: Handles, timeline: Timeline) -> int:
+    status = handles.unit.wait_until_service_ends()
     timeline.say("problem", f"the service has ended with status {status}")
     return 1
 

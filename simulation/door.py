@@ -40,10 +40,19 @@ class Door:
     """Open until it is closed. Use it in a with statement."""
 
     def __init__(
-        self, station: Station, unit_address: Callable[[], str | None], record_port: int
+        self,
+        station: Station,
+        unit_address: Callable[[], str | None],
+        record_port: int,
+        on_message: Callable[[bytes, bool, str], None],
+        on_record: Callable[[bytes], None],
     ) -> None:
-        """unit_address tells the unit's address at the moment. Raises DoorError."""
+        """unit_address tells the unit's address at the moment. on_message and on_record hear what
+        passes, in the door's thread: a message, whether it is a datagram, and who sends it; and a
+        record. Raises DoorError."""
         self._station = station
+        self._on_message = on_message
+        self._on_record = on_record
         self._unit_address = unit_address
         self._record_port = record_port
         self._last_sender: dict[str, str] = {}  # outside, by its address inside
@@ -88,13 +97,14 @@ class Door:
     async def _take_commands(self) -> None:
         while True:
             outer, (peer, _) = await self._loop.sock_accept(self._commands)
-            self._start(self._join_command(outer, self._inside_of(peer)))
+            self._start(self._join_command(outer, peer))
 
-    async def _join_command(self, outer: socket.socket, source: str) -> None:
+    async def _join_command(self, outer: socket.socket, peer: str) -> None:
         with self._station.on_gateway():
             inner = _connection()
         with outer, inner:
-            await _join(outer, inner, self._connect_to_unit(inner, source))
+            connecting = self._connect_to_unit(inner, self._inside_of(peer))
+            await _join(outer, inner, lambda x: self._on_message(x, False, peer), connecting)
 
     async def _connect_to_unit(self, inner: socket.socket, source: str) -> None:
         address = self._unit_address()
@@ -107,6 +117,7 @@ class Door:
         message, (peer, _) = self._datagrams.recvfrom(_LARGEST)
         sender = self._senders[self._inside_of(peer)]
         address = self._unit_address()
+        self._on_message(message, True, peer)
         # One that cannot be sent is lost, as on any network.
         with contextlib.suppress(OSError):
             if address:
@@ -138,19 +149,23 @@ class Door:
 
     async def _join_record(self, inner: socket.socket, outer: socket.socket) -> None:
         with inner, outer:
-            await _join(inner, outer)
+            await _join(inner, outer, self._on_record)
 
 
 async def _join(
-    near: socket.socket, far: socket.socket, connecting: Awaitable[None] | None = None
+    near: socket.socket,
+    far: socket.socket,
+    tell: Callable[[bytes], None],
+    connecting: Awaitable[None] | None = None,
 ) -> None:
-    """Copies in both directions until both have ended. The near one is read from the beginning: if it
-    is reset while the far one is still connecting, nothing may reach the other side later."""
+    """Copies in both directions until both have ended, and tells the near one's first chunk. The
+    near one is read from the beginning: if it is reset while the far one is still connecting,
+    nothing may reach the other side later."""
     there: asyncio.Queue[bytes] = asyncio.Queue(_ON_ITS_WAY)
     back: asyncio.Queue[bytes] = asyncio.Queue(_ON_ITS_WAY)
     try:
         async with asyncio.TaskGroup() as copying:
-            copying.create_task(_read(near, there))
+            copying.create_task(_read(near, there, tell))
             if connecting:
                 await connecting
             copying.create_task(_write(there, far))
@@ -161,10 +176,15 @@ async def _join(
         _reset(far)
 
 
-async def _read(source: socket.socket, chunks: asyncio.Queue[bytes]) -> None:
+async def _read(
+    source: socket.socket, chunks: asyncio.Queue[bytes], tell: Callable[[bytes], None] | None = None
+) -> None:
     """Chunk by chunk, as they were sent, and an empty one at the end."""
     loop = asyncio.get_running_loop()
     while chunk := await loop.sock_recv(source, _LARGEST):
+        if tell:
+            tell(chunk)
+            tell = None
         await chunks.put(chunk)
     await chunks.put(b"")
 

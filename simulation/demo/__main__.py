@@ -10,6 +10,7 @@ import threading
 from pathlib import Path
 
 from simulation import gateway, linux
+from simulation.console import client
 from simulation.forward import Forward
 from simulation.handles import Handles
 from simulation.demo.cases import CASES, END
@@ -29,6 +30,7 @@ from simulation.demo.timeline import Timeline
 from simulation.waiting import wait_for
 
 OWN_PORT = 8080
+CONSOLE_PORT = 8081
 
 # Each ends the station, in the same way. Losing the reader of our output counts as a SIGHUP, not a
 # SIGPIPE, which also comes from connections whose other end may close at any time.
@@ -44,6 +46,9 @@ same page at http://127.0.0.1:8080/station_web/.
 From a second terminal, inside the running station:
   ./scripts/station exec cat /dev/shm/alerts.json
   ./scripts/station exec bash -c "printf '\\3\\1\\0\\0\\0\\4FIRE' > /dev/tcp/127.0.0.1/4000"
+
+With --console a page in this machine's browser operates all of it, and so do commands from a second
+terminal, such as "tv off" and "fail wget": docs/workbench.md. The incident is then not played.
 """
 
 
@@ -90,7 +95,17 @@ def parse_arguments() -> argparse.Namespace:
         metavar="SECONDS",
         help="pause between the steps of the incident (default: %(default)s)",
     )
+    parser.add_argument(
+        "--console",
+        nargs="?",
+        type=port_number,
+        const=CONSOLE_PORT,
+        metavar="PORT",
+        help="a page with all the handles of the station, on this machine's loopback only"
+        " (default: %(const)s; another one if that is taken)",
+    )
     commands = parser.add_subparsers(dest="command", metavar="COMMAND")
+    client.add_commands(commands)
     run = commands.add_parser("exec", help="run a program inside the running station")
     run.add_argument(
         "--gateway", action="store_true", help="on the gateway's side (10.87.33.1, .20, .21)"
@@ -104,11 +119,20 @@ def parse_arguments() -> argparse.Namespace:
     return arguments
 
 
+def port_number(text: str) -> int:
+    number = int(text)
+    if not 0 <= number <= 65535:
+        raise ValueError
+    return number
+
+
 def main() -> int:
     linux.open_standard_descriptors()
     arguments = parse_arguments()
     if arguments.command == "exec":
         return run_inside(arguments.name, arguments.program, arguments.gateway)
+    if arguments.command:
+        return client.run(arguments, find_running_station(arguments.name, depth=2))
     try:
         listen_to_signals()
         with contextlib.closing(contextlib.ExitStack()) as stack:
@@ -156,6 +180,11 @@ def run_station(arguments: argparse.Namespace, stack: contextlib.ExitStack) -> i
     timeline.say("station", "unit 10.87.33.50, gateway 10.87.33.20, no proxy")
     forward_page(station, timeline, stack)
     timeline.say("TV", "in standby, input 2.0.0.0")
+    if arguments.console is not None:
+        open_console(arguments.console, station, handles, stack)
+        if not arguments.once and not arguments.pictures:
+            timeline.say("station", "the station is yours; Ctrl-C ends it")
+            return wait_for_end(handles, timeline)
     pictures = prepare_pictures(arguments.pictures, station, television, stack)
     scene = Scene(station, television, records)
     if not play_incident(scene, service, timeline, arguments.pause, pictures):
@@ -178,15 +207,24 @@ def serve_clip_and_map(station: Station, stack: contextlib.ExitStack) -> None:
 
 def forward_page(station: Station, timeline: Timeline, stack: contextlib.ExitStack) -> None:
     try:
-        stack.enter_context(Forward(station, WEB_PORT, OWN_PORT))
-    except OSError as error:
-        timeline.say(
-            "station", f"its page is not available on this machine's port {OWN_PORT}: {error}"
-        )
-    else:
-        timeline.say(
-            "station", f"its page, for this machine: http://127.0.0.1:{OWN_PORT}/station_web/"
-        )
+        forward = stack.enter_context(Forward(station, WEB_PORT, OWN_PORT))
+    except OSError:  # it is taken
+        forward = stack.enter_context(Forward(station, WEB_PORT))
+    timeline.say(
+        "station", f"its page, for this machine: http://127.0.0.1:{forward.port}/station_web/"
+    )
+
+
+def open_console(
+    port: int, station: Station, handles: Handles, stack: contextlib.ExitStack
+) -> None:
+    # Its library is needed here only.
+    from simulation.console.server import Console
+
+    console = stack.enter_context(Console(station, handles, port))
+    taken = "" if console.port == port or not port else f" (port {port} is taken)"
+    handles.events.add("station", f"its console, for this machine only: {console.address}{taken}")
+    handles.events.add("station", f"the same for curl: --config {console.key}")
 
 
 def prepare_pictures(

@@ -177,6 +177,20 @@ def reset(connection: socket.socket) -> None:
     connection.close()
 
 
+_MESSAGE_NAMES = {
+    **{1: "roll call", 3: "display alert", 32: "reboot", 38: "hdtv alert", 40: "set date"},
+    **{46: "stop turnout", 48: "set page address", 49: "hdtv settings", 51: "detail alert"},
+    **{52: "set map address", 123: "JSON control"},
+}
+
+
+def message_name(message: bytes) -> str:
+    """What docs/protocol.md calls it."""
+    if not message:
+        return "an empty message"
+    return _MESSAGE_NAMES.get(message[0], f"a message of the unknown type {message[0]}")
+
+
 def describe_record(record: bytes) -> str:
     """A record that a unit has sent, in words."""
     if len(record) == 9 and record[0] == 2:

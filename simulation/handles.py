@@ -29,18 +29,6 @@ from simulation.unit_view import UnitView
 # What a gateway should wait for the unit to take a message (docs/protocol.md).
 SEND_DEADLINE = 10.0
 
-MESSAGE_NAMES = {
-    **{1: "roll call", 3: "display alert", 32: "reboot", 38: "hdtv alert", 40: "set date"},
-    **{46: "stop turnout", 48: "set page address", 49: "hdtv settings", 51: "detail alert"},
-    **{52: "set map address", 123: "JSON control"},
-}
-
-
-def message_name(message: bytes) -> str:
-    if not message:
-        return "an empty message"
-    return MESSAGE_NAMES.get(message[0], f"a message of the unknown type {message[0]}")
-
 
 class Handles:
     """The handles of one station."""
@@ -194,7 +182,7 @@ class GatewayHandles:
             raise HandleError(f"The gateway has the addresses {', '.join(GATEWAY_ADDRESSES)}.")
         destination = self._view.address() or UNIT_ADDRESS
         with self._sending:
-            self._events.add("gateway", "sends: " + (words or message_name(message)))
+            self._events.add("gateway", "sends: " + (words or gateway.message_name(message)))
             try:
                 if is_datagram:
                     gateway.send_datagram(self._station, message, source, destination)

@@ -33,6 +33,17 @@ def run_inside(
     return status if status >= 0 else 128 - status
 
 
+def gateway_pid(name: str) -> int | None:
+    """Of the first process on the gateway's side of the newest running station with this name, after
+    the same checks."""
+    try:
+        record = find_station(name)
+        with _opened(record, "gateway"):
+            return next(side["pid"] for side in record["sides"] if side["side"] == "gateway")
+    except NotEntered:
+        return None
+
+
 def _wait(process: subprocess.Popen[bytes]) -> int:
     while True:
         with contextlib.suppress(KeyboardInterrupt):

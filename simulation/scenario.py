@@ -183,7 +183,7 @@ class Scene:
             if last > start + _LONGEST_WAIT:
                 raise NotObserved("the watchdog is kicked no more")
             time.sleep(0.01)
-        self.do("the watchdog has not been kicked for long enough", self.unit.reset)
+        self.do("the watchdog has reset the board: it was kicked no more", self.unit.reset)
 
     # What can be looked at, besides view.
 

@@ -198,11 +198,14 @@ class Process:
 
     @property
     def pid(self) -> int:
-        """The program's own process id on this machine."""
+        """The program's own process id on this machine. Raises ProcessLookupError if it is gone."""
         if not self._is_waited_for:
             return self._process.pid
-        children = f"/proc/{self._process.pid}/task/{self._process.pid}/children"
-        return int(wait_for(lambda: Path(children).read_text().split(), "the program's start")[0])
+        children = Path(f"/proc/{self._process.pid}/task/{self._process.pid}/children")
+        while self.is_running():
+            with contextlib.suppress(TimeoutError, FileNotFoundError):
+                return int(wait_for(lambda: children.read_text().split(), "its start", 0.1)[0])
+        raise ProcessLookupError(f"process {self._process.pid} has ended")
 
     def is_running(self) -> bool:
         return self._process.poll() is None
@@ -221,7 +224,7 @@ class Process:
     def kill(self) -> None:
         """Ends the program at once. It may be gone already; only the waiting process is ours."""
         if self.is_running():
-            with contextlib.suppress(ProcessLookupError, IndexError):
+            with contextlib.suppress(ProcessLookupError):
                 os.kill(self.pid, signal.SIGKILL)
             self._process.wait(DEADLINE)
 

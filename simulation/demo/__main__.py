@@ -8,6 +8,7 @@ import sys
 from pathlib import Path
 
 from simulation import gateway, linux, running
+from simulation.console import client
 from simulation.demo.arguments import parse_arguments
 from simulation.demo.pictures import Pictures
 from simulation.demo.play import INCIDENT, play, play_cases, wait_for_end
@@ -15,7 +16,7 @@ from simulation.demo.timeline import Timeline
 from simulation.door import Door, DoorError
 from simulation.forward import Forward
 from simulation.gateway import COMMAND_PORT, HeardRecords, RecordListener
-from simulation.handles import Handles, message_name, parse_input
+from simulation.handles import Handles, parse_input
 from simulation.recorder import Recorder
 from simulation.scenario import Scenario, Scene, Setup, speed_environment
 from simulation.screen import Screen
@@ -42,6 +43,8 @@ def main() -> int:
     arguments = parse_arguments()
     if arguments.command == "exec":
         return run_inside(arguments.name, arguments.program, arguments.gateway)
+    if arguments.command:
+        return client.run(arguments, running.gateway_pid(arguments.name))
     try:
         listen_to_signals()
         with contextlib.closing(contextlib.ExitStack()) as stack:
@@ -96,6 +99,8 @@ def run_station(arguments: argparse.Namespace, stack: contextlib.ExitStack) -> i
     open_door(arguments, station, handles, records, recorder, stack)
     stack.enter_context(recorder or contextlib.nullcontext())
     timeline.say("TV", f"{setup.tv_power}, input {setup.tv_input}")
+    if arguments.console is not None:
+        open_console(arguments.console, station, handles, stack)
     if scenario:
         pictures = prepare_pictures(arguments.pictures, station, television, stack)
         scene = Scene(station, handles, setup)
@@ -103,9 +108,11 @@ def run_station(arguments: argparse.Namespace, stack: contextlib.ExitStack) -> i
             return 1
         if pictures and scenario.title == INCIDENT and not play_cases(station, timeline, pictures):
             return 1
-    if arguments.once or arguments.command == "run":
+    if arguments.once or (arguments.command == "run" and arguments.console is None):
         return 0
-    timeline.say("station", "the station keeps running; Ctrl-C ends it")
+    is_yours = arguments.console is not None and not scenario
+    words = "the station is yours" if is_yours else "the station keeps running"
+    timeline.say("station", f"{words}; Ctrl-C ends it")
     return wait_for_end(handles, timeline)
 
 
@@ -157,7 +164,7 @@ def open_door(
     assert isinstance(records, HeardRecords)
 
     def tell_message(message: bytes, is_datagram: bool, peer: str) -> None:
-        words = f"{message_name(message)} (from {peer})"
+        words = f"{gateway.message_name(message)} (from {peer})"
         handles.events.add("gateway", f"sends: {words}")
         if recorder:
             recorder.add_message(message, words, is_datagram)
@@ -181,15 +188,24 @@ def serve_clip_and_map(station: Station, stack: contextlib.ExitStack) -> None:
 
 def forward_page(station: Station, timeline: Timeline, stack: contextlib.ExitStack) -> None:
     try:
-        stack.enter_context(Forward(station, WEB_PORT, OWN_PORT))
-    except OSError as error:
-        timeline.say(
-            "station", f"its page is not available on this machine's port {OWN_PORT}: {error}"
-        )
-    else:
-        timeline.say(
-            "station", f"its page, for this machine: http://127.0.0.1:{OWN_PORT}/station_web/"
-        )
+        forward = stack.enter_context(Forward(station, WEB_PORT, OWN_PORT))
+    except OSError:  # it is taken
+        forward = stack.enter_context(Forward(station, WEB_PORT))
+    timeline.say(
+        "station", f"its page, for this machine: http://127.0.0.1:{forward.port}/station_web/"
+    )
+
+
+def open_console(
+    port: int, station: Station, handles: Handles, stack: contextlib.ExitStack
+) -> None:
+    # Its library is needed here only.
+    from simulation.console.server import Console
+
+    console = stack.enter_context(Console(station, handles, port))
+    taken = "" if console.port == port or not port else f" (port {port} is taken)"
+    handles.events.add("station", f"its console, for this machine only: {console.address}{taken}")
+    handles.events.add("station", f"the same for curl: --config {console.key}")
 
 
 def prepare_pictures(

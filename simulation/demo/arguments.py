@@ -5,8 +5,11 @@ import os
 from pathlib import Path
 
 from simulation import scenario
+from simulation.console import client
 from simulation.demo.play import INCIDENT
 from simulation.gateway import RECORD_PORT
+
+CONSOLE_PORT = 8081
 
 _DESCRIPTION = """\
 Runs the station display service in a simulated station and shows what happens there, as it
@@ -28,6 +31,9 @@ Without the station's own gateway, with another one inside or on this machine's 
   ./scripts/station --no-gateway
   ./scripts/station exec --gateway build/release/tools/gatewayctl/gatewayctl serve
   ./scripts/station --forward
+
+With --console a page in this machine's browser operates all of it, and so do commands from a second
+terminal, such as "tv off" and "fail wget": docs/workbench.md. The incident is then not played.
 """
 
 
@@ -58,6 +64,7 @@ def parse_arguments() -> argparse.Namespace:
         " 4000, and its records go to this PORT of 127.0.0.1 (default: %(const)s). Loopback only",
     )
     commands = parser.add_subparsers(dest="command", metavar="COMMAND")
+    client.add_commands(commands)
     inside = commands.add_parser("exec", help="run a program inside the running station")
     inside.add_argument(
         "--gateway", action="store_true", help="on the gateway's side (10.87.33.1, .20, .21)"
@@ -68,7 +75,7 @@ def parse_arguments() -> argparse.Namespace:
         help="play a scenario and exit, with status 0 if all of it was observed",
         description="Plays a scenario in a station of its own and exits, with status 0 if all of it"
         f" was observed. These come along: {', '.join(scenario.names())}. The kiosk browser is a"
-        " stand-in unless --window or --pictures shows it.",
+        " stand-in unless --window, --pictures or --console shows it. With --console, the station then keeps running.",
     )
     run.add_argument("scenario", metavar="SCENARIO", help="a file, or the name of one of these")
     _add_common_options(run, default=argparse.SUPPRESS)
@@ -107,6 +114,16 @@ def _add_common_options(parser: argparse.ArgumentParser, default: str | None = N
         help="pause between the steps (default: 1.0 in the incident, 0 in other scenarios)",
     )
     parser.add_argument(
+        "--console",
+        nargs="?",
+        type=_port_or_any,
+        const=CONSOLE_PORT,
+        default=default,
+        metavar="PORT",
+        help="a page with all the handles of the station, on this machine's loopback only"
+        " (default: %(const)s; another one if that is taken)",
+    )
+    parser.add_argument(
         "--record",
         type=Path,
         default=default,
@@ -118,6 +135,7 @@ def _add_common_options(parser: argparse.ArgumentParser, default: str | None = N
 def _settle(parser: argparse.ArgumentParser, arguments: argparse.Namespace) -> None:
     """What follows from the options, and what does not go together."""
     is_run = arguments.command == "run"
+    is_shown = arguments.window or arguments.pictures or arguments.console is not None
     if arguments.window and not os.environ.get("DISPLAY"):
         parser.error("--window needs a display, and DISPLAY names none")
     if arguments.forward is not None or arguments.no_gateway:
@@ -125,12 +143,16 @@ def _settle(parser: argparse.ArgumentParser, arguments: argparse.Namespace) -> N
         if is_run or arguments.once or arguments.pictures:
             parser.error(f"{option} does not go with a scenario: its gateway is the station's own")
     arguments.no_gateway = arguments.no_gateway or arguments.forward is not None
-    arguments.has_browser = not is_run or arguments.window or arguments.pictures is not None
-    if not is_run:
-        arguments.scenario = INCIDENT
+    arguments.has_browser = not is_run or is_shown
     if arguments.pause is None:
         arguments.pause = 0.0 if is_run else 1.0
-    if arguments.command != "exec":
+    # With a console, people play.
+    is_played = is_run or arguments.console is None or arguments.once or arguments.pictures
+    if not is_run:
+        arguments.scenario = INCIDENT
+    if arguments.no_gateway or not is_played:
+        arguments.scenario = None
+    elif arguments.command in (None, "run"):
         _load(parser, arguments)
 
 
@@ -142,7 +164,14 @@ def _load(parser: argparse.ArgumentParser, arguments: argparse.Namespace) -> Non
 
 
 def _port(text: str) -> int:
+    number = _port_or_any(text)
+    if number == 0:
+        raise ValueError
+    return number
+
+
+def _port_or_any(text: str) -> int:
     number = int(text)
-    if not 0 < number < 65536:
+    if not 0 <= number <= 65535:
         raise ValueError
     return number

@@ -12,6 +12,7 @@
         scene.expect_document(alert_area="DRILL")
 """
 
+import contextlib
 import importlib.util
 import threading
 import time
@@ -33,8 +34,8 @@ HARDWARE_LIMIT = 15.0  # seconds without a kick until the board's watchdog reset
 # Not less: on a busy machine the service may be held up for as long.
 _SHORTEST_LIMIT = 2.0
 
-_LONGEST_WAIT = 60.0  # for the last kick
-
+_LONGEST_START = 5.0
+_BROWSER = "qt-webkit-kiosk"
 _CLOCK_LIBRARY = "/usr/$LIB/faketime/libfaketime.so.1"
 
 Seen = Callable[[], object]  # what it returns counts as true or false
@@ -87,6 +88,11 @@ class Scene:
         self.unit = self.handles.unit
         self.view = self.handles.view
 
+    def wait_for_start(self) -> None:
+        """The unit's start ends with its browser's. A scenario itself notices if it does not come."""
+        with contextlib.suppress(TimeoutError):
+            wait_for(lambda: self.calls(_BROWSER), "the browser", _LONGEST_START)
+
     # Steps.
 
     def send(
@@ -99,7 +105,7 @@ class Scene:
     ) -> None:
         """The gateway sends a message; simulation.gateway builds them."""
         try:
-            self.gateway.send(message, words, is_datagram)
+            self.gateway.send(message, words, is_datagram, deadline=deadline)
         except HandleError as error:
             raise NotObserved(f"{words} ({error})") from error
         self._observe(words, seen, deadline)
@@ -171,19 +177,24 @@ class Scene:
             deadline,
         )
 
-    def expect_reset(self) -> None:
+    def expect_reset(self, longest_wait: float = 60.0) -> None:
         """The service stops kicking the board's watchdog, for as long as that waits; then the unit
-        is reset, as the watchdog would do it."""
+        is reset, as the watchdog would do it. The last kick comes within longest_wait seconds."""
         limit = max(HARDWARE_LIMIT / self.setup.speed, _SHORTEST_LIMIT)
         start = time.monotonic()
         last, self.kicks_before_reset = start, self.view.kicks()
         while time.monotonic() < last + limit:
             if self.view.kicks() != self.kicks_before_reset:
                 last, self.kicks_before_reset = time.monotonic(), self.view.kicks()
-            if last > start + _LONGEST_WAIT:
+            if last > start + longest_wait:
                 raise NotObserved("the watchdog is kicked no more")
             time.sleep(0.01)
-        self.do("the watchdog has reset the board: it was kicked no more", self.unit.reset)
+        browsers = len(self.calls(_BROWSER))
+        self.do(
+            "the watchdog has reset the board: it was kicked no more",
+            self.unit.reset,
+            lambda: len(self.calls(_BROWSER)) > browsers,
+        )
 
     # What can be looked at, besides view.
 
@@ -257,7 +268,10 @@ def load(name: str) -> Scenario:
     if spec is None or spec.loader is None:
         raise ScenarioError(f"{name} is no scenario: it is not a Python file.")
     module = importlib.util.module_from_spec(spec)
-    spec.loader.exec_module(module)
+    try:
+        spec.loader.exec_module(module)
+    except SyntaxError as error:
+        raise ScenarioError(f"{name} is no scenario: {error}.") from error
     play = getattr(module, "play", None)
     if not callable(play):
         raise ScenarioError(f"{name} is no scenario: it has no function play(scene).")

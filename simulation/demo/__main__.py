@@ -43,7 +43,7 @@ def main() -> int:
     arguments = parse_arguments()
     if arguments.command == "exec":
         return run_inside(arguments.name, arguments.program, arguments.gateway)
-    if arguments.command:
+    if arguments.command not in (None, "run"):
         return client.run(arguments, running.gateway_pid(arguments.name))
     try:
         listen_to_signals()

@@ -30,6 +30,7 @@ def play(
         scene.pause(pause)
 
     scene.after_step = show_step
+    scene.wait_for_start()
     try:
         scenario.play(scene)
     except NotObserved as error:

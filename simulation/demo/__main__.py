@@ -25,7 +25,7 @@ from simulation.station import (
     StationError,
     launch_command,
 )
-from simulation.television import IN_STANDBY, Television
+from simulation.television import IN_STANDBY, ON, Television
 from simulation.demo.timeline import Timeline
 from simulation.waiting import wait_for
 
@@ -164,8 +164,11 @@ def run_station(arguments: argparse.Namespace, stack: contextlib.ExitStack) -> i
     station = stack.enter_context(Station(name=arguments.name, has_display=arguments.window))
     records = stack.enter_context(gateway.record_listener(station))
     serve_clip_and_map(station, stack)
+    is_played = arguments.console is None or arguments.once or arguments.pictures is not None
+    # A television that is on lets the unit have its input when the unit starts.
+    power = IN_STANDBY if is_played else ON
     television = stack.enter_context(
-        Television(station, power=IN_STANDBY, tv_input=0x2000, wake_delay=1.2)
+        Television(station, power=power, tv_input=0x2000, wake_delay=1.2)
     )
     # The mixer outlasts the download, so it is the download that the service waits for.
     station.behave("amixer", "sleep 1")
@@ -179,12 +182,12 @@ def run_station(arguments: argparse.Namespace, stack: contextlib.ExitStack) -> i
     stack.enter_context(timeline)
     timeline.say("station", "unit 10.87.33.50, gateway 10.87.33.20, no proxy")
     forward_page(station, timeline, stack)
-    timeline.say("TV", "in standby, input 2.0.0.0")
+    timeline.say("TV", f"{handles.tv.power}, input {handles.tv.input}")
     if arguments.console is not None:
         open_console(arguments.console, station, handles, stack)
-        if not arguments.once and not arguments.pictures:
-            timeline.say("station", "the station is yours; Ctrl-C ends it")
-            return wait_for_end(handles, timeline)
+    if not is_played:
+        timeline.say("station", "the station is yours; Ctrl-C ends it")
+        return wait_for_end(handles, timeline)
     pictures = prepare_pictures(arguments.pictures, station, television, stack)
     scene = Scene(station, television, records)
     if not play_incident(scene, service, timeline, arguments.pause, pictures):

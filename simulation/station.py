@@ -260,7 +260,7 @@ class Station:
         mount, and create namespaces, in a user namespace that affects only the unit."""
         self.processes: list[Process] = []
         self._has_display = has_display
-        self._is_emulated = is_for_arm(build_directory() / "hdtv" / "hdtv")
+        self.is_emulated = is_for_arm(build_directory() / "hdtv" / "hdtv")
         behaviours = {**STAND_INS, **(BOARD_TOOLS if is_board_root else {})}
         settings = {
             **machine_settings(is_board_root),
@@ -294,7 +294,7 @@ class Station:
         libraries = str(build_directory().parent / BOARD_LIBRARIES)
         return {
             **({STATION_WEB: str(top_directory() / "station_web")} if has_page else {}),
-            **({libraries: libraries} if self._is_emulated else {}),
+            **({libraries: libraries} if self.is_emulated else {}),
             **({_X_SOCKETS: _X_SOCKETS} if self._has_display else {}),
         }
 
@@ -308,12 +308,14 @@ class Station:
     def _programs(self, more: Mapping[str, Path]) -> dict[str, str]:
         """What the unit finds in BIN."""
         station_programs = host_build_directory() / "simulation"
+        clock = station_programs / "station-clock.so"
         return {
             "stand-in": str(station_programs / "station-standin"),
             "launch": str(station_programs / "station-launch"),
             "hdtv": str(build_directory() / "hdtv" / "hdtv"),
+            **({"clock": str(clock)} if clock.exists() else {}),
             # Under the service's name, which its children see.
-            **({"arm/hdtv": EMULATOR} if self._is_emulated else {}),
+            **({"arm/hdtv": EMULATOR} if self.is_emulated else {}),
             "kiosk": str(Path(__file__).with_name("kiosk.py")),
             **{name: str(path) for name, path in more.items()},
         }
@@ -481,7 +483,7 @@ class Station:
 
     @property
     def service_command(self) -> list[str]:
-        emulator = [f"{BIN}/arm/hdtv", *EMULATOR_OPTIONS] if self._is_emulated else []
+        emulator = [f"{BIN}/arm/hdtv", *EMULATOR_OPTIONS] if self.is_emulated else []
         return [*emulator, f"{BIN}/hdtv"]
 
     def start_web_server(self) -> Process:

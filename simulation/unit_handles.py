@@ -5,9 +5,11 @@ Each breakage is undone by one call, and broken() names those that last.
 
 import contextlib
 import os
+import struct
 import subprocess
 import sys
 import threading
+import time
 from collections.abc import Callable, Mapping
 from pathlib import Path
 from typing import Any
@@ -16,6 +18,7 @@ from simulation import gateway
 from simulation.events import EventLog
 from simulation.handle_error import HandleError
 from simulation.station import (
+    BIN,
     DOCUMENT,
     GATEWAY_FILE,
     LIVENESS_FILE,
@@ -37,9 +40,13 @@ _RESIZE = "import sys; from simulation import linux; linux.resize_tmpfs(*sys.arg
 
 _MEMORY = "/dev/shm"
 
+_CLOCK = f"{BIN}/clock"
+_CLOCK_FILE = "/run/station/clock"
+_FARTHEST = 10 * 366 * 86400  # seconds
+
 
 class UnitHandles:
-    """The unit's power, network, browser, web server, tools and memory."""
+    """The unit's power, network, browser, web server, tools, memory and clock."""
 
     def __init__(
         self,
@@ -66,6 +73,7 @@ class UnitHandles:
 
     def start_service(self, environment: Mapping[str, str] | None = None) -> Process:
         """Start it here, so that it can be restarted."""
+        self._station.path(_CLOCK_FILE).write_bytes(struct.pack("q", 0))
         self._environment = dict(environment or {})
         return self._start_service()
 
@@ -75,11 +83,19 @@ class UnitHandles:
 
     def _start_service(self) -> Process:
         with self._restarting:
-            service = self._station.start_service(environment=self._environment)
+            command = [*self._clock_command(), *self._station.service_command]
+            service = self._station.start(*command, environment=self._environment)
             self._view.service = service
         for listener in self._service_listeners:
             listener(service)
         return service
+
+    def _clock_command(self) -> list[str]:
+        """What precedes a program so that it has the unit's clock; empty if it cannot have it. Only
+        inside: the clock of the programs that bring it there is this machine's."""
+        has_other = "LD_PRELOAD" in self._environment
+        has_clock = self._station.path(_CLOCK).exists() and not self._station.is_emulated
+        return ["/usr/bin/env", f"LD_PRELOAD={_CLOCK}"] if has_clock and not has_other else []
 
     def reset(self) -> None:
         """What the board's watchdog does: everything in the unit ends and starts anew, and its memory
@@ -235,7 +251,7 @@ class UnitHandles:
         self._station.behave(tool, *lines)
         self._break(tool, f"{tool} {words}")
 
-    # Memory.
+    # Memory and clock.
 
     def fill_memory(self) -> None:
         """/dev/shm has no room for anything new. It shrinks to what it holds, so that this machine's
@@ -261,10 +277,30 @@ class UnitHandles:
             cwd=Path(__file__).resolve().parent.parent,
         )
 
+    def set_clock(self, offset: float) -> None:
+        """The unit's clock is this many seconds ahead of this machine's; behind, if negative. Service
+        and browser follow at once. What only reads files, like the web server, does not."""
+        if not self._clock_command():
+            raise HandleError("This unit's clock cannot be set.")
+        if not abs(offset) <= _FARTHEST:
+            raise HandleError("The clock can be set ten years ahead or back.")
+        self._write_clock(int(offset))
+        when = time.strftime("%Y-%m-%d %H:%M:%S", time.localtime(time.time() + offset))
+        self._break("clock", f"the unit's clock says {when}")
+
+    def restore_clock(self) -> None:
+        self._write_clock(0)
+        self._mend("clock", "the unit's clock is right again")
+
+    def _write_clock(self, offset: int) -> None:
+        # In place: the programs have mapped it.
+        with open(self._station.path(_CLOCK_FILE), "rb+", buffering=0) as file:
+            file.write(struct.pack("q", offset))
+
     # What lasts.
 
     def broken(self) -> dict[str, str]:
-        """By name: "address", "browser", "web-server", "memory", or a tool's name."""
+        """By name: "address", "browser", "web-server", "memory", "clock", or a tool's name."""
         return dict(self._broken)
 
     def undo_all(self) -> None:
@@ -279,6 +315,7 @@ class UnitHandles:
             "browser": self.restore_browser,
             "web-server": self.restore_web_server,
             "memory": self.free_memory,
+            "clock": self.restore_clock,
         }
         if name in menders:
             menders[name]()

@@ -65,7 +65,7 @@ class UnitView:
 
     def __init__(self, station: Station) -> None:
         self._station = station
-        self._marked: dict[str, Any] = {}
+        self._marked: dict[str, Any] | None = None
         self.service: Process | None = (
             None  # the one that runs now; simulation.unit_handles sets it
         )
@@ -89,7 +89,8 @@ class UnitView:
         self._marked = self.document()
 
     def changes_since_mark(self) -> list[Change]:
-        return changes(self._marked, self.document())
+        """None before the first mark."""
+        return [] if self._marked is None else changes(self._marked, self.document())
 
     # Files.
 

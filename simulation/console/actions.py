@@ -11,7 +11,7 @@ from simulation.console.messages import read_message
 from simulation.handles import Handles
 from simulation.unit_handles import TOOLS
 
-Answer = dict[str, Any]
+_DECADE = 10 * 366 * 86400  # seconds
 
 
 @dataclass(frozen=True)
@@ -89,6 +89,13 @@ def _tool(handles: Handles, values: dict[str, Any]) -> None:
 def _memory(handles: Handles, values: dict[str, Any]) -> None:
     unit = handles.unit
     {"full": unit.fill_memory, "free": unit.free_memory}[values["state"]]()
+
+
+def _clock(handles: Handles, values: dict[str, Any]) -> None:
+    if values["offset"]:
+        handles.unit.set_clock(values["offset"])
+    else:
+        handles.unit.restore_clock()
 
 
 ACTIONS = (
@@ -178,6 +185,18 @@ ACTIONS = (
         "/dev/shm, where the alert document is",
         (_choice("state", "whether there is room", "full", "free"),),
         _memory,
+    ),
+    Action(
+        "/unit/clock",
+        "the unit's clock",
+        (
+            Field(
+                *("offset", "seconds", "ahead of this machine's; 0: right again", 0),
+                least=-_DECADE,
+                most=_DECADE,
+            ),
+        ),
+        _clock,
     ),
     Action(
         "/unit/reset",

@@ -57,6 +57,8 @@ def add_commands(commands: Any) -> None:
     slow = add("slow", "a tool of the board takes its time: slow wget 5", _read_slow)
     slow.add_argument("tool")
     slow.add_argument("seconds", nargs="?", type=float, default=5.0)
+    clock = add("clock", "the unit's clock: seconds ahead, like 3600; 0: right", _read_clock)
+    clock.add_argument("offset", type=float)
     mend = add("mend", "a tool of the board works again", _read_mend)
     mend.add_argument("tool")
     send = add("send", 'sends a message: send display-alert text="FIRE" turnout=60', _read_send)
@@ -183,6 +185,10 @@ def _read_fail(arguments: argparse.Namespace) -> Request:
 
 def _read_slow(arguments: argparse.Namespace) -> Request:
     return "/unit/tool", {"tool": arguments.tool, "state": "slow", "seconds": arguments.seconds}
+
+
+def _read_clock(arguments: argparse.Namespace) -> Request:
+    return "/unit/clock", {"offset": arguments.offset}
 
 
 def _read_mend(arguments: argparse.Namespace) -> Request:

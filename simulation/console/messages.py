@@ -13,7 +13,7 @@ LONGEST = 4095  # bytes that a unit reads of a message
 SLOTS = 16
 _LONGEST_NAME = 31
 
-_FLAG = Field("flag", "number", "alert flag; 1 is on", 1, most=255)
+_FLAG = Field("flag", "number", "alert flag, 1 = on", 1, most=255)
 _TEXT = Field("text", "text", "text")
 
 
@@ -78,16 +78,16 @@ FORMS = (
             _TEXT,
             Field("units", "units", "units and their colors", []),
             _FLAG,
-            Field("turnout_end", "number", "turnout end in seconds", 120),
-            Field("turnout_zero", "number", "turnout zero in seconds", 60),
-            Field("turnout_reverse", "number", "1 counts up from the start", 0, most=255),
+            Field("turnout_end", "number", "turnout end, s", 120),
+            Field("turnout_zero", "number", "turnout zero, s", 60),
+            Field("turnout_reverse", "number", "reverse, 1 = up", 0, most=255),
         ),
         _detail_alert,
     ),
     Form(
         "display-alert",
         "a text-only alert; an empty text ends it",
-        (_TEXT, _FLAG, Field("turnout", "number", "turnout timer in seconds", None)),
+        (_TEXT, _FLAG, Field("turnout", "number", "turnout timer, s", None)),
         _display_alert,
     ),
     Form(
@@ -107,7 +107,7 @@ FORMS = (
     Form(
         "hdtv-alert",
         "sets the turnout timer, and shows nothing",
-        (Field("text", "text", "text", ""), Field("turnout", "number", "turnout timer in seconds")),
+        (Field("text", "text", "text", ""), Field("turnout", "number", "turnout timer, s")),
         lambda values: gateway.hdtv_alert(values["text"], values["turnout"]),
     ),
     Form(

@@ -30,7 +30,12 @@ from simulation.waiting import DEADLINE
 PAGE = Path(__file__).with_name("page")
 KEY = "/run/station/console"  # on the gateway's side, so that it disappears with the station
 
-_TYPES = {".html": "text/html", ".css": "text/css", ".js": "text/javascript"}
+_TYPES = {
+    ".html": "text/html",
+    ".css": "text/css",
+    ".js": "text/javascript",
+    ".svg": "image/svg+xml",
+}
 _CLOSING = 0.5  # seconds for requests that are being answered
 
 T = TypeVar("T")
@@ -138,7 +143,7 @@ class Console:
 
     async def _index(self, _: web.Request) -> web.Response:
         text = (PAGE / "index.html").read_text(encoding="utf-8")
-        text = text.replace("@TOKEN@", self._guard.token)
+        text = text.replace("@TOKEN@", self._guard.token).replace("@STATION@", self._stream.station)
         return web.Response(text=text, content_type="text/html")
 
     async def _file(self, request: web.Request) -> web.Response:

@@ -1,11 +1,13 @@
 """GET /events: what happens, as server-sent events, to any number of readers.
 
-An event of the station is a message with its number as id. Two kinds have a name: "state" (all that
-GET /state says, whenever it has changed) and "screen" (there is a new GET /screen.jpg).
+An event of the station is a message with its number as id. Three kinds have a name: "station" (first;
+which station this is), "state" (all that GET /state says, whenever it has changed) and "screen" (there
+is a new GET /screen.jpg, or none).
 """
 
 import asyncio
 import json
+import secrets
 from collections.abc import Awaitable, Callable
 from typing import Any
 
@@ -44,6 +46,7 @@ class Stream:
         self._readers: set[asyncio.Event] = set()
         self._look_now = asyncio.Event()
         self._is_closing = False
+        self.station = secrets.token_hex(8)  # changes with each start
 
     def close(self) -> None:
         """Every reader's answer ends."""
@@ -109,6 +112,7 @@ class Stream:
 
     async def _tell(self, response: web.StreamResponse, news: asyncio.Event, last: int) -> None:
         state, screen = 0, (0, False)
+        await response.write(_named_message("station", {"id": self.station}))
         while not self._is_closing:
             news.clear()
             events = self._events.since(last)[:_BATCH]

@@ -74,7 +74,8 @@ def end(number: int, _: object) -> None:
 
 def run_station(arguments: argparse.Namespace, stack: contextlib.ExitStack) -> int:
     scenario: Scenario | None = arguments.scenario
-    setup = scenario.setup if scenario else Setup()
+    # For people, a television that is on: it lets the unit have its input when the unit starts.
+    setup = scenario.setup if scenario else Setup(tv_power="on")
     station = stack.enter_context(
         Station(address=setup.address, name=arguments.name, has_display=arguments.window)
     )
@@ -98,7 +99,7 @@ def run_station(arguments: argparse.Namespace, stack: contextlib.ExitStack) -> i
     recorder = Recorder(arguments.record, station, handles, setup) if arguments.record else None
     open_door(arguments, station, handles, records, recorder, stack)
     stack.enter_context(recorder or contextlib.nullcontext())
-    timeline.say("TV", f"{setup.tv_power}, input {setup.tv_input}")
+    timeline.say("TV", f"{handles.tv.power}, input {handles.tv.input}")
     if arguments.console is not None:
         open_console(arguments.console, station, handles, stack)
     if scenario:

@@ -46,11 +46,13 @@ class Door:
         record_port: int,
         on_message: Callable[[bytes, bool, str], None],
         on_record: Callable[[bytes], None],
+        on_problem: Callable[[str], None],
     ) -> None:
-        """unit_address tells the unit's address at the moment. on_message and on_record hear what
-        passes, in the door's thread: a message, whether it is a datagram, and who sends it; and a
-        record. Raises DoorError."""
+        """unit_address tells the unit's address at the moment. The others hear, in the door's thread,
+        what passes: a message, whether it is a datagram, and who sends it; a record; and, in a few
+        words, what could not pass. Raises DoorError."""
         self._station = station
+        self._on_problem = on_problem
         self._on_message = on_message
         self._on_record = on_record
         self._unit_address = unit_address
@@ -108,10 +110,14 @@ class Door:
 
     async def _connect_to_unit(self, inner: socket.socket, source: str) -> None:
         address = self._unit_address()
-        if address is None:
-            raise OSError("the unit has no address")
-        inner.bind((source, 0))
-        await self._loop.sock_connect(inner, (address, COMMAND_PORT))
+        try:
+            if address is None:
+                raise OSError("it has no address")
+            inner.bind((source, 0))
+            await self._loop.sock_connect(inner, (address, COMMAND_PORT))
+        except OSError as error:
+            self._on_problem(f"the unit cannot be reached: {error}")
+            raise
 
     def _take_datagram(self) -> None:
         message, (peer, _) = self._datagrams.recvfrom(_LARGEST)
@@ -142,6 +148,7 @@ class Door:
                 target = (self._last_sender.get(inside, _OUTSIDE_GATEWAY), self._record_port)
                 await self._loop.sock_connect(outer, target)
             except OSError:
+                self._on_problem(f"nobody listens on port {self._record_port}: a record is lost")
                 outer.close()
                 _reset(inner)
             else:

@@ -17,7 +17,7 @@ from typing import Any, cast
 from simulation.handles import GatewayHandles, Handles, TelevisionHandles
 from simulation.message_source import source_of
 from simulation.scenario import Setup
-from simulation.station import Station
+from simulation.station import Station, StationError
 from simulation.unit_handles import UnitHandles
 
 _SHORTEST_PAUSE = 0.1
@@ -58,7 +58,10 @@ class Recorder:
         self._television: tuple[str, str] = (setup.tv_power, setup.tv_input)
         self._calls = 0
         self._records = 0
-        self._file = path.open("w", encoding="utf-8")
+        try:
+            self._file = path.open("w", encoding="utf-8")
+        except OSError as error:
+            raise StationError(f"{path} cannot be written: {error.strerror}.") from error
         date = time.strftime("%Y-%m-%d at %H:%M")
         self._file.write(_HEADER.format(date=date, setup=_laid_out(f"SETUP = {setup!r}", 0)))
         self._file.flush()

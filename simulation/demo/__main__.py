@@ -170,8 +170,14 @@ def open_door(
         if recorder:
             recorder.add_message(message, words, is_datagram)
 
+    def tell_problem(words: str) -> None:
+        handles.events.add("problem", words)
+
     door = stack.enter_context(
-        Door(station, handles.view.address, arguments.forward, tell_message, records.add)
+        Door(
+            *(station, handles.view.address, arguments.forward),
+            *(tell_message, records.add, tell_problem),
+        )
     )
     handles.events.add(
         "station",

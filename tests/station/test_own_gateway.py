@@ -38,7 +38,11 @@ class Outside:
         self.heard = HeardRecords()
         self.port: int = self.listening.getsockname()[1]
         view = UnitView(station)
-        self.door = Door(station, view.address, self.port, self._hear, self.heard.add)
+        self.problems: list[str] = []
+        self.door = Door(
+            *(station, view.address, self.port),
+            *(self._hear, self.heard.add, self.problems.append),
+        )
 
     def __enter__(self) -> "Outside":
         self.door.__enter__()
@@ -132,6 +136,7 @@ def test_unit_that_does_not_listen_resets_the_connection(outside: Outside) -> No
     """A plain end would mean that the unit has taken the message."""
     with pytest.raises(ConnectionError):
         outside.send(b"\0")
+    assert outside.problems[0].startswith("the unit cannot be reached: [Errno 111]")
 
 
 def test_unit_without_an_address_is_out_of_reach(station: Station, outside: Outside) -> None:
@@ -140,6 +145,7 @@ def test_unit_without_an_address_is_out_of_reach(station: Station, outside: Outs
     outside.call_roll()
     with pytest.raises(ConnectionError):
         outside.send(b"\0")
+    assert outside.problems == ["the unit cannot be reached: it has no address"]
     station.run("ip", "address", "add", "10.87.33.77/24", "dev", "eth0")
     assert outside.send(gateway.display_alert("ELSEWHERE")) == b""
     shows(station, "ELSEWHERE")
@@ -172,6 +178,8 @@ def test_records_that_nobody_takes_do_not_matter(
     outside.call_roll()
     assert outside.send(gateway.display_alert("FIRE")) == b""
     shows(station, "FIRE")
+    lost = f"nobody listens on port {outside.port}: a record is lost"
+    wait_for(lambda: outside.problems == 3 * [lost], "three lost records")
     with socket.create_server(("127.0.0.1", outside.port)) as listening:
         listening.settimeout(DEADLINE)
         outside.listening = listening

@@ -1,5 +1,6 @@
 """Scenarios: those that come along, those of others, and what was recorded."""
 
+import dataclasses
 import os
 import re
 from pathlib import Path
@@ -15,7 +16,7 @@ from simulation.station import top_directory
 # The station does not depend on how the service is built.
 pytestmark = pytest.mark.once
 
-TOP = top_directory()
+WORKBENCH = (top_directory() / "docs" / "workbench.md").read_text()
 
 
 def play(tmp_path: Path, body: str, *arguments: str, setup: str = "Setup()") -> tuple[int, str]:
@@ -50,10 +51,28 @@ def test_scenario_that_comes_along_is_observed(name: str) -> None:
 def test_six_scenarios_come_along_and_say_what_they_shorten() -> None:
     assert len(scenario.names()) == 6
     for name in scenario.names():
-        loaded = scenario.load(name)
+        speed = scenario.load(name).setup.speed
         text = (scenario.DIRECTORY / f"{name.replace('-', '_')}.py").read_text()
-        assert (loaded.setup.speed == 1) == ("Shortened:" not in text), name
-        assert f"`{name}`" in (TOP / "docs" / "workbench.md").read_text()
+        (row,) = re.findall(rf"^\| `{name}` .*$", WORKBENCH, re.MULTILINE)
+        assert (speed == 1) == ("Shortened:" not in text) == row.endswith("| nothing |"), name
+        assert speed == 1 or f"time runs {speed:g} times as fast" in row
+
+
+def test_scenario_in_the_guide_works_as_written(tmp_path: Path) -> None:
+    (example,) = re.findall("```python\n(.*?)```", WORKBENCH, re.DOTALL)
+    (tmp_path / "drill.py").write_text(example)
+    status, output = run(str(tmp_path / "drill.py"))
+    assert status == 0, output
+    assert "the scenario drill was observed, all 6 steps of it" in output
+
+
+def test_guide_names_each_member_of_the_setup() -> None:
+    table = WORKBENCH.partition("| Member ")[2].partition("\n\n")[0]
+    rows = re.findall(r"^\| `(\w+)` .* \| `?(.*?)`? *\|$", table, re.MULTILINE)
+    members = {x.name: x.default for x in dataclasses.fields(scenario.Setup)}
+    assert [name for name, _ in rows] == list(members)
+    for name, default in rows:
+        assert default in (repr(members[name]).replace("'", '"'), str(members[name])), name
 
 
 @pytest.mark.parametrize(

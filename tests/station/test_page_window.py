@@ -49,7 +49,7 @@ def test_pictures_show_what_a_viewer_sees(tmp_path: Path) -> None:
     result = run_command("--once", "--pause", "0", "--name", name, "--pictures", str(tmp_path))
     assert result.returncode == 0, result.stdout + result.stderr
     pictures = sorted(tmp_path.glob("*.png"))
-    steps = int(result.stdout.partition("all ")[2].partition(" steps")[0])
+    steps = int(result.stdout.partition("was observed, all ")[2].partition(" steps")[0])
     assert len(pictures) == steps + len(CASES)
     for picture in pictures:
         assert picture.read_bytes()[16:24] == b"\0\0\x05\0\0\0\x02\xd0"  # 1280 by 720

@@ -3,6 +3,7 @@
 Each breakage is undone by one call, and broken() names those that last.
 """
 
+import concurrent.futures
 import contextlib
 import os
 import struct
@@ -57,6 +58,8 @@ class UnitHandles:
     ) -> None:
         """send brings the unit a message."""
         self._station = station
+        # What runs in the station ends with the thread that has started it.
+        self._starter = concurrent.futures.ThreadPoolExecutor(1, "starter")
         self._view = view
         self._send = send
         self._events = events
@@ -84,11 +87,16 @@ class UnitHandles:
     def _start_service(self) -> Process:
         with self._restarting:
             command = [*self._clock_command(), *self._station.service_command]
-            service = self._station.start(*command, environment=self._environment)
+            service = self._start(
+                lambda: self._station.start(*command, environment=self._environment)
+            )
             self._view.service = service
         for listener in self._service_listeners:
             listener(service)
         return service
+
+    def _start(self, start: Callable[[], Process]) -> Process:
+        return self._starter.submit(start).result()
 
     def _clock_command(self) -> list[str]:
         """What precedes a program so that it has the unit's clock; empty if it cannot have it. Only
@@ -111,7 +119,7 @@ class UnitHandles:
                 self._station.path(name).unlink(missing_ok=True)
             self._broken.pop("browser", None)
             self._broken.pop("web-server", None)
-            self._station.start_web_server()
+            self._start(self._station.start_web_server)
             self._start_service()
 
     def _free_port(self) -> None:
@@ -138,7 +146,7 @@ class UnitHandles:
         """A server that leases 10.87.33.77 to a unit that asks. A unit asks if it starts without an
         address."""
         if self._dhcp is None:
-            self._dhcp = gateway.start_dhcp_server(self._station)
+            self._dhcp = self._start(lambda: gateway.start_dhcp_server(self._station))
             self._say("the network leases addresses")
 
     def stop_dhcp(self) -> None:
@@ -210,7 +218,7 @@ class UnitHandles:
 
     def restore_web_server(self) -> None:
         if not self._view.find_processes("lighttpd"):
-            self._station.start_web_server()
+            self._start(self._station.start_web_server)
         self._mend("web-server", "the web server works again")
 
     def _signal(self, name: str, pids: list[int]) -> None:

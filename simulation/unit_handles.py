@@ -111,7 +111,7 @@ class UnitHandles:
         with self._restarting:
             own = {1, *self._view.find_processes("chromedriver")}
             others = [x.pid for x in self._view.processes() if x.pid not in own]
-            self._signal("KILL", others)
+            self._kill(others)
             if self._view.service:
                 self._view.service.kill()
             self._free_port()
@@ -180,12 +180,14 @@ class UnitHandles:
     # Browser and web server.
 
     def kill_browser(self) -> None:
-        self._signal("KILL", self._browser())
+        self._kill(self._browser())
         self._break("browser", "the browser is killed")
 
     def hang_browser(self) -> None:
         """It keeps its picture, and does nothing anymore."""
-        self._signal("STOP", self._browser())
+        browser = self._browser()
+        self._signal("STOP", browser)
+        self._wait_for_states(browser, "TZX")
         self._break("browser", "the browser hangs")
 
     def restore_browser(self) -> None:
@@ -213,13 +215,25 @@ class UnitHandles:
         servers = self._view.find_processes("lighttpd")
         if not servers:
             raise HandleError("No web server is running.")
-        self._signal("KILL", servers)
+        self._kill(servers)
         self._break("web-server", "the web server is killed")
 
     def restore_web_server(self) -> None:
         if not self._view.find_processes("lighttpd"):
             self._start(self._station.start_web_server)
         self._mend("web-server", "the web server works again")
+
+    def _kill(self, pids: list[int]) -> None:
+        """They have ended when this returns."""
+        self._signal("KILL", pids)
+        self._wait_for_states(pids, "ZX")
+
+    def _wait_for_states(self, pids: list[int], states: str) -> None:
+        """Or until they are gone."""
+        wait_for(
+            lambda: all(x.state in states for x in self._view.processes() if x.pid in pids),
+            f"processes in one of the states {states}",
+        )
 
     def _signal(self, name: str, pids: list[int]) -> None:
         """From within the unit, where these numbers mean nothing else. Some may be gone already."""

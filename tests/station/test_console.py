@@ -42,7 +42,7 @@ class Page:
         return self.driver.execute_script(text, *arguments)
 
     def wait(self, script: str, what: str) -> None:
-        wait_for(lambda: bool(self.script(script)), what, 20)
+        wait_for(lambda: bool(self.script(script)), what)
 
     def find(self, selector: str) -> WebElement:
         return self.driver.find_element("css selector", selector)
@@ -55,7 +55,7 @@ class Page:
         button = self.find(selector)
         self.pressed.add(self.script(NAME + "return name(arguments[0])", button))
         button.click()
-        wait_for(lambda: bool(effect()), f"the effect of {selector}", 20)
+        wait_for(lambda: bool(effect()), f"the effect of {selector}")
 
     def toggle(self, selector: str, is_so: Callable[[], object]) -> None:
         """There and back, and the button shows which it is."""
@@ -170,11 +170,9 @@ def press_what_breaks_the_unit(page: Page) -> None:
     page.toggle("#clock", lambda: "clock" in handles.unit.broken())
     for tool in TOOLS:
         usual = page.bench.station.behavior(tool)
-        for state, first in (("fails", "exit 1"), ("slow", "sleep 5")):
-            page.toggle(
-                f"[aria-label='{tool} {state}']",
-                lambda: page.bench.station.behavior(tool)[:1] == [first],
-            )
+        first = lambda: page.bench.station.behavior(tool)[:1]
+        page.press(f"[aria-label='{tool} fails']", lambda: first() == ["exit 1"])
+        page.toggle(f"[aria-label='{tool} slow']", lambda: first() == ["sleep 5"])
         assert page.bench.station.behavior(tool) == usual
     handles.unit.fail("wget")
     page.press("#undo", lambda: handles.unit.broken() == {})
@@ -184,10 +182,11 @@ def press_what_breaks_the_unit(page: Page) -> None:
 
 def press_what_shows_the_unit(page: Page) -> None:
     page.press("#tab-document", lambda: "alert_area" in page.text("#document-members"))
-    page.press("#mark", lambda: page.script("return !document.querySelector('dd.changed')"))
+    page.bench.do("/unit/mark")
     page.bench.do("/gateway/send", message="display-alert", text="NEW")
     page.wait("return document.querySelectorAll('dd.changed').length > 2", "the changes")
     assert "NEW" in page.text("#document-text")
+    page.press("#mark", lambda: page.script("return !document.querySelector('dd.changed')"))
     page.bench.do("/gateway/incident", name="end")
     page.press("#tab-health", lambda: " of 900" in page.text("#kicks-left"))
     assert "10.87.33.20" in page.text("#configuration") + page.text("#current-gateway")
@@ -244,7 +243,7 @@ def test_television_shows_the_units_real_screen(page: Page) -> None:
     page.bench.do("/tv/input", input="1.0.0.0")
     since = page.now
     page.bench.do("/gateway/incident", name="fire")
-    wait_for(lambda: page.says("the page has drawn the document", since), "the picture", 30)
+    wait_for(lambda: page.says("the page has drawn the document", since), "the picture")
     page.wait("return document.getElementById('screen').naturalWidth === 1280", "a picture")
     # The alert's frame is red, which nothing else on the page is.
     page.wait(

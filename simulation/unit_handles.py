@@ -3,6 +3,7 @@
 Each breakage is undone by one call, and broken() names those that last.
 """
 
+import concurrent.futures
 import contextlib
 import os
 import struct
@@ -57,6 +58,8 @@ class UnitHandles:
     ) -> None:
         """send brings the unit a message."""
         self._station = station
+        # What runs in the station ends with the thread that has started it.
+        self._starter = concurrent.futures.ThreadPoolExecutor(1, "starter")
         self._view = view
         self._send = send
         self._events = events
@@ -84,11 +87,16 @@ class UnitHandles:
     def _start_service(self) -> Process:
         with self._restarting:
             command = [*self._clock_command(), *self._station.service_command]
-            service = self._station.start(*command, environment=self._environment)
+            service = self._start(
+                lambda: self._station.start(*command, environment=self._environment)
+            )
             self._view.service = service
         for listener in self._service_listeners:
             listener(service)
         return service
+
+    def _start(self, start: Callable[[], Process]) -> Process:
+        return self._starter.submit(start).result()
 
     def _clock_command(self) -> list[str]:
         """What precedes a program so that it has the unit's clock; empty if it cannot have it. Only
@@ -104,7 +112,7 @@ class UnitHandles:
         with self._restarting:
             own = {1, *self._view.find_processes("chromedriver")}
             others = [x.pid for x in self._view.processes() if x.pid not in own]
-            self._signal("KILL", others)
+            self._kill(others)
             if self._view.service:
                 self._view.service.kill()
             self._free_port()
@@ -112,7 +120,7 @@ class UnitHandles:
                 self._station.path(name).unlink(missing_ok=True)
             self._broken.pop("browser", None)
             self._broken.pop("web-server", None)
-            self._station.start_web_server()
+            self._start(self._station.start_web_server)
             self._start_service()
 
     def _free_port(self) -> None:
@@ -139,7 +147,7 @@ class UnitHandles:
         """A server that leases 10.87.33.77 to a unit that asks. A unit asks if it starts without an
         address."""
         if self._dhcp is None:
-            self._dhcp = gateway.start_dhcp_server(self._station)
+            self._dhcp = self._start(lambda: gateway.start_dhcp_server(self._station))
             self._say("the network leases addresses")
 
     def stop_dhcp(self) -> None:
@@ -173,12 +181,14 @@ class UnitHandles:
     # Browser and web server.
 
     def kill_browser(self) -> None:
-        self._signal("KILL", self._browser())
+        self._kill(self._browser())
         self._break("browser", "the browser is killed")
 
     def hang_browser(self) -> None:
         """It keeps its picture, and does nothing anymore."""
-        self._signal("STOP", self._browser())
+        browser = self._browser()
+        self._signal("STOP", browser)
+        self._wait_for_states(browser, "TZX")
         self._break("browser", "the browser hangs")
 
     def restore_browser(self) -> None:
@@ -206,13 +216,25 @@ class UnitHandles:
         servers = self._view.find_processes("lighttpd")
         if not servers:
             raise HandleError("No web server is running.")
-        self._signal("KILL", servers)
+        self._kill(servers)
         self._break("web-server", "the web server is killed")
 
     def restore_web_server(self) -> None:
         if not self._view.find_processes("lighttpd"):
-            self._station.start_web_server()
+            self._start(self._station.start_web_server)
         self._mend("web-server", "the web server works again")
+
+    def _kill(self, pids: list[int]) -> None:
+        """They have ended when this returns."""
+        self._signal("KILL", pids)
+        self._wait_for_states(pids, "ZX")
+
+    def _wait_for_states(self, pids: list[int], states: str) -> None:
+        """Or until they are gone."""
+        wait_for(
+            lambda: all(x.state in states for x in self._view.processes() if x.pid in pids),
+            f"processes in one of the states {states}",
+        )
 
     def _signal(self, name: str, pids: list[int]) -> None:
         """From within the unit, where these numbers mean nothing else. Some may be gone already."""

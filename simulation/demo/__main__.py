@@ -2,20 +2,19 @@
 
 import argparse
 import contextlib
-import shutil
 import signal
 import sys
 from pathlib import Path
 
-from simulation import gateway, linux, running
+from simulation import linux, running
 from simulation.console import client
 from simulation.demo.arguments import parse_arguments
 from simulation.demo.pictures import Pictures
-from simulation.demo.play import INCIDENT, play, play_cases, wait_for_end
+from simulation.demo.gateway_side import open_gateway_side, open_to_others
+from simulation.demo.play import play_all, wait_for_end
 from simulation.demo.timeline import Timeline
-from simulation.door import Door, DoorError
+from simulation.door import DoorError
 from simulation.forward import Forward
-from simulation.gateway import COMMAND_PORT, HeardRecords, RecordListener
 from simulation.handles import Handles, parse_input
 from simulation.recorder import Recorder
 from simulation.scenario import Scenario, Scene, Setup, speed_environment
@@ -79,14 +78,9 @@ def run_station(arguments: argparse.Namespace, stack: contextlib.ExitStack) -> i
     station = stack.enter_context(
         Station(address=setup.address, name=arguments.name, has_display=arguments.window)
     )
-    records = open_gateway_side(arguments, station, stack)
+    records = open_gateway_side(station, arguments.no_gateway, stack)
     television = stack.enter_context(prepare_television(station, setup))
-    # The mixer outlasts the download, so it is the download that the service waits for.
-    station.behave("amixer", "sleep 1")
-    station.write_config(setup.configuration)
-    station.start_web_server()
-    if arguments.has_browser:
-        station.use_real_browser()
+    prepare_unit(station, setup, arguments.has_browser)
     handles = Handles(station, television, records)
     service = handles.unit.start_service(environment=speed_environment(setup.speed))
     timeline = Timeline(
@@ -97,17 +91,16 @@ def run_station(arguments: argparse.Namespace, stack: contextlib.ExitStack) -> i
     tell_setup(setup, timeline)
     forward_page(station, timeline, stack)
     recorder = Recorder(arguments.record, station, handles, setup) if arguments.record else None
-    open_door(arguments, station, handles, records, recorder, stack)
     stack.enter_context(recorder or contextlib.nullcontext())
+    if arguments.no_gateway:
+        open_to_others(station, handles, records, arguments.forward, recorder, stack)
     timeline.say("TV", f"{handles.tv.power}, input {handles.tv.input}")
     if arguments.console is not None:
         open_console(arguments.console, station, handles, stack)
     if scenario:
         pictures = prepare_pictures(arguments.pictures, station, television, stack)
         scene = Scene(station, handles, setup)
-        if not play(scenario, scene, timeline, arguments.pause, pictures):
-            return 1
-        if pictures and scenario.title == INCIDENT and not play_cases(station, timeline, pictures):
+        if not play_all(scenario, scene, timeline, arguments.pause, pictures):
             return 1
     if arguments.once or (arguments.command == "run" and arguments.console is None):
         return 0
@@ -117,13 +110,13 @@ def run_station(arguments: argparse.Namespace, stack: contextlib.ExitStack) -> i
     return wait_for_end(handles, timeline)
 
 
-def open_gateway_side(
-    arguments: argparse.Namespace, station: Station, stack: contextlib.ExitStack
-) -> RecordListener:
-    if arguments.no_gateway:
-        return HeardRecords()
-    serve_clip_and_map(station, stack)
-    return stack.enter_context(gateway.record_listener(station))
+def prepare_unit(station: Station, setup: Setup, has_browser: bool) -> None:
+    # The mixer outlasts the download, so it is the download that the service waits for.
+    station.behave("amixer", "sleep 1")
+    station.write_config(setup.configuration)
+    station.start_web_server()
+    if has_browser:
+        station.use_real_browser()
 
 
 def prepare_television(station: Station, setup: Setup) -> Television:
@@ -145,52 +138,6 @@ def tell_setup(setup: Setup, timeline: Timeline) -> None:
             "station",
             f"the unit's time runs {setup.speed:g} times as fast: its routine is left out",
         )
-
-
-def open_door(
-    arguments: argparse.Namespace,
-    station: Station,
-    handles: Handles,
-    records: RecordListener,
-    recorder: Recorder | None,
-    stack: contextlib.ExitStack,
-) -> None:
-    if not arguments.no_gateway:
-        return
-    if arguments.forward is None:
-        handles.events.add(
-            "station", "the gateway's side is free: ./scripts/station exec --gateway PROGRAM"
-        )
-        return
-    assert isinstance(records, HeardRecords)
-
-    def tell_message(message: bytes, is_datagram: bool, peer: str) -> None:
-        words = f"{gateway.message_name(message)} (from {peer})"
-        handles.events.add("gateway", f"sends: {words}")
-        if recorder:
-            recorder.add_message(message, words, is_datagram)
-
-    def tell_problem(words: str) -> None:
-        handles.events.add("problem", words)
-
-    door = stack.enter_context(
-        Door(
-            *(station, handles.view.address, arguments.forward),
-            *(tell_message, records.add, tell_problem),
-        )
-    )
-    handles.events.add(
-        "station",
-        f"for a gateway on this machine: the unit is at {door.address}:{COMMAND_PORT} (TCP, UDP),"
-        f" its records go to 127.0.0.1:{arguments.forward}",
-    )
-
-
-def serve_clip_and_map(station: Station, stack: contextlib.ExitStack) -> None:
-    directory = station.gateway_directory()
-    gateway.make_clip(directory / "clip.wav")
-    shutil.copy(Path(__file__).with_name("map.svg"), directory)
-    stack.enter_context(gateway.web_server(station, directory))
 
 
 def forward_page(station: Station, timeline: Timeline, stack: contextlib.ExitStack) -> None:

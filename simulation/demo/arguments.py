@@ -103,8 +103,8 @@ def _add_common_options(parser: argparse.ArgumentParser, default: str | None = N
     )
     parser.add_argument(
         "--name",
-        default=default or "demonstration",
-        help="tells several stations apart (default: demonstration)",
+        default=default,
+        help="tells several stations apart (default: demonstration; scenario for run)",
     )
     parser.add_argument(
         "--pause",
@@ -144,6 +144,9 @@ def _settle(parser: argparse.ArgumentParser, arguments: argparse.Namespace) -> N
             parser.error(f"{option} does not go with a scenario: its gateway is the station's own")
     arguments.no_gateway = arguments.no_gateway or arguments.forward is not None
     arguments.has_browser = not is_run or is_shown
+    if arguments.name is None:
+        # Not the same: a second terminal keeps entering the station that was there before.
+        arguments.name = "scenario" if is_run else "demonstration"
     if arguments.pause is None:
         arguments.pause = 0.0 if is_run else 1.0
     # With a console, people play.

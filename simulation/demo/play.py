@@ -11,6 +11,21 @@ from simulation.station import Station
 INCIDENT = "incident"  # the demonstration
 
 
+def play_all(
+    scenario: Scenario,
+    scene: Scene,
+    timeline: Timeline,
+    pause: float,
+    pictures: Pictures | None,
+) -> bool:
+    """Whether all of it was observed. Pictures are also taken of the special cases."""
+    if not play(scenario, scene, timeline, pause, pictures):
+        return False
+    if pictures and scenario.title == INCIDENT:
+        return play_cases(scene.station, timeline, pictures)
+    return True
+
+
 def play(
     scenario: Scenario,
     scene: Scene,

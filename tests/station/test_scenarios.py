@@ -34,7 +34,8 @@ def play(tmp_path: Path, body: str, *arguments: str, setup: str = "Setup()") -> 
 
 
 def run(*arguments: str) -> tuple[int, str]:
-    result = run_command("--name", f"test-{os.getpid()}-scenario", "run", *arguments)
+    name = f"test-{os.getpid()}-scenario"
+    result = run_command("--name", name, "run", *arguments, timeout=200)
     return result.returncode, result.stdout + result.stderr
 
 

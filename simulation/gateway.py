@@ -234,6 +234,19 @@ class RecordListener:
         self._thread.join(DEADLINE)
 
 
+class HeardRecords(RecordListener):
+    """In place of a listener where somebody else is the gateway: what passed on its way there."""
+
+    def __init__(self) -> None:
+        self._records: list[bytes] = []
+
+    def add(self, record: bytes) -> None:
+        self._records.append(record)
+
+    def close(self) -> None:
+        pass
+
+
 def _listen(address: str, port: int, backlog: int) -> socket.socket:
     listening = socket.socket()
     listening.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)

@@ -198,11 +198,14 @@ class Process:
 
     @property
     def pid(self) -> int:
-        """The program's own process id on this machine."""
+        """The program's own process id on this machine. Raises ProcessLookupError if it is gone."""
         if not self._is_waited_for:
             return self._process.pid
-        children = f"/proc/{self._process.pid}/task/{self._process.pid}/children"
-        return int(wait_for(lambda: Path(children).read_text().split(), "the program's start")[0])
+        children = Path(f"/proc/{self._process.pid}/task/{self._process.pid}/children")
+        while self.is_running():
+            with contextlib.suppress(TimeoutError, FileNotFoundError):
+                return int(wait_for(lambda: children.read_text().split(), "its start", 0.1)[0])
+        raise ProcessLookupError(f"process {self._process.pid} has ended")
 
     def is_running(self) -> bool:
         return self._process.poll() is None
@@ -221,7 +224,7 @@ class Process:
     def kill(self) -> None:
         """Ends the program at once. It may be gone already; only the waiting process is ours."""
         if self.is_running():
-            with contextlib.suppress(ProcessLookupError, IndexError):
+            with contextlib.suppress(ProcessLookupError):
                 os.kill(self.pid, signal.SIGKILL)
             self._process.wait(DEADLINE)
 
@@ -319,7 +322,6 @@ class Station:
 
     def _start_world(self, name: str, settings: Mapping[str, Any]) -> tuple[int, int]:
         ours, theirs = socket.socketpair(socket.AF_UNIX, socket.SOCK_SEQPACKET)
-        ours.setsockopt(socket.SOL_SOCKET, socket.SO_PASSCRED, 1)
         ours.settimeout(DEADLINE)
         with ours, theirs:
             world = Path(__file__).with_name("world.py")
@@ -342,13 +344,11 @@ class Station:
                 raise
 
     def _receive_pids(self, channel: socket.socket) -> tuple[int, int]:
-        pids: dict[bytes, int] = {}
-        while len(pids) < 2:
-            side, pid = linux.receive_with_pid(channel)
-            if not side:
-                raise StationError(self._last_words())
-            pids[side] = pid
-        return pids[b"gateway"], pids[b"unit"]
+        text = channel.recv(65536)
+        if not text:
+            raise StationError(self._last_words())
+        pids = {side["side"]: side["pid"] for side in json.loads(text)["sides"]}
+        return pids["gateway"], pids["unit"]
 
     def _last_words(self) -> str:
         self._keeper.kill()

@@ -101,8 +101,9 @@ class UnitHandles:
     def _clock_command(self) -> list[str]:
         """What precedes a program so that it has the unit's clock; empty if it cannot have it. Only
         inside: the clock of the programs that bring it there is this machine's."""
+        has_other = "LD_PRELOAD" in self._environment
         has_clock = self._station.path(_CLOCK).exists() and not self._station.is_emulated
-        return ["/usr/bin/env", f"LD_PRELOAD={_CLOCK}"] if has_clock else []
+        return ["/usr/bin/env", f"LD_PRELOAD={_CLOCK}"] if has_clock and not has_other else []
 
     def reset(self) -> None:
         """What the board's watchdog does: everything in the unit ends and starts anew, and its memory
@@ -302,7 +303,7 @@ class UnitHandles:
         """The unit's clock is this many seconds ahead of this machine's; behind, if negative. Service
         and browser follow at once. What only reads files, like the web server, does not."""
         if not self._clock_command():
-            raise HandleError("The unit's clock cannot be set: its program is not built.")
+            raise HandleError("This unit's clock cannot be set.")
         if not abs(offset) <= _FARTHEST:
             raise HandleError("The clock can be set ten years ahead or back.")
         self._write_clock(int(offset))

@@ -2,6 +2,7 @@
 
 import json
 import os
+import re
 import signal
 import sys
 import threading
@@ -26,6 +27,11 @@ _COLOURS = {
     "problem": "31",
     "stderr": "2",
 }
+# What the unit does every few seconds: power status, kicks, and looks at display and network.
+_ROUTINE = re.compile(
+    r"service (TX: 4 -> 0: 8F|RX: 0 -> 4: 90 0[0-3]|TV is (NOT )?in standby mode\.)"
+    r"|tool .*/(tvservice -s|ifconfig|lsusb)|watchdog .*"
+)
 _WIDTH = 110
 _PERIOD = 0.01
 _KICKS_A_LINE = 10
@@ -42,7 +48,10 @@ class Timeline:
         television: Television,
         out: TextIO | None = None,
         events: EventLog | None = None,
+        is_brief: bool = False,
     ) -> None:
+        """is_brief leaves out what the unit does every few seconds while nothing happens."""
+        self._is_brief = is_brief
         self._station = station
         self._service = service
         self._records = records
@@ -72,6 +81,8 @@ class Timeline:
         self.show_news()
 
     def say(self, source: str, text: str) -> None:
+        if self._is_brief and _ROUTINE.fullmatch(f"{source} {text}"):
+            return
         self._events.add(source, text)
 
     def follow(self, service: Process) -> None:

@@ -1,0 +1,57 @@
+"""The gateway's side of the station: the station's own gateway, or room for another one."""
+
+import contextlib
+import shutil
+from pathlib import Path
+
+from simulation import gateway
+from simulation.door import Door
+from simulation.gateway import COMMAND_PORT, HeardRecords, RecordListener
+from simulation.handles import Handles
+from simulation.recorder import Recorder
+from simulation.station import Station
+
+
+def open_gateway_side(
+    station: Station, is_left_free: bool, stack: contextlib.ExitStack
+) -> RecordListener:
+    if is_left_free:
+        return HeardRecords()
+    directory = station.gateway_directory()
+    gateway.make_clip(directory / "clip.wav")
+    shutil.copy(Path(__file__).with_name("map.svg"), directory)
+    stack.enter_context(gateway.web_server(station, directory))
+    return stack.enter_context(gateway.record_listener(station))
+
+
+def open_to_others(
+    station: Station,
+    handles: Handles,
+    records: RecordListener,
+    record_port: int | None,
+    recorder: Recorder | None,
+    stack: contextlib.ExitStack,
+) -> None:
+    """Through a door to this machine, if its gateway's port is given."""
+    if record_port is None:
+        words = "the gateway's side is free: ./scripts/station exec --gateway PROGRAM"
+        handles.events.add("station", words)
+        return
+    assert isinstance(records, HeardRecords)
+
+    def tell_message(message: bytes, is_datagram: bool, peer: str) -> None:
+        words = f"{gateway.message_name(message)} (from {peer})"
+        handles.events.add("gateway", f"sends: {words}")
+        if recorder:
+            recorder.add_message(message, words, is_datagram)
+
+    def tell_problem(words: str) -> None:
+        handles.events.add("problem", words)
+
+    hearing = (tell_message, records.add, tell_problem)
+    door = stack.enter_context(Door(station, handles.view.address, record_port, *hearing))
+    handles.events.add(
+        "station",
+        f"for a gateway on this machine: the unit is at {door.address}:{COMMAND_PORT} (TCP, UDP),"
+        f" its records go to 127.0.0.1:{record_port}",
+    )

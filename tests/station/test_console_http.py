@@ -79,6 +79,7 @@ def test_television_is_operated(bench: Bench) -> None:
     assert bench.state()["tv"] == SHOWING
 
 
+@pytest.mark.slow
 def test_stubborn_television_stays_in_standby_until_it_may_wake(bench: Bench) -> None:
     tv = bench.handles.tv
     bench.do("/tv/power", power="off")
@@ -219,6 +220,7 @@ def test_clock_of_the_unit_is_set(bench: Bench) -> None:
     bench.do("/gateway/incident", name="end")
 
 
+@pytest.mark.slow
 def test_unit_resets_and_asks_for_an_address(bench: Bench) -> None:
     """With all that it had forgotten; the console goes on."""
     bench.do("/unit/dhcp")

@@ -74,8 +74,9 @@ class Screencast:
             finally:
                 self._socket = None
                 self._set_picture(b"")
-                for answer_future in self._answers.values():
-                    answer_future.cancel()
+                for waiting in self._answers.values():
+                    if not waiting.done():
+                        waiting.set_result({})
                 self._answers.clear()
 
     async def _receive(self, connected: aiohttp.ClientWebSocketResponse) -> None:
@@ -110,7 +111,7 @@ class Screencast:
     async def _watch_documents(self) -> None:
         while True:
             await self._documents.get()
-            with contextlib.suppress(TimeoutError, asyncio.TimeoutError):
+            with contextlib.suppress(TimeoutError):
                 async with asyncio.timeout(_PATIENCE):
                     await self._wait_until_drawn()
 
@@ -126,11 +127,8 @@ class Screencast:
         if self._socket is None:
             return None
         answer: asyncio.Future[Any] = asyncio.get_running_loop().create_future()
-        try:
+        with contextlib.suppress(ConnectionError):  # the browser is just going
             number = await self._send("Runtime.evaluate", {"expression": DRAWN})
             self._answers[number] = answer
             return (await answer).get("result", {}).get("value")
-        except (ConnectionError, asyncio.CancelledError):
-            if not answer.cancelled():
-                raise
-            return None  # the browser has gone
+        return None

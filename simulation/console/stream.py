@@ -6,6 +6,7 @@ is a new GET /screen.jpg, or none).
 """
 
 import asyncio
+import contextlib
 import json
 import secrets
 from collections.abc import Awaitable, Callable
@@ -70,10 +71,9 @@ class Stream:
                 if self._readers:
                     await self._look()
                 await asyncio.sleep(_SHORTEST)
-                try:
-                    await asyncio.wait_for(self._look_now.wait(), _PERIOD)
-                except asyncio.TimeoutError:
-                    pass
+                with contextlib.suppress(TimeoutError):
+                    async with asyncio.timeout(_PERIOD):
+                        await self._look_now.wait()
         finally:
             self._events.stop_listening(self._take)
 

@@ -79,6 +79,7 @@ def test_television_is_operated(bench: Bench) -> None:
     assert bench.state()["tv"] == SHOWING
 
 
+@pytest.mark.slow
 def test_stubborn_television_stays_in_standby_until_it_may_wake(bench: Bench) -> None:
     tv = bench.handles.tv
     bench.do("/tv/power", power="off")
@@ -219,6 +220,7 @@ def test_clock_of_the_unit_is_set(bench: Bench) -> None:
     bench.do("/gateway/incident", name="end")
 
 
+@pytest.mark.slow
 def test_unit_resets_and_asks_for_an_address(bench: Bench) -> None:
     """With all that it had forgotten; the console goes on."""
     bench.do("/unit/dhcp")
@@ -245,13 +247,13 @@ def test_events_come_as_they_happen_and_again_from_any_number(bench: Bench) -> N
     names: set[str] = set()
     texts: list[str] = []
     bench.do("/tv/deaf")
-    while len(texts) < 2 or "state" not in names:
+    while "ignores the bus" not in texts or "state" not in names:
         line = answer.fp.readline().decode()
         if line.startswith("event: "):
             names.add(line.split()[1])
         elif line.startswith("data: ") and '"text"' in line and "number" in json.loads(line[6:]):
             texts.append(json.loads(line[6:])["text"])
-    assert texts[:2] == ["a mark", "ignores the bus"]
+    assert texts[0] == "a mark"
     connection.close()
     lines = bench.ask("/events.jsonl").text.splitlines()
     numbers = [json.loads(line)["number"] for line in lines]

@@ -133,7 +133,7 @@ async function explain() {
     let text, bytes = "";
     try {
         const answer = await ask("/gateway/decode", read_form());
-        text = answer.explanation;
+        text = answer.explanation.replace(/(\S) {3,}/g, "$1   "); // its columns are for wide terminals
         bytes = answer.hex;
     } catch (error) {
         text = error.message;

@@ -102,10 +102,11 @@ class Scene:
         seen: Seen | None = None,
         is_datagram: bool = False,
         deadline: float = DEADLINE,
+        source: str = GATEWAY,
     ) -> None:
         """The gateway sends a message; simulation.gateway builds them."""
         try:
-            self.gateway.send(message, words, is_datagram, deadline=deadline)
+            self.gateway.send(message, words, is_datagram, source, deadline)
         except HandleError as error:
             raise NotObserved(f"{words} ({error})") from error
         self._observe(words, seen, deadline)

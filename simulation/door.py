@@ -36,6 +36,11 @@ class DoorError(Exception):
     """The door cannot be opened; the text says why."""
 
 
+def inside_of(peer: str) -> str:
+    """The address inside of a gateway with this one outside."""
+    return OTHER_GATEWAY if peer == _OTHER_OUTSIDE_GATEWAY else GATEWAY
+
+
 class Door:
     """Open until it is closed. Use it in a with statement."""
 
@@ -130,7 +135,7 @@ class Door:
                 sender.sendto(message, (address, COMMAND_PORT))
 
     def _inside_of(self, peer: str) -> str:
-        inside = OTHER_GATEWAY if peer == _OTHER_OUTSIDE_GATEWAY else GATEWAY
+        inside = inside_of(peer)
         self._last_sender[inside] = peer
         return inside
 

@@ -14,6 +14,7 @@ import time
 from pathlib import Path
 from typing import Any, cast
 
+from simulation.gateway import GATEWAY, message_name
 from simulation.handles import GatewayHandles, Handles, TelevisionHandles
 from simulation.message_source import source_of
 from simulation.scenario import Setup
@@ -76,10 +77,10 @@ class Recorder:
         self.add_effects()
         self._file.close()
 
-    def add_message(self, message: bytes, words: str, is_datagram: bool) -> None:
+    def add_message(self, message: bytes, words: str, is_datagram: bool, source: str) -> None:
         """That somebody else's gateway sends."""
         self.add_effects()
-        self.add_deed(_send(message, words, is_datagram))
+        self.add_deed(_send(message, words, is_datagram, source))
 
     def add_deed(self, line: str) -> None:
         with self._lock:
@@ -155,9 +156,10 @@ class _Recorded:
             self._recorder.add_effects()
             result = attribute(*positional, **named)
             if self._name == "gateway" and name == "send":
-                bound = inspect.signature(attribute).bind(*positional, **named).arguments
-                is_datagram = bound.get("is_datagram", False)
-                line = _send(bound["message"], bound.get("words", ""), is_datagram)
+                bound = inspect.signature(attribute).bind(*positional, **named)
+                bound.apply_defaults()
+                names = ("message", "words", "is_datagram", "source")
+                line = _send(*(bound.arguments[name] for name in names))
             else:
                 arguments = [*map(repr, positional), *(f"{k}={v!r}" for k, v in named.items())]
                 line = f"scene.{self._name}.{name}({', '.join(arguments)})"
@@ -167,9 +169,11 @@ class _Recorded:
         return recorded
 
 
-def _send(message: bytes, words: str, is_datagram: bool) -> str:
+def _send(message: bytes, words: str, is_datagram: bool, source: str) -> str:
+    told = words or message_name(message)
     datagram = ", is_datagram=True" if is_datagram else ""
-    return f"scene.send({words or 'a message'!r}, {source_of(message)}{datagram})"
+    sender = f", source={source!r}" if source != GATEWAY else ""
+    return f"scene.send({told!r}, {source_of(message)}{datagram}{sender})"
 
 
 def _laid_out(line: str, indentation: int) -> str:

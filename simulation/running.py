@@ -26,10 +26,7 @@ def run_inside(
     with _opened(find_station(name), side) as (options, users):
         board_root = ["--board-root"] if users else []
         started = ["nsenter", *options, "--", f"{BIN}/launch", *board_root, *command]
-        # From here on, only the command is asked to end.
-        with contextlib.suppress(KeyboardInterrupt):
-            process = subprocess.Popen(started, env={**os.environ, **(environment or {})})
-        status = _wait(process)
+        status = subprocess.run(started, env={**os.environ, **(environment or {})}).returncode
     return status if status >= 0 else 128 - status
 
 
@@ -42,12 +39,6 @@ def gateway_pid(name: str) -> int | None:
             return next(side["pid"] for side in record["sides"] if side["side"] == "gateway")
     except NotEntered:
         return None
-
-
-def _wait(process: subprocess.Popen[bytes]) -> int:
-    while True:
-        with contextlib.suppress(KeyboardInterrupt):
-            return process.wait()
 
 
 def find_station(name: str) -> Record:

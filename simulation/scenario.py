@@ -32,7 +32,7 @@ DEADLINE = 10.0  # seconds for what is expected, unless a scenario says otherwis
 HARDWARE_LIMIT = 15.0  # seconds without a kick until the board's watchdog resets it
 
 # Not less: on a busy machine the service may be held up for as long.
-_SHORTEST_LIMIT = 2.0
+_SHORTEST_LIMIT = 3.0
 
 _LONGEST_START = 5.0
 _BROWSER = "qt-webkit-kiosk"
@@ -102,10 +102,11 @@ class Scene:
         seen: Seen | None = None,
         is_datagram: bool = False,
         deadline: float = DEADLINE,
+        source: str = GATEWAY,
     ) -> None:
         """The gateway sends a message; simulation.gateway builds them."""
         try:
-            self.gateway.send(message, words, is_datagram, deadline=deadline)
+            self.gateway.send(message, words, is_datagram, source, deadline)
         except HandleError as error:
             raise NotObserved(f"{words} ({error})") from error
         self._observe(words, seen, deadline)

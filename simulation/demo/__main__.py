@@ -172,6 +172,9 @@ def prepare_pictures(
 
 
 def run_inside(name: str, program: list[str], on_gateway: bool) -> int:
+    # The terminal sends them to the program, too, which gets them as usual: it decides what they do.
+    for number in (signal.SIGINT, signal.SIGQUIT):
+        signal.signal(number, signal.SIG_IGN)
     try:
         if on_gateway:
             return running.run_inside(name, "gateway", program)

@@ -5,7 +5,7 @@ import shutil
 from pathlib import Path
 
 from simulation import gateway
-from simulation.door import Door
+from simulation.door import Door, inside_of
 from simulation.gateway import COMMAND_PORT, HeardRecords, RecordListener
 from simulation.handles import Handles
 from simulation.recorder import Recorder
@@ -43,7 +43,7 @@ def open_to_others(
         words = f"{gateway.message_name(message)} (from {peer})"
         handles.events.add("gateway", f"sends: {words}")
         if recorder:
-            recorder.add_message(message, words, is_datagram)
+            recorder.add_message(message, words, is_datagram, inside_of(peer))
 
     def tell_problem(words: str) -> None:
         handles.events.add("problem", words)

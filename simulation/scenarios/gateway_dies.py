@@ -5,7 +5,7 @@ resets 15 seconds later.
 
 Shortened: the unit's time runs 300 times as fast, so that its quarter of an hour lasts 3 seconds (more on a
 busy machine), and
-the watchdog's 15 seconds last 2.
+the watchdog's 15 seconds last 3.
 """
 
 from simulation import gateway

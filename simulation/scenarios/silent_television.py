@@ -3,7 +3,7 @@
 The unit waits for it, and meanwhile kicks the watchdog no more: 15 seconds later the board resets.
 After that it knows nothing of the television, and shows alerts without it.
 
-Shortened: the unit's time runs ten times as fast, so that the 15 seconds last 2.
+Shortened: the unit's time runs ten times as fast, so that the 15 seconds last 3.
 """
 
 from simulation import gateway

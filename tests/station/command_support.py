@@ -33,7 +33,9 @@ def command_line(*arguments: str, prefix: Sequence[str] = ()) -> list[str]:
     return dying_with_starter([*prefix, "/usr/bin/python3", "-m", "simulation.demo", *arguments])
 
 
-def run_command(*arguments: str, unprivileged: bool = False) -> subprocess.CompletedProcess[str]:
+def run_command(
+    *arguments: str, unprivileged: bool = False, timeout: float = 60
+) -> subprocess.CompletedProcess[str]:
     prefix = ["setpriv", "--bounding-set=-all", "--inh-caps=-all"] if unprivileged else []
     return subprocess.run(
         command_line(*arguments, prefix=prefix),
@@ -42,7 +44,7 @@ def run_command(*arguments: str, unprivileged: bool = False) -> subprocess.Compl
         stdin=subprocess.DEVNULL,
         capture_output=True,
         text=True,
-        timeout=60,
+        timeout=timeout,
     )
 
 

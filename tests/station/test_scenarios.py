@@ -34,7 +34,8 @@ def play(tmp_path: Path, body: str, *arguments: str, setup: str = "Setup()") -> 
 
 
 def run(*arguments: str) -> tuple[int, str]:
-    result = run_command("--name", f"test-{os.getpid()}-scenario", "run", *arguments)
+    name = f"test-{os.getpid()}-scenario"
+    result = run_command("--name", name, "run", *arguments, timeout=200)
     return result.returncode, result.stdout + result.stderr
 
 
@@ -158,7 +159,7 @@ scene.send("a roll call", gateway.roll_call(), is_datagram=True)
 scene.expect_records(2, 39, 47)
 scene.unit.fail("date", status=2)
 scene.send("a date", gateway.set_date("2026-03-05"), lambda: scene.calls("date"))
-scene.send("its end", gateway.display_alert(""))
+scene.send("its end", gateway.display_alert(""), source=gateway.OTHER_GATEWAY)
 scene.expect_document(alert_area="")
 """
 
@@ -175,6 +176,7 @@ def test_what_happened_is_recorded_and_can_be_run_again(tmp_path: Path) -> None:
         "    scene.send('a roll call', gateway.roll_call(), is_datagram=True)\n",
         "    scene.expect_records(2, 39, 47, since=1)\n",
         "    scene.unit.fail('date', status=2)\n",
+        "    scene.send('its end', gateway.display_alert(''), source='10.87.33.21')\n",
         "    scene.expect_call('date', '-s', '2026-03-05')\n",
         "    scene.expect_tv('on', '1.0.0.0')\n",
         "        alert_area='DRILL',\n",

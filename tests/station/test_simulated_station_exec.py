@@ -4,6 +4,7 @@ import contextlib
 import copy
 import json
 import os
+import signal
 import subprocess
 import sys
 import tempfile
@@ -274,3 +275,20 @@ def test_programs_inherit_nothing_of_what_was_opened_to_enter(
 )
 def test_programs_end_is_told(marked: Station, name: str, command: list[str], status: int) -> None:
     assert running.run_inside(name, "unit", command) == status
+
+
+def test_program_decides_what_ctrl_c_does(marked: Station, name: str) -> None:
+    script = "trap 'exit 5' INT; echo ready; while :; do sleep 0.1; done"
+    with subprocess.Popen(
+        command_line("--name", name, "exec", "sh", "-c", script),
+        cwd=TOP,
+        env=environment(),
+        stdout=subprocess.PIPE,
+        start_new_session=True,
+    ) as process:
+        try:
+            assert process.stdout is not None and process.stdout.readline() == b"ready\n"
+            os.killpg(process.pid, signal.SIGINT)
+            assert process.wait(20) == 5
+        finally:
+            process.kill()

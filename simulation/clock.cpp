@@ -43,6 +43,9 @@ template <typename function> function *real(const char *name) {
 
 } // namespace
 
+// The C library's own parameter names are reserved.
+// NOLINTBEGIN(readability-inconsistent-declaration-parameter-name)
+
 extern "C" int clock_gettime(clockid_t id, timespec *value) noexcept {
     static auto *const original = real<int(clockid_t, timespec *)>("clock_gettime");
     const int result = original(id, value);
@@ -77,3 +80,5 @@ extern "C" int stat(const char *path, struct stat *status) noexcept {
     }
     return result;
 }
+
+// NOLINTEND(readability-inconsistent-declaration-parameter-name)

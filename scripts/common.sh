@@ -10,9 +10,9 @@ font_packages=(fonts-dejavu-core fonts-liberation fonts-symbola fonts-wqy-microh
 
 # Needed to build the service and to run the simulated station.
 station_packages=(
-    alsa-utils chromium chromium-driver cmake dnsmasq-base "${font_packages[@]}" g++ iproute2
+    alsa-utils chromium chromium-driver cmake dnsmasq-base faketime "${font_packages[@]}" g++ iproute2
     libcli11-dev libevent-dev libgtest-dev lighttpd net-tools ninja-build pkg-config procps psmisc
-    python3 python3-selenium udhcpc util-linux wget
+    python3 python3-aiohttp python3-selenium udhcpc util-linux wget
 )
 
 # Needed to build for the board, and to run the result here.

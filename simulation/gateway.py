@@ -10,7 +10,7 @@ from collections.abc import Iterator, Mapping
 from dataclasses import dataclass
 from pathlib import Path
 
-from simulation.station import GATEWAY_ADDRESSES, UNIT_ADDRESS, Station
+from simulation.station import GATEWAY_ADDRESSES, UNIT_ADDRESS, Process, Station
 from simulation.waiting import DEADLINE, wait_for
 
 GATEWAY = GATEWAY_ADDRESSES[1]
@@ -109,18 +109,24 @@ def connect(
     source: str = GATEWAY,
     destination: str = UNIT_ADDRESS,
     port: int = COMMAND_PORT,
+    deadline: float = DEADLINE,
 ) -> socket.socket:
-    """A connection, by default to the command channel, from one of the gateway's addresses."""
+    """A connection, by default to the command channel, from one of the gateway's addresses. The
+    deadline is for each operation on it."""
     with station.on_gateway():
-        return socket.create_connection((destination, port), DEADLINE, source_address=(source, 0))
+        return socket.create_connection((destination, port), deadline, source_address=(source, 0))
 
 
 def send(
-    station: Station, message: bytes, source: str = GATEWAY, destination: str = UNIT_ADDRESS
+    station: Station,
+    message: bytes,
+    source: str = GATEWAY,
+    destination: str = UNIT_ADDRESS,
+    deadline: float = DEADLINE,
 ) -> None:
     """One message over a connection of its own. Returns when the unit has closed it, that is when
     it has read the message."""
-    with connect(station, source, destination) as connection:
+    with connect(station, source, destination, deadline=deadline) as connection:
         # The unit takes what it takes in one read, and may have reset the rest by now.
         with contextlib.suppress(OSError):
             connection.sendall(message)
@@ -171,6 +177,20 @@ def reset(connection: socket.socket) -> None:
     connection.close()
 
 
+_MESSAGE_NAMES = {
+    **{1: "roll call", 3: "display alert", 32: "reboot", 38: "hdtv alert", 40: "set date"},
+    **{46: "stop turnout", 48: "set page address", 49: "hdtv settings", 51: "detail alert"},
+    **{52: "set map address", 123: "JSON control"},
+}
+
+
+def message_name(message: bytes) -> str:
+    """What docs/protocol.md calls it."""
+    if not message:
+        return "an empty message"
+    return _MESSAGE_NAMES.get(message[0], f"a message of the unknown type {message[0]}")
+
+
 def describe_record(record: bytes) -> str:
     """A record that a unit has sent, in words."""
     if len(record) == 9 and record[0] == 2:
@@ -212,6 +232,19 @@ class RecordListener:
             self._listening.shutdown(socket.SHUT_RDWR)
         self._listening.close()
         self._thread.join(DEADLINE)
+
+
+class HeardRecords(RecordListener):
+    """In place of a listener where somebody else is the gateway: what passed on its way there."""
+
+    def __init__(self) -> None:
+        self._records: list[bytes] = []
+
+    def add(self, record: bytes) -> None:
+        self._records.append(record)
+
+    def close(self) -> None:
+        pass
 
 
 def _listen(address: str, port: int, backlog: int) -> socket.socket:
@@ -283,7 +316,7 @@ def web_server(station: Station, directory: Path) -> Iterator[list[str]]:
             server.shutdown()
 
 
-def start_dhcp_server(station: Station, interface: str = "gw0") -> None:
+def start_dhcp_server(station: Station, interface: str = "gw0") -> Process:
     """It leases 10.87.33.77."""
     server = station.start_on_gateway(
         *"dnsmasq --no-daemon --conf-file=/dev/null --port=0 --bind-interfaces".split(),
@@ -293,6 +326,7 @@ def start_dhcp_server(station: Station, interface: str = "gw0") -> None:
     )
     wait_for(lambda: "DHCP, IP range" in server.errors or not server.is_running(), "dnsmasq")
     assert server.is_running(), server.errors
+    return server
 
 
 def make_clip(path: Path) -> bytes:

@@ -113,6 +113,8 @@ def main() -> None:
     os.dup2(log, 1)
     os.dup2(log, 2)
     os.environ["TMPDIR"] = PLACE
+    if "FAKETIME" in os.environ:
+        del os.environ["LD_PRELOAD"]  # the service's time runs faster; the browser's does not
     signal.signal(signal.SIGPIPE, signal.SIG_DFL)  # Python ignores it, and exec would pass that on
     command = [
         BROWSER,

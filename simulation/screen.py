@@ -13,6 +13,16 @@ _DRIVER = "/usr/bin/chromedriver"
 _DRIVER_PORT = 9515
 
 
+def page_text(document: str) -> str:
+    """How the page holds a document's text: it maps bytes above ASCII to private-use characters."""
+    content = document.encode(errors="surrogateescape")
+    return "".join(chr(byte if byte < 0x80 else 0xF700 + byte) for byte in content)
+
+
+# What the page has drawn last, in that form.
+DRAWN = "typeof station_page === 'object' && station_page.drawn"
+
+
 class Screen:
     """The station's kiosk must be a real browser. Use it in a with statement."""
 
@@ -65,11 +75,8 @@ class Screen:
 
     def has_drawn_document(self) -> bool:
         """Whether the page has drawn the current alert document."""
-        content = self._station.document_text().encode(errors="surrogateescape")
-        # The page maps bytes above ASCII to private-use characters.
-        text = "".join(chr(byte if byte < 0x80 else 0xF700 + byte) for byte in content)
-        script = "return typeof station_page === 'object' && station_page.drawn"
-        return bool(self.driver.execute_script(script) == text)
+        text = page_text(self._station.document_text())
+        return bool(self.driver.execute_script("return " + DRAWN) == text)
 
     def wait_until_drawn(self) -> None:
         wait_for(self.has_drawn_document, f"on the screen: {self._station.document_text()}")

@@ -9,6 +9,7 @@ import socket
 import subprocess
 import sys
 import tempfile
+import threading
 from collections.abc import Iterator, Mapping, Sequence
 from pathlib import Path
 from typing import Any
@@ -197,11 +198,14 @@ class Process:
 
     @property
     def pid(self) -> int:
-        """The program's own process id on this machine."""
+        """The program's own process id on this machine. Raises ProcessLookupError if it is gone."""
         if not self._is_waited_for:
             return self._process.pid
-        children = f"/proc/{self._process.pid}/task/{self._process.pid}/children"
-        return int(wait_for(lambda: Path(children).read_text().split(), "the program's start")[0])
+        children = Path(f"/proc/{self._process.pid}/task/{self._process.pid}/children")
+        while self.is_running():
+            with contextlib.suppress(TimeoutError, FileNotFoundError):
+                return int(wait_for(lambda: children.read_text().split(), "its start", 0.1)[0])
+        raise ProcessLookupError(f"process {self._process.pid} has ended")
 
     def is_running(self) -> bool:
         return self._process.poll() is None
@@ -220,7 +224,7 @@ class Process:
     def kill(self) -> None:
         """Ends the program at once. It may be gone already; only the waiting process is ours."""
         if self.is_running():
-            with contextlib.suppress(ProcessLookupError, IndexError):
+            with contextlib.suppress(ProcessLookupError):
                 os.kill(self.pid, signal.SIGKILL)
             self._process.wait(DEADLINE)
 
@@ -256,7 +260,7 @@ class Station:
         mount, and create namespaces, in a user namespace that affects only the unit."""
         self.processes: list[Process] = []
         self._has_display = has_display
-        self._is_emulated = is_for_arm(build_directory() / "hdtv" / "hdtv")
+        self.is_emulated = is_for_arm(build_directory() / "hdtv" / "hdtv")
         behaviours = {**STAND_INS, **(BOARD_TOOLS if is_board_root else {})}
         settings = {
             **machine_settings(is_board_root),
@@ -281,13 +285,16 @@ class Station:
         self._gateway_network = os.open(f"/proc/{self.gateway_pid}/ns/net", os.O_RDONLY)
         self._unit_network = os.open(f"/proc/{self.unit_pid}/ns/net", os.O_RDONLY)
         self._own_network = os.open("/proc/thread-self/ns/net", os.O_RDONLY)
-        self._current_network = self._own_network
+        # Each thread may be in another one.
+        self._current_network = threading.local()
+        self._kicks = 0
+        self._counting_kicks = threading.Lock()
 
     def _lent(self, has_page: bool) -> dict[str, str]:
         libraries = str(build_directory().parent / BOARD_LIBRARIES)
         return {
             **({STATION_WEB: str(top_directory() / "station_web")} if has_page else {}),
-            **({libraries: libraries} if self._is_emulated else {}),
+            **({libraries: libraries} if self.is_emulated else {}),
             **({_X_SOCKETS: _X_SOCKETS} if self._has_display else {}),
         }
 
@@ -301,19 +308,20 @@ class Station:
     def _programs(self, more: Mapping[str, Path]) -> dict[str, str]:
         """What the unit finds in BIN."""
         station_programs = host_build_directory() / "simulation"
+        clock = station_programs / "station-clock.so"
         return {
             "stand-in": str(station_programs / "station-standin"),
             "launch": str(station_programs / "station-launch"),
             "hdtv": str(build_directory() / "hdtv" / "hdtv"),
+            **({"clock": str(clock)} if clock.exists() else {}),
             # Under the service's name, which its children see.
-            **({"arm/hdtv": EMULATOR} if self._is_emulated else {}),
+            **({"arm/hdtv": EMULATOR} if self.is_emulated else {}),
             "kiosk": str(Path(__file__).with_name("kiosk.py")),
             **{name: str(path) for name, path in more.items()},
         }
 
     def _start_world(self, name: str, settings: Mapping[str, Any]) -> tuple[int, int]:
         ours, theirs = socket.socketpair(socket.AF_UNIX, socket.SOCK_SEQPACKET)
-        ours.setsockopt(socket.SOL_SOCKET, socket.SO_PASSCRED, 1)
         ours.settimeout(DEADLINE)
         with ours, theirs:
             world = Path(__file__).with_name("world.py")
@@ -336,13 +344,11 @@ class Station:
                 raise
 
     def _receive_pids(self, channel: socket.socket) -> tuple[int, int]:
-        pids: dict[bytes, int] = {}
-        while len(pids) < 2:
-            side, pid = linux.receive_with_pid(channel)
-            if not side:
-                raise StationError(self._last_words())
-            pids[side] = pid
-        return pids[b"gateway"], pids[b"unit"]
+        text = channel.recv(65536)
+        if not text:
+            raise StationError(self._last_words())
+        pids = {side["side"]: side["pid"] for side in json.loads(text)["sides"]}
+        return pids["gateway"], pids["unit"]
 
     def _last_words(self) -> str:
         self._keeper.kill()
@@ -403,11 +409,21 @@ class Station:
         finally:
             os.close(fd)
 
+    def count_kicks(self) -> int:
+        """How often the hardware watchdog has been kicked so far, without those that read_kicks has
+        returned."""
+        with self._counting_kicks:
+            self._kicks += len(self.read_kicks())
+            return self._kicks
+
     # The tools' stand-ins.
 
     def behave(self, tool: str, *lines: str) -> None:
         """What the tool does from its next call on; simulation/standin.cpp lists the words."""
         self.path(f"/run/station/behaviour/{tool}").write_text("".join(x + "\n" for x in lines))
+
+    def behavior(self, tool: str) -> list[str]:
+        return self.path(f"/run/station/behaviour/{tool}").read_text().splitlines()
 
     def calls(self, *tools: str) -> list[Call]:
         """The journaled calls, oldest first; only of these tools, if any are given."""
@@ -467,7 +483,7 @@ class Station:
 
     @property
     def service_command(self) -> list[str]:
-        emulator = [f"{BIN}/arm/hdtv", *EMULATOR_OPTIONS] if self._is_emulated else []
+        emulator = [f"{BIN}/arm/hdtv", *EMULATOR_OPTIONS] if self.is_emulated else []
         return [*emulator, f"{BIN}/hdtv"]
 
     def start_web_server(self) -> Process:
@@ -504,7 +520,7 @@ class Station:
 
     @contextlib.contextmanager
     def _network(self, fd: int) -> Iterator[None]:
-        outer = self._current_network
+        outer: int = getattr(self._current_network, "fd", self._own_network)
         # Entering takes half a millisecond: to send thousands of messages, enter once around them.
         if fd == outer:
             yield
@@ -521,4 +537,4 @@ class Station:
 
     def _enter_network(self, fd: int) -> None:
         linux.setns(fd, linux.CLONE_NEWNET)
-        self._current_network = fd
+        self._current_network.fd = fd

@@ -29,7 +29,7 @@ GIVE_POWER_STATUS, REPORT_POWER_STATUS = 0x8F, 0x90
 
 # Power status operands.
 ON, IN_STANDBY, WAKING, FALLING_ASLEEP = 0, 1, 2, 3
-_POWER_WORDS = {ON: "on", IN_STANDBY: "in standby", WAKING: "waking", FALLING_ASLEEP: "going off"}
+POWER_WORDS = {ON: "on", IN_STANDBY: "in standby", WAKING: "waking", FALLING_ASLEEP: "going off"}
 
 
 def dotted(address: int) -> str:
@@ -72,6 +72,8 @@ class Television:
         self.wake_delay = wake_delay
         self.sleep_delay = sleep_delay
         self.is_deaf = False  # ignores everything
+        self.is_stubborn = False  # stays in standby, whatever the unit says
+        self.is_unplugged = False  # nothing gets through in either direction
         self.answer_delay = 0.0
         self.standby_reports = 0  # how many more times it falsely reports standby
         self._hello = hello
@@ -131,7 +133,7 @@ class Television:
     def send(self, initiator: int, destination: int, opcode: int, operands: bytes = b"") -> None:
         """A message, forwarded to the unit if it registered for the opcode."""
         frame = bytes([initiator << 4 | destination, opcode]) + operands
-        if opcode in self._forwarded:
+        if opcode in self._forwarded and not self.is_unplugged:
             self.say(f"rx {frame_text(frame)}")
 
     def say(self, line: str) -> None:
@@ -203,8 +205,9 @@ class Television:
         elif word == "osd":
             self.osd_names[UNIT] = rest
         elif word == "send":
-            self.say(f"tx {rest}")
-            self._hear(bytes.fromhex(rest.replace(":", "")))
+            if not self.is_unplugged:
+                self.say(f"tx {rest}")
+                self._hear(bytes.fromhex(rest.replace(":", "")))
             # Last, so that whoever sees the message also sees its effect.
             self.all_frames.append(rest)
             if not rest.endswith(f":{GIVE_POWER_STATUS:02X}"):
@@ -261,7 +264,7 @@ class Television:
         self.send(TV, destination, REPORT_POWER_STATUS, bytes([status]))
 
     def _wake(self) -> None:
-        if self.power == IN_STANDBY:
+        if self.power == IN_STANDBY and not self.is_stubborn:
             self._set_power(WAKING)
             self._after(self.wake_delay, lambda: self._set_power(ON))
 
@@ -273,7 +276,7 @@ class Television:
     def _set_power(self, power: int) -> None:
         if power != self.power:
             self.power = power
-            self.story.append(_POWER_WORDS[power])
+            self.story.append(POWER_WORDS[power])
 
     def _show(self, address: int) -> None:
         if address != self.input:

@@ -7,6 +7,7 @@ machine's root, so nothing it writes ends up anywhere else.
 
     starter > keeper > gateway side (pid 1) > builder > unit (pid 1)
 
+The keeper records who and where both sides are, for a second terminal (whereabouts.py).
 Each dies with its neighbors in this chain, and the two pids 1 take everything else with them:
 however the starter ends, there is nothing to clean up.
 """
@@ -22,7 +23,7 @@ from typing import Any, NoReturn
 
 sys.path.insert(0, str(Path(__file__).resolve().parent.parent))
 
-from simulation import confinement, linux  # noqa: E402
+from simulation import confinement, linux, whereabouts  # noqa: E402
 
 NO_PRIVILEGE = "The simulated station needs the privilege to make namespaces: run it as root."
 NAMESPACES = ("pid", "mnt", "net", "ipc", "uts")
@@ -37,8 +38,12 @@ ALL_IDS = 65536
 
 def main() -> None:
     linux.die_with_parent()
-    report = socket.socket(fileno=int(sys.argv[1]))
+    starter = socket.socket(fileno=int(sys.argv[1]))
     settings = json.load(sys.stdin)
+    settings["name"] = sys.argv[2]
+    own_pids = os.stat("/proc/self/ns/pid").st_ino
+    reports, report = socket.socketpair(socket.AF_UNIX, socket.SOCK_SEQPACKET)
+    reports.setsockopt(socket.SOL_SOCKET, socket.SO_PASSCRED, 1)
     outside = [os.readlink(f"/proc/self/ns/{kind}") for kind in NAMESPACES]
     try:
         linux.unshare(linux.NEW_WORLD)
@@ -46,9 +51,30 @@ def main() -> None:
         sys.exit(NO_PRIVILEGE)
     pid = os.fork()
     if pid == 0:
+        starter.close()
+        reports.close()
         keep_gateway_side(settings, report, outside)
     report.close()
+    sides = receive_sides(reports)
+    if len(sides) == 2:
+        starter.send(
+            whereabouts.keep({"name": settings["name"], "pid_namespace": own_pids, "sides": sides})
+        )
+    starter.close()
     os.waitpid(pid, 0)
+
+
+def receive_sides(reports: socket.socket) -> list[whereabouts.Side]:
+    """Fewer than two if one of them has ended. The kernel says which processes they are."""
+    sides: list[whereabouts.Side] = []
+    while len(sides) < 2:
+        text, pid = linux.receive_with_pid(reports)
+        if not text:
+            break
+        side: whereabouts.Side = json.loads(text)
+        side["pid"] = pid
+        sides.append(side)
+    return sides
 
 
 def keep_gateway_side(
@@ -77,7 +103,7 @@ def keep_gateway_side(
     unshared[0].recv(1)
     connect_networks(settings, builder)
     confinement.confine_gateway_side(settings, outside)
-    report.send(b"gateway")
+    report.send(whereabouts.describe_self("gateway"))
     report.close()
     connected[1].send(b".")
     reap_until(builder)
@@ -144,7 +170,7 @@ def keep_unit(
         linux.unshare(linux.CLONE_NEWNS)
         linux.die_with_parent()  # the change of credentials cleared it
     os.close(users)
-    report.send(b"unit")
+    report.send(whereabouts.describe_self("unit"))
     report.close()
     reap_until(None)
 
@@ -204,6 +230,9 @@ def build_station_directory(settings: dict[str, Any], outside: list[str]) -> Non
     confinement.write_lines(f"{station}/stand-ins", settings["stand_ins"])
     confinement.write_lines(f"{station}/dangerous", settings["dangerous_names"])
     confinement.write_lines(f"{station}/outside", outside)
+    Path(f"{ROOT}/{whereabouts.NAME_FILE}").write_text(
+        whereabouts.name_file(settings["name"], "unit")
+    )
 
 
 def reap_until(last: int | None) -> NoReturn:

@@ -1,13 +1,15 @@
-"""Prints what happens in a station as it happens, for a person to read."""
+"""Watches what happens in a station as it happens, and prints it for a person to read."""
 
 import json
 import os
+import re
 import signal
 import sys
 import threading
 import time
 from typing import Any, TextIO
 
+from simulation.events import Event, EventLog
 from simulation.gateway import RecordListener, describe_record
 from simulation.station import DOCUMENT, Process, Station
 from simulation.television import Television
@@ -19,17 +21,24 @@ _COLOURS = {
     "tool": "33",
     "gateway": "36",
     "document": "32",
+    "picture": "32",
+    "hand": "1",
     "watchdog": "2",
     "problem": "31",
     "stderr": "2",
 }
+# What the unit does every few seconds: power status, kicks, and looks at display and network.
+_ROUTINE = re.compile(
+    r"service (TX: 4 -> 0: 8F|RX: 0 -> 4: 90 0[0-3]|TV is (NOT )?in standby mode\.)"
+    r"|tool .*/(tvservice -s|ifconfig|lsusb)|watchdog .*"
+)
 _WIDTH = 110
 _PERIOD = 0.01
 _KICKS_A_LINE = 10
 
 
 class Timeline:
-    """Watches a station from a separate thread and prints what is new."""
+    """Watches a station from a separate thread, adds what is new to its events, and prints them."""
 
     def __init__(
         self,
@@ -38,14 +47,19 @@ class Timeline:
         records: RecordListener,
         television: Television,
         out: TextIO | None = None,
+        events: EventLog | None = None,
+        is_brief: bool = False,
     ) -> None:
+        """is_brief leaves out what the unit does every few seconds while nothing happens."""
+        self._is_brief = is_brief
         self._station = station
         self._service = service
         self._records = records
         self._television = television
         self._out = out or sys.stdout or open(os.devnull, "w", encoding="utf-8")
         self._colours = self._out.isatty()
-        self._lock = threading.Lock()
+        self._events = EventLog() if events is None else events
+        self._events.listen(self._print)
         self._showing = threading.Lock()
         self._shown_output = 0
         self._shown_errors = 0
@@ -67,19 +81,30 @@ class Timeline:
         self.show_news()
 
     def say(self, source: str, text: str) -> None:
-        now = time.time()
-        stamp = time.strftime("%H:%M:%S", time.localtime(now)) + f".{int(now * 1000) % 1000:03}"
-        text = "".join(c if c.isprintable() else "\N{MIDDLE DOT}" for c in text)
+        if self._is_brief and _ROUTINE.fullmatch(f"{source} {text}"):
+            return
+        self._events.add(source, text)
+
+    def follow(self, service: Process) -> None:
+        """From now on, this is the service: it has been restarted."""
+        with self._showing:
+            self._show_service()
+            self._service = service
+            self._shown_output = self._shown_errors = 0
+
+    def _print(self, event: Event) -> None:
+        stamp = time.strftime("%H:%M:%S", time.localtime(event.time))
+        stamp += f".{int(event.time * 1000) % 1000:03}"
+        text = event.text
         if len(text) > _WIDTH:
             text = text[: _WIDTH - 1] + "\N{HORIZONTAL ELLIPSIS}"
-        label = f"{source:<9}"
+        label = f"{event.source:<9}"
         if self._colours:
-            label = f"\033[{_COLOURS[source]}m{label}\033[0m"
-        with self._lock:
-            try:
-                print(f"{stamp}  {label} {text}", file=self._out, flush=True)
-            except OSError:
-                self._lose_reader()
+            label = f"\033[{_COLOURS[event.source]}m{label}\033[0m"
+        try:
+            print(f"{stamp}  {label} {text}", file=self._out, flush=True)
+        except OSError:
+            self._lose_reader()
 
     def _lose_reader(self) -> None:
         """No one reads the output anymore, which is all it was for: ends the station."""
@@ -134,7 +159,7 @@ class Timeline:
 
     def _show_kicks(self) -> None:
         before = self._kicks
-        self._kicks += len(self._station.read_kicks())
+        self._kicks = self._station.count_kicks()
         if self._kicks // _KICKS_A_LINE > before // _KICKS_A_LINE:
             self.say("watchdog", f"kicked {self._kicks} times so far")
 

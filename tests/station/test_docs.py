@@ -47,7 +47,7 @@ def test_operations_explain_every_line_of_the_service() -> None:
 LINKING = [
     *("README.md", "CONTRIBUTING.md", "CHANGES.md"),
     *("docs/architecture.md", "docs/extending.md", "docs/operations.md", "docs/reliability.md"),
-    "docs/security.md",
+    *("docs/security.md", "docs/workbench.md"),
 ]
 
 

@@ -13,7 +13,6 @@ from support import StationMaker
 
 from simulation import gateway, kiosk
 from simulation.demo.cases import CASES
-from simulation.demo.incident import INCIDENT
 from simulation.station import dying_with_starter
 from simulation.waiting import wait_for
 
@@ -50,7 +49,8 @@ def test_pictures_show_what_a_viewer_sees(tmp_path: Path) -> None:
     result = run_command("--once", "--pause", "0", "--name", name, "--pictures", str(tmp_path))
     assert result.returncode == 0, result.stdout + result.stderr
     pictures = sorted(tmp_path.glob("*.png"))
-    assert len(pictures) == len(INCIDENT) + len(CASES)
+    steps = int(result.stdout.partition("was observed, all ")[2].partition(" steps")[0])
+    assert len(pictures) == steps + len(CASES)
     for picture in pictures:
         assert picture.read_bytes()[16:24] == b"\0\0\x05\0\0\0\x02\xd0"  # 1280 by 720
     by_step = {picture.name[3:].split("-")[0] + picture.name[:2]: picture for picture in pictures}
@@ -59,21 +59,22 @@ def test_pictures_show_what_a_viewer_sees(tmp_path: Path) -> None:
     assert by_step["end16"].read_bytes() == other_input
     assert len(pixels(by_step["somebody14"])) > 2
     shown = ("detail09", "map10", "the11", "stop12", "display15", "somebody17")
-    cases = pictures[len(INCIDENT) :]
+    cases = pictures[steps:]
     different = [other_input, *(by_step[x].read_bytes() for x in shown)]
     different += [picture.read_bytes() for picture in cases]
     assert len({*different}) == len(different)
-    check_sheet(tmp_path, pictures)
+    check_sheet(tmp_path, pictures, result.stdout)
 
 
-def check_sheet(directory: Path, pictures: list[Path]) -> None:
-    """Each picture is on it, with its words; a black one says why it is black."""
+def check_sheet(directory: Path, pictures: list[Path], output: str) -> None:
+    """Each picture is on it, with the words that were said; a black one says why it is black."""
     sheet = (directory / "index.html").read_text()
     figures = sheet.split("<figure>")[1:]
-    words = [step.words for step in INCIDENT] + [case.caption for case in CASES]
+    words = [html.unescape(x.partition("</b> ")[2].partition("<br>")[0]) for x in figures]
+    assert words[-len(CASES) :] == [case.caption for case in CASES]
     for picture, figure, said in zip(pictures, figures, words, strict=True):
         assert f'src="{picture.name}"' in figure
-        assert html.escape(said) in figure
+        assert f"  station   {said}\n" in output or f"  gateway   sends: {said}\n" in output
         assert (pixels(picture) == {0}) == ("the television is in standby" in figure), said
 
 

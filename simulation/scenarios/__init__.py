@@ -1,0 +1,1 @@
+"""The scenarios that come along: ./scripts/station run NAME."""

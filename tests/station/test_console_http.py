@@ -1,0 +1,436 @@
+"""The console over HTTP: every action and its effect in the unit, and who may do what."""
+
+import http.client
+import json
+import os
+import socket
+import stat
+import threading
+from collections.abc import Iterator
+from typing import Any
+
+import pytest
+from console_support import Bench, open_bench
+
+from simulation.console.actions import ACTIONS
+from simulation.console.messages import FORMS
+from simulation.station import UNIT_ADDRESS
+from simulation.waiting import wait_for
+
+# The station does not depend on how the service is built.
+pytestmark = pytest.mark.once
+
+
+@pytest.fixture(scope="module")
+def shared() -> Iterator[Bench]:
+    with open_bench() as opened:
+        yield opened
+
+
+@pytest.fixture
+def bench(shared: Bench) -> Iterator[Bench]:
+    """The same for all, and behaving well before each."""
+    yield shared
+    shared.handles.undo_all()
+
+
+SHOWING: dict[str, Any] = {
+    **{"power": "on", "input": "1.0.0.0", "picture": "unit"},
+    **{"deaf": False, "slow": 0, "stubborn": False, "cable": "in"},
+}
+
+
+def output(bench: Bench) -> str:
+    """Of the service."""
+    assert bench.handles.view.service
+    return bench.handles.view.service.output
+
+
+def wait_for_document(bench: Bench, **members: str) -> None:
+    wait_for(lambda: members.items() <= bench.handles.view.document().items(), str(members))
+
+
+def test_television_is_operated(bench: Bench) -> None:
+    tv = bench.handles.tv
+    bench.do("/tv/power", power="off")
+    assert (tv.power, tv.picture) == ("in standby", "nothing")
+    bench.do("/tv/power", power="toggle")
+    assert tv.power == "on"
+    bench.do("/tv/input", input="3.0.0.0")
+    assert (tv.input, tv.picture) == ("3.0.0.0", "input 3.0.0.0")
+    wait_for(lambda: "active source now: 3000" in output(bench), "the unit's knowledge")
+    bench.do("/tv/input", input="1.0.0.0")
+    assert tv.picture == "unit"
+    bench.do("/tv/cable", state="out")
+    assert tv.picture == "no signal"
+    bench.do("/tv/deaf")
+    bench.do("/tv/slow", seconds=2)
+    bench.do("/tv/stubborn")
+    habits: dict[str, Any] = {"deaf": True, "slow": 2, "stubborn": True, "cable": "out"}
+    assert bench.state()["tv"] == {**SHOWING, **habits, "picture": "no signal"}
+    undoing: list[tuple[str, dict[str, Any]]] = [
+        ("/tv/cable", {"state": "in"}),
+        ("/tv/deaf", {"on": False}),
+        ("/tv/slow", {"seconds": 0}),
+        ("/tv/stubborn", {"on": False}),
+    ]
+    for path, undone in undoing:
+        bench.do(path, **undone)
+    assert bench.state()["tv"] == SHOWING
+
+
+@pytest.mark.slow
+def test_stubborn_television_stays_in_standby_until_it_may_wake(bench: Bench) -> None:
+    tv = bench.handles.tv
+    bench.do("/tv/power", power="off")
+    wait_for(lambda: "TV is in standby mode." in output(bench), "the unit's knowledge")
+    bench.do("/tv/stubborn")
+    bench.do("/gateway/send", message="display-alert", text="FIRE")
+    wait_for(lambda: "sending ImageViewOn" in output(bench), "the attempt to wake it")
+    assert tv.power == "in standby"
+    assert bench.handles.view.document()["alert_area"] != "FIRE"
+    bench.do("/tv/power", power="on")
+    wait_for_document(bench, alert_area="FIRE")
+    bench.do("/gateway/incident", name="end")
+
+
+def test_pulled_cable_lets_nothing_through(bench: Bench) -> None:
+    bench.do("/tv/power", power="on")
+    bench.do("/tv/input", input="2.0.0.0")
+    wait_for(lambda: "active source now: 2000" in output(bench), "the unit's knowledge")
+    bench.do("/tv/cable", state="out")
+    heard = len(bench.television.frames)
+    bench.do("/gateway/send", message="display-alert", text="FIRE")
+    wait_for(lambda: "Switching TV to 1000" in output(bench), "the attempt to switch it")
+    wait_for_document(bench, alert_area="FIRE")
+    wait_for(lambda: len(bench.television.frames) > heard, "what is lost on the way")
+    assert bench.handles.tv.input == "2.0.0.0"
+    bench.do("/gateway/incident", name="end")
+    bench.do("/tv/input", input="5.0.0.0")
+    bench.do("/tv/cable", state="in")
+    bench.do("/tv/input", input="1.0.0.0")
+    wait_for(lambda: output(bench).endswith("active source now: 1000\n"), "the unit's knowledge")
+    assert "active source now: 5000" not in output(bench)
+
+
+@pytest.mark.parametrize("form", FORMS, ids=[form.name for form in FORMS])
+def test_every_message_is_explained_before_it_is_sent(bench: Bench, form: Any) -> None:
+    example: dict[str, Any] = {"text": "A", "number": 1, "units": [{"name": "E1", "color": 2}]}
+    values: dict[str, Any] = {field.name: example[field.kind] for field in form.fields}
+    values.update({"hex": "03 01"} if form.name == "raw" else {})
+    calls = len(bench.station.calls())
+    answer = json.loads(bench.post("/gateway/decode", message=form.name, **values).text)
+    assert "What a unit does with it:" in answer["explanation"]
+    assert "What is wrong with it:\n  - over" not in answer["explanation"]
+    assert bytes.fromhex(answer["hex"])
+    assert len(bench.station.calls()) == calls  # nothing was sent
+
+
+def test_gateway_sends_what_the_form_holds(bench: Bench) -> None:
+    bench.do("/unit/mark")
+    bench.do(
+        "/gateway/send",
+        message="detail-alert",
+        text="FIRE ÄÖ",
+        units=[{"name": "E1", "color": 2}, {"name": "L3", "color": 5}],
+        turnout_end=90,
+        turnout_zero=30,
+        turnout_reverse=1,
+    )
+    wait_for(lambda: bool(bench.handles.view.document()["units"]), "the alert")
+    bench.do("/gateway/send", message="set-map-address", address="http://10.87.33.20/map.svg")
+    wait_for(lambda: bool(bench.handles.view.document()["map_url"]), "the map")
+    unit = bench.state()["unit"]
+    assert unit["document"]["units"] == [{"unit": "E1", "color": "2"}, {"unit": "L3", "color": "5"}]
+    assert unit["document"]["alert_area"] == "FIRE ÄÖ"
+    changed = {change["member"]: change["after"] for change in unit["changes"]}
+    assert changed["turnout_end"] == "90" and changed["turnout_zero"] == "30"
+    assert changed["turnout_reverse"] == "1"
+    bench.do("/unit/mark")
+    assert bench.state()["unit"]["changes"] == []
+    bench.do("/gateway/incident", name="end")
+    wait_for(lambda: not bench.handles.view.document()["units"], "the end")
+    received = len(bench.state()["gateway"]["received"])
+    bench.do("/gateway/send", message="roll-call")
+    wait_for(lambda: len(bench.handles.gateway.received()) > received, "the answer")
+    assert bench.state()["gateway"]["received"][received]["words"].startswith("roll-call reply")
+
+
+def test_unit_is_broken_and_mended(bench: Bench) -> None:
+    view = bench.handles.view
+    bench.do("/unit/address", state="lost")
+    assert view.address() is None
+    assert bench.post("/unit/address", state="lost").status == 409
+    bench.do("/unit/address", state="back")
+    assert view.address() == UNIT_ADDRESS
+    bench.do("/unit/browser", state="hung")
+    (browser,) = [x for x in view.processes() if x.name == "qt-webkit-kiosk"]
+    assert browser.state == "T"
+    bench.do("/unit/browser", state="back")
+    wait_for(lambda: [x.state for x in view.processes() if x.pid == browser.pid] == ["S"], "it")
+    bench.do("/unit/browser", state="killed")
+    assert view.find_processes("qt-webkit-kiosk") == []
+    started = len(bench.station.calls("qt-webkit-kiosk"))
+    bench.do("/unit/browser", state="back")
+    bench.station.wait_for_calls("qt-webkit-kiosk", started + 1)
+    bench.do("/unit/web-server", state="killed")
+    wait_for(lambda: not view.find_processes("lighttpd"), "the end of the web server")
+    bench.do("/unit/web-server", state="back")
+    assert view.find_processes("lighttpd")
+    left = view.kicks_left()
+    assert left is not None and 0 < left <= 900
+    assert bench.state()["unit"]["broken"] == {}
+
+
+def test_memory_is_full_and_has_room_again(bench: Bench) -> None:
+    bench.do("/unit/memory", state="full")
+    place = bench.station.path("/dev/shm/new")
+    with pytest.raises(OSError, match="No space left"):
+        place.write_bytes(bytes(100_000))
+    bench.do("/unit/memory", state="free")
+    place.write_bytes(bytes(100_000))
+    place.unlink()
+
+
+def test_tools_fail_or_are_slow_until_they_are_mended(bench: Bench) -> None:
+    usual = bench.station.behavior("wget")
+    bench.do("/unit/tool", tool="wget", state="fails", status=4)
+    assert bench.station.start("/usr/bin/wget", "--version").wait() == 4
+    bench.do("/unit/tool", tool="wget", state="slow", seconds=0.5)
+    assert bench.station.behavior("wget") == ["sleep 0.5", *usual]
+    assert bench.state()["unit"]["broken"] == {"wget": "wget takes 0.5 s"}
+    bench.do("/unit/tool", tool="wget", state="back")
+    assert bench.station.behavior("wget") == usual
+    usual = bench.station.behavior("amixer")
+    bench.do("/unit/tool", tool="amixer", state="fails")
+    bench.do("/undo")
+    assert bench.station.behavior("amixer") == usual
+    assert bench.state()["unit"]["broken"] == {}
+
+
+def test_clock_of_the_unit_is_set(bench: Bench) -> None:
+    bench.do("/unit/clock", offset=-86400)
+    bench.do("/gateway/send", message="display-alert", text="YESTERDAY")
+    wait_for_document(bench, alert_area="YESTERDAY")
+    yesterday = int(bench.handles.view.document()["alert_time"])
+    bench.do("/gateway/incident", name="end")
+    bench.do("/unit/clock", offset=0)
+    bench.do("/gateway/send", message="display-alert", text="TODAY")
+    wait_for_document(bench, alert_area="TODAY")
+    assert int(bench.handles.view.document()["alert_time"]) - yesterday >= 86400
+    bench.do("/gateway/incident", name="end")
+
+
+@pytest.mark.slow
+def test_unit_resets_and_asks_for_an_address(bench: Bench) -> None:
+    """With all that it had forgotten; the console goes on."""
+    # Whose connection would keep the service from its port.
+    bench.do("/gateway/send", message="display-alert", text="BEFORE")
+    bench.do("/unit/dhcp")
+    bench.do("/unit/address", state="lost")
+    started = len(bench.station.calls("qt-webkit-kiosk"))
+    bench.do("/unit/reset")
+    bench.station.wait_for_calls("qt-webkit-kiosk", started + 1)
+    wait_for(lambda: bench.handles.view.address() == "10.87.33.77", "the lease")
+    wait_for_document(bench, alert_area="10.87.33.77")
+    bench.do("/gateway/send", message="display-alert", text="FIRE")
+    wait_for_document(bench, alert_area="FIRE")
+    assert bench.state()["unit"]["running"]
+    bench.do("/gateway/incident", name="end")
+    bench.do("/unit/dhcp", on=False)
+    assert not bench.handles.unit.is_dhcp_on
+
+
+def test_events_come_as_they_happen_and_again_from_any_number(bench: Bench) -> None:
+    connection = http.client.HTTPConnection("127.0.0.1", bench.console.port, timeout=30)
+    last = bench.handles.events.add("station", "a mark").number
+    connection.request("GET", f"/events?since={last - 1}")
+    answer = connection.getresponse()
+    assert answer.getheader("Content-Type") == "text/event-stream"
+    names: set[str] = set()
+    texts: list[str] = []
+    bench.do("/tv/deaf")
+    while "ignores the bus" not in texts or "state" not in names:
+        line = answer.fp.readline().decode()
+        if line.startswith("event: "):
+            names.add(line.split()[1])
+        elif line.startswith("data: ") and '"text"' in line and "number" in json.loads(line[6:]):
+            texts.append(json.loads(line[6:])["text"])
+    assert texts[0] == "a mark"
+    connection.close()
+    lines = bench.ask("/events.jsonl").text.splitlines()
+    numbers = [json.loads(line)["number"] for line in lines]
+    assert numbers == list(range(1, len(numbers) + 1)) and numbers[-1] >= last
+    assert bench.ask("/events?since=x").status == 400
+
+
+def test_all_that_can_be_done_is_described(bench: Bench) -> None:
+    described = json.loads(bench.ask("/actions").text)
+    assert [action["path"] for action in described["actions"]] == [x.path for x in ACTIONS]
+    assert len(described["messages"]) == len(FORMS)
+    assert "wget" in described["tools"]
+
+
+# Who may do what.
+
+
+def refused(bench: Bench, status: int, words: str, **request: Any) -> None:
+    """A request to switch the television off that is answered with an error, and changes nothing."""
+    power = bench.handles.tv.power
+    headers = {"X_Station_Token": bench.token, "Content_Type": "application/json"}
+    headers.update(request.pop("headers", {}))
+    body = request.pop("body", b'{"power":"toggle"}')
+    path = request.pop("path", "/tv/power")
+    given = {name: value for name, value in headers.items() if value}
+    answer = bench.ask(path, body, **request, **given)
+    assert (answer.status, bench.handles.tv.power) == (status, power)
+    assert words in answer.error
+    assert "Access-Control-Allow-Origin" not in answer.headers
+
+
+def test_requests_without_the_token_change_nothing(bench: Bench) -> None:
+    for token in ("", "x", bench.token[:-1], bench.token + "x"):
+        refused(bench, 403, "token", headers={"X_Station_Token": token})
+
+
+def test_requests_of_other_origins_change_nothing(bench: Bench) -> None:
+    here = f"http://127.0.0.1:{bench.console.port}"
+    for origin in (
+        "http://evil.example",
+        "null",
+        "http://127.0.0.1:1",
+        here.replace("http", "https"),
+    ):
+        refused(bench, 403, "origin", headers={"Origin": origin})
+    refused(bench, 403, "origin", headers={"Sec_Fetch_Site": "cross-site"})
+    refused(bench, 403, "origin", headers={"Sec_Fetch_Site": "same-site"})
+    # A name of another site that leads to this machine.
+    refused(bench, 421, "This is 127.0.0.1", headers={"Host": f"evil.example:{bench.console.port}"})
+    assert bench.ask("/state", Host="evil.example").status == 421
+    assert bench.ask("/", Host="evil.example").status == 421
+    headers = {"X_Station_Token": bench.token, "Content_Type": "application/json"}
+    answer = bench.ask("/tv/power", b'{"power":"on"}', **headers, Origin=here)
+    assert answer.status == 200
+
+
+def test_malformed_requests_change_nothing(bench: Bench) -> None:
+    refused(bench, 415, "application/json", headers={"Content_Type": "text/plain"})
+    refused(bench, 400, "not JSON", body=b"{")
+    refused(bench, 400, "not JSON", body=b"\xff")
+    refused(bench, 400, "not JSON", body=b"[" * 50_000)
+    refused(bench, 400, "JSON object", body=b"[]")
+    refused(bench, 400, 'The field "power" is missing', body=b"{}")
+    refused(bench, 400, 'one of "on", "off", "toggle"', body=b'{"power":1}')
+    refused(bench, 400, 'There is no field "x". There are power.', body=b'{"power":"off","x":1}')
+    refused(bench, 413, "Too Large", body=b'{"power":"off"}' + b" " * 70_000)
+    refused(bench, 404, "There is no /tv/frob", path="/tv/frob")
+    refused(bench, 405, "Method Not Allowed", method="PUT")
+    refused(bench, 405, "Method Not Allowed", method="DELETE")
+    assert bench.ask("/tv/power").status == 405
+    assert bench.ask("/nothing").status == 405
+
+
+@pytest.mark.parametrize(
+    "path, values, words",
+    [
+        ("/tv/input", {"input": "3.0.0"}, "is not an input"),
+        ("/tv/slow", {"seconds": -1}, "from 0 to 600"),
+        ("/tv/slow", {"seconds": True}, "from 0 to 600"),
+        ("/tv/slow", {"seconds": float("nan")}, "from 0 to 600"),
+        ("/tv/deaf", {"on": "yes"}, "true or false"),
+        ("/unit/tool", {"tool": "sh", "state": "fails"}, '"wget"'),
+        ("/unit/tool", {"tool": "../x", "state": "fails"}, '"wget"'),
+        ("/unit/tool", {"tool": "wget", "state": "fails", "status": 256}, "from 0 to 255"),
+        ("/unit/tool", {"tool": "wget", "state": "slow", "seconds": 0}, "up to 600"),
+        ("/unit/clock", {"offset": 1e12}, "from -"),
+        ("/gateway/send", {"message": "frob"}, "detail-alert"),
+        ("/gateway/send", {"message": "reboot", "channel": "x"}, '"tcp" or "udp"'),
+        ("/gateway/send", {"message": "raw", "hex": "0"}, "hexadecimal"),
+        ("/gateway/send", {"message": "raw", "hex": "00" * 4096}, "4095"),
+        ("/gateway/send", {"message": "display-alert", "text": "\ud800"}, "half a character"),
+        ("/gateway/send", {"message": "json-control", "comm_gw": '"'}, "quotation mark"),
+        (
+            "/gateway/send",
+            {"message": "detail-alert", "text": "", "units": [{}]},
+            "a list of units",
+        ),
+        (
+            "/gateway/send",
+            {"message": "detail-alert", "text": "", "units": [{"name": "x" * 32, "color": 1}]},
+            "31 bytes",
+        ),
+        (
+            "/gateway/send",
+            {"message": "detail-alert", "text": "", "units": [{"name": "x", "color": 1}] * 17},
+            "16 units",
+        ),
+        ("/gateway/incident", {"name": "x"}, '"fire"'),
+    ],
+)
+def test_values_that_do_not_fit_change_nothing(
+    bench: Bench, path: str, values: dict[str, Any], words: str
+) -> None:
+    before = bench.events()
+    answer = bench.post(path, **values)
+    assert answer.status in (400, 409)
+    assert words in answer.error
+    acted = [line for line in bench.events()[len(before) :] if line.startswith(("hand", "gateway"))]
+    assert acted == []
+
+
+def test_only_this_machine_can_ask(bench: Bench) -> None:
+    assert bench.console.address == f"http://127.0.0.1:{bench.console.port}/"
+    with open("/proc/net/tcp", encoding="ascii") as table:
+        port = f":{bench.console.port:04X} 00000000:0000 0A"
+        places = [line.split()[1] for line in table if port in line]
+    assert places == [f"0100007F:{bench.console.port:04X}"]
+    # Only root can read the token's file.
+    assert stat.S_IMODE(os.stat(bench.console.key).st_mode) == 0o600
+
+
+def test_page_is_nobody_elses(bench: Bench) -> None:
+    answer = bench.ask("/")
+    assert bench.token in answer.text
+    assert "frame-ancestors 'none'" in answer.headers["Content-Security-Policy"]
+    assert answer.headers["Cross-Origin-Resource-Policy"] == "same-origin"
+    assert answer.headers["Cache-Control"] == "no-store"
+
+
+def test_message_that_the_unit_does_not_take_is_reported(bench: Bench) -> None:
+    service = bench.handles.view.service
+    assert service is not None
+    bench.do("/unit/address", state="lost")
+    with pytest.raises(Exception, match="has not taken the message"):
+        bench.handles.gateway.send(b"\0", deadline=0.1)
+    bench.do("/unit/address", state="back")
+
+
+def test_console_takes_another_port_if_its_own_is_taken(bench: Bench) -> None:
+    from simulation.console.server import _listen
+
+    with socket.create_server(("127.0.0.1", 0)) as other:
+        taken = other.getsockname()[1]
+        with _listen(taken) as found:
+            assert found.getsockname()[1] != taken
+
+
+def test_many_may_look_at_once(bench: Bench) -> None:
+    """More than a browser opens, and each is told of all."""
+    seen: list[str] = []
+
+    def look() -> None:
+        connection = http.client.HTTPConnection("127.0.0.1", bench.console.port, timeout=30)
+        connection.request("GET", "/events")
+        answer = connection.getresponse()
+        while '"many"' not in (line := answer.fp.readline().decode()):
+            assert line
+        seen.append(line)
+        connection.close()
+
+    threads = [threading.Thread(target=look) for _ in range(12)]
+    for thread in threads:
+        thread.start()
+    bench.handles.events.add("station", "many")
+    for thread in threads:
+        thread.join(30)
+    assert len(seen) == 12

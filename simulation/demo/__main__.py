@@ -10,7 +10,7 @@ from simulation import linux, running
 from simulation.console import client
 from simulation.demo.arguments import parse_arguments
 from simulation.demo.pictures import Pictures
-from simulation.demo.gateway_side import open_gateway_side, open_to_others
+from simulation.demo.gateway_side import open_door, open_gateway_side, tell_door
 from simulation.demo.play import play_all, wait_for_end
 from simulation.demo.timeline import Timeline
 from simulation.door import DoorError
@@ -82,6 +82,10 @@ def run_station(arguments: argparse.Namespace, stack: contextlib.ExitStack) -> i
     television = stack.enter_context(prepare_television(station, setup))
     prepare_unit(station, setup, arguments.has_browser)
     handles = Handles(station, television, records)
+    recorder = Recorder(arguments.record, station, handles, setup) if arguments.record else None
+    stack.enter_context(recorder or contextlib.nullcontext())
+    # Before the unit announces itself.
+    door = open_door(station, handles, records, arguments.forward, recorder, stack)
     service = handles.unit.start_service(environment=speed_environment(setup.speed))
     timeline = Timeline(
         station, service, records, television, events=handles.events, is_brief=setup.speed != 1
@@ -90,10 +94,8 @@ def run_station(arguments: argparse.Namespace, stack: contextlib.ExitStack) -> i
     stack.enter_context(timeline)
     tell_setup(setup, timeline)
     forward_page(station, timeline, stack)
-    recorder = Recorder(arguments.record, station, handles, setup) if arguments.record else None
-    stack.enter_context(recorder or contextlib.nullcontext())
     if arguments.no_gateway:
-        open_to_others(station, handles, records, arguments.forward, recorder, stack)
+        tell_door(door, arguments.forward, timeline)
     timeline.say("TV", f"{handles.tv.power}, input {handles.tv.input}")
     if arguments.console is not None:
         open_console(arguments.console, station, handles, stack)

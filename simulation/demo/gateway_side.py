@@ -5,6 +5,7 @@ import shutil
 from pathlib import Path
 
 from simulation import gateway
+from simulation.demo.timeline import Timeline
 from simulation.door import Door, inside_of
 from simulation.gateway import COMMAND_PORT, HeardRecords, RecordListener
 from simulation.handles import Handles
@@ -24,19 +25,17 @@ def open_gateway_side(
     return stack.enter_context(gateway.record_listener(station))
 
 
-def open_to_others(
+def open_door(
     station: Station,
     handles: Handles,
     records: RecordListener,
     record_port: int | None,
     recorder: Recorder | None,
     stack: contextlib.ExitStack,
-) -> None:
-    """Through a door to this machine, if its gateway's port is given."""
+) -> Door | None:
+    """To this machine, if its gateway's port is given."""
     if record_port is None:
-        words = "the gateway's side is free: ./scripts/station exec --gateway PROGRAM"
-        handles.events.add("station", words)
-        return
+        return None
     assert isinstance(records, HeardRecords)
 
     def tell_message(message: bytes, is_datagram: bool, peer: str) -> None:
@@ -49,9 +48,16 @@ def open_to_others(
         handles.events.add("problem", words)
 
     hearing = (tell_message, records.add, tell_problem)
-    door = stack.enter_context(Door(station, handles.view.address, record_port, *hearing))
-    handles.events.add(
-        "station",
-        f"for a gateway on this machine: the unit is at {door.address}:{COMMAND_PORT} (TCP, UDP),"
-        f" its records go to 127.0.0.1:{record_port}",
-    )
+    return stack.enter_context(Door(station, handles.view.address, record_port, *hearing))
+
+
+def tell_door(door: Door | None, record_port: int, timeline: Timeline) -> None:
+    if door:
+        timeline.say(
+            "station",
+            f"for a gateway on this machine: the unit is at {door.address}:{COMMAND_PORT}"
+            f" (TCP, UDP), its records go to 127.0.0.1:{record_port}",
+        )
+    else:
+        words = "the gateway's side is free: ./scripts/station exec --gateway PROGRAM"
+        timeline.say("station", words)

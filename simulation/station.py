@@ -33,6 +33,7 @@ LOUDSPEAKER = "/tmp/loudspeaker.wav"  # where the player's sound goes
 
 REAL = "/run/station/real"
 BIN = "/run/station/bin"
+JOURNAL = "/run/station/journal"  # of the stand-ins
 
 # For a service built for the board.
 EMULATOR = "/usr/bin/qemu-arm-static"
@@ -183,6 +184,11 @@ class Process:
     @staticmethod
     def _read(fd: int) -> bytes:
         return os.pread(fd, os.fstat(fd).st_size, 0)
+
+    @property
+    def written(self) -> int:
+        """How many bytes of output and errors there are."""
+        return os.fstat(self._output).st_size + os.fstat(self._errors).st_size
 
     @property
     def output_bytes(self) -> bytes:
@@ -427,7 +433,7 @@ class Station:
 
     def calls(self, *tools: str) -> list[Call]:
         """The journaled calls, oldest first; only of these tools, if any are given."""
-        journal = read_journal(self.path("/run/station/journal"))
+        journal = read_journal(self.path(JOURNAL))
         return [call for call in journal if not tools or call.name in tools]
 
     def wait_for_calls(self, tool: str, count: int = 1) -> list[Call]:

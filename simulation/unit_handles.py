@@ -118,6 +118,7 @@ class UnitHandles:
             self._free_port()
             for name in (DOCUMENT, GATEWAY_FILE, LIVENESS_FILE):
                 self._station.path(name).unlink(missing_ok=True)
+            self.free_memory()
             self._broken.pop("browser", None)
             self._broken.pop("web-server", None)
             self._start(self._station.start_web_server)

@@ -55,7 +55,8 @@ class Console:
         self.key = Path(f"/proc/{station.gateway_pid}/root{KEY}")
         self._acting = threading.Lock()
         self._is_ready = threading.Event()
-        self._thread = threading.Thread(target=lambda: asyncio.run(self._serve()), daemon=True)
+        self._failure: BaseException | None = None
+        self._thread = threading.Thread(target=self._run_loop, daemon=True)
         # A request that no browser can read is nobody's business here.
         logging.getLogger("aiohttp").addHandler(logging.NullHandler())
         logging.getLogger("aiohttp").propagate = False
@@ -64,12 +65,22 @@ class Console:
         self._write_key()
         self._thread.start()
         self._is_ready.wait(DEADLINE)
+        if self._failure:
+            raise self._failure
         return self
 
     def __exit__(self, *_: object) -> None:
         with contextlib.suppress(RuntimeError):  # the loop has ended by itself
             self._loop.call_soon_threadsafe(self._ending.set)
         self._thread.join(DEADLINE)
+        self.key.unlink(missing_ok=True)
+
+    def _run_loop(self) -> None:
+        try:
+            asyncio.run(self._serve())
+        except Exception as error:
+            self._failure = error
+            self._is_ready.set()
 
     def _write_key(self) -> None:
         """For curl --config, and for the commands."""

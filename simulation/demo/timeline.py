@@ -2,6 +2,7 @@
 
 import json
 import os
+import queue
 import re
 import signal
 import sys
@@ -11,8 +12,9 @@ from typing import Any, TextIO
 
 from simulation.events import Event, EventLog
 from simulation.gateway import RecordListener, describe_record
-from simulation.station import DOCUMENT, Process, Station
+from simulation.station import DOCUMENT, JOURNAL, Process, Station
 from simulation.television import Television
+from simulation.waiting import DEADLINE
 
 _COLOURS = {
     "TV": "35",
@@ -59,7 +61,10 @@ class Timeline:
         self._out = out or sys.stdout or open(os.devnull, "w", encoding="utf-8")
         self._colours = self._out.isatty()
         self._events = EventLog() if events is None else events
-        self._events.listen(self._print)
+        # Printed by a thread of its own: whoever holds the terminal still holds up nothing else.
+        self._unprinted: queue.SimpleQueue[Event | None] = queue.SimpleQueue()
+        self._events.listen(self._unprinted.put)
+        self._printer = threading.Thread(target=self._print_all, daemon=True)
         self._showing = threading.Lock()
         self._shown_output = 0
         self._shown_errors = 0
@@ -68,10 +73,12 @@ class Timeline:
         self._shown_story = 0
         self._kicks = 0
         self._shown_document = ""
+        self._sizes: dict[str, int] = {}
         self._stopping = threading.Event()
         self._thread = threading.Thread(target=self._watch, daemon=True)
 
     def __enter__(self) -> "Timeline":
+        self._printer.start()
         self._thread.start()
         return self
 
@@ -79,6 +86,9 @@ class Timeline:
         self._stopping.set()
         self._thread.join()
         self.show_news()
+        self._events.stop_listening(self._unprinted.put)
+        self._unprinted.put(None)
+        self._printer.join(DEADLINE)
 
     def say(self, source: str, text: str) -> None:
         if self._is_brief and _ROUTINE.fullmatch(f"{source} {text}"):
@@ -91,6 +101,11 @@ class Timeline:
             self._show_service()
             self._service = service
             self._shown_output = self._shown_errors = 0
+            self._sizes.clear()
+
+    def _print_all(self) -> None:
+        while event := self._unprinted.get():
+            self._print(event)
 
     def _print(self, event: Event) -> None:
         stamp = time.strftime("%H:%M:%S", time.localtime(event.time))
@@ -128,7 +143,15 @@ class Timeline:
             self._show_television()
             self._show_kicks()
 
+    def _has_grown(self, name: str, size: int) -> bool:
+        """Since the last time: what has been written in days is not read a hundred times a second."""
+        before = self._sizes.get(name, 0)
+        self._sizes[name] = size
+        return size > before
+
     def _show_service(self) -> None:
+        if not self._has_grown("service", self._service.written):
+            return
         lines = self._service.output.split("\n")[:-1]
         for line in lines[self._shown_output :]:
             self.say("service", line)
@@ -140,6 +163,8 @@ class Timeline:
         self._shown_errors = len(errors)
 
     def _show_calls(self) -> None:
+        if not self._has_grown("calls", self._station.path(JOURNAL).stat().st_size):
+            return
         calls = self._station.calls()
         for call in calls[self._shown_calls :]:
             self.say("tool", " ".join([call.path, *call.argv[1:]]))

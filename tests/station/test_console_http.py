@@ -228,6 +228,7 @@ def test_unit_resets_and_asks_for_an_address(bench: Bench) -> None:
     bench.do("/gateway/send", message="display-alert", text="BEFORE")
     bench.do("/unit/dhcp")
     bench.do("/unit/address", state="lost")
+    bench.do("/unit/memory", state="full")
     started = len(bench.station.calls("qt-webkit-kiosk"))
     bench.do("/unit/reset")
     bench.station.wait_for_calls("qt-webkit-kiosk", started + 1)
@@ -235,7 +236,8 @@ def test_unit_resets_and_asks_for_an_address(bench: Bench) -> None:
     wait_for_document(bench, alert_area="10.87.33.77")
     bench.do("/gateway/send", message="display-alert", text="FIRE")
     wait_for_document(bench, alert_area="FIRE")
-    assert bench.state()["unit"]["running"]
+    unit = bench.state()["unit"]
+    assert unit["running"] and "memory" not in unit["broken"]
     bench.do("/gateway/incident", name="end")
     bench.do("/unit/dhcp", on=False)
     assert not bench.handles.unit.is_dhcp_on

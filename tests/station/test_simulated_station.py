@@ -2,6 +2,7 @@
 
 import io
 import os
+import threading
 import time
 from pathlib import Path
 
@@ -9,6 +10,7 @@ import pytest
 from support import StationMaker, start
 
 from simulation import gateway
+from simulation.events import EventLog
 from simulation.station import Station
 from simulation.television import Television
 from simulation.demo.timeline import Timeline
@@ -92,3 +94,22 @@ def test_timeline_shows_nothing_raw_whatever_is_sent(
             wait_for(lambda: shown in out.getvalue(), shown)
     assert "/date -s " in out.getvalue()
     assert out.getvalue().replace("\n", "").isprintable()
+
+
+def test_timeline_that_nobody_reads_holds_up_nothing(station: Station) -> None:
+    reader, writer = os.pipe()
+    service = station.start("/bin/sleep", "100")
+    events = EventLog()
+    with open(reader, encoding="utf-8") as screen:
+        looking = threading.Thread(target=screen.readlines, daemon=True)
+        with (
+            open(writer, "w", encoding="utf-8") as out,
+            gateway.record_listener(station) as records,
+            Television(station) as television,
+            Timeline(station, service, records, television, out, events),
+        ):
+            for _ in range(2000):  # more than a pipe holds
+                events.add("station", "x" * 80)
+            assert len(events.since()) >= 2000
+            looking.start()
+        looking.join()

@@ -148,7 +148,8 @@ function draw() {
 
 function make_row(at) {
     const event = shown[at];
-    const row = element("div", { className: "event", role: "option", "aria-selected": String(at === selected) },
+    const row = element("div", { className: "event", role: "option", "aria-selected": String(at === selected),
+        "aria-posinset": at + 1, "aria-setsize": shown.length },
         element("span", { textContent: clock(event.time) }),
         element("span", { textContent: offset(event.time - zero_of().time) }),
         element("span", { textContent: event.source }),

@@ -55,17 +55,11 @@ std::string joined(const std::vector<std::string> &words, const char *quote) {
     return text;
 }
 
-std::string address_text(std::uint32_t address) {
-    sockaddr_in whole{};
-    whole.sin_addr.s_addr = htonl(address);
-    return host_text(whole);
-}
-
 void print_table(const answers_by_address &answers) {
     std::printf("%-15s  %-17s  %-7s  %s\n", "ADDRESS", "HARDWARE ADDRESS", "VERSION", "ASKS FOR");
     for (const auto &[address, known] : answers) {
         const std::string requests = joined(requests_of(known), "");
-        std::printf("%-15s  %-17s  %-7d  %s\n", address_text(address).c_str(),
+        std::printf("%-15s  %-17s  %-7d  %s\n", host_text(address).c_str(),
                     known.hardware_address.c_str(), known.version,
                     requests.empty() ? "-" : requests.c_str());
     }
@@ -75,7 +69,7 @@ void print_json(const answers_by_address &answers) {
     for (const auto &[address, known] : answers) {
         std::printf("{\"address\": \"%s\", \"hardware_address\": \"%s\", \"version\": %d, "
                     "\"asks_for\": [%s]}\n",
-                    address_text(address).c_str(), known.hardware_address.c_str(), known.version,
+                    host_text(address).c_str(), known.hardware_address.c_str(), known.version,
                     joined(requests_of(known), "\"").c_str());
     }
 }

@@ -16,5 +16,6 @@ void add_commands(CLI::App &app) {
     add_raw(app);
     add_roll_call(app);
     add_serve(app);
+    add_watch(app);
     add_decode(app);
 }

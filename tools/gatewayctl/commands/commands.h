@@ -20,6 +20,7 @@ void add_set_gateway(CLI::App &app);
 void add_raw(CLI::App &app);
 void add_roll_call(CLI::App &app);
 void add_serve(CLI::App &app);
+void add_watch(CLI::App &app);
 void add_decode(CLI::App &app);
 
 /// Adds all of them, in the order in which --help lists them.

@@ -1,0 +1,122 @@
+#include "tools/gatewayctl/commands/commands.h"
+
+#include "tools/gatewayctl/address.h"
+#include "tools/gatewayctl/command_line.h"
+#include "tools/gatewayctl/failure.h"
+#include "tools/gatewayctl/inventory.h"
+#include "tools/gatewayctl/text.h"
+#include "tools/gatewayctl/watch.h"
+
+#include <map>
+#include <string>
+#include <utility>
+
+namespace {
+
+struct watch_options {
+    std::string broadcast;
+    std::string units;
+    std::string group;
+    std::string listen;
+    double every = 0; // seconds
+};
+
+watch_options options;
+watch_settings settings;
+
+void take_units() {
+    std::map<std::uint32_t, std::string> names;
+    std::vector<inventory_unit> units = read_inventory(options.units);
+    if (!options.group.empty()) {
+        units = of_group(units, options.group);
+    }
+    for (const inventory_unit &unit : units) {
+        const sockaddr_in where = resolve(unit.address);
+        const std::uint32_t address = ntohl(where.sin_addr.s_addr);
+        const auto [other, is_new] = names.emplace(address, unit.name);
+        if (!is_new) {
+            throw usage_failure(options.units + ": " + other->second + " and " + unit.name +
+                                " have the same address, " + host_text(address));
+        }
+        settings.units.push_back({address, unit.name, unit.group});
+        settings.calls.push_back(where);
+    }
+    if (settings.units.empty()) {
+        throw usage_failure(options.units + " names no unit");
+    }
+}
+
+void take_calls() {
+    if (!common.to.empty() && !options.broadcast.empty()) {
+        throw usage_failure("watch takes either --to for one unit or --broadcast for all");
+    }
+    const std::string &place = common.to.empty() ? options.broadcast : common.to;
+    if (!place.empty()) {
+        settings.calls = {resolve(place)};
+    } else if (settings.calls.empty()) {
+        settings.calls = {resolve("255.255.255.255")};
+    }
+}
+
+void check_every() {
+    if (options.every < 1) {
+        throw usage_failure(
+            "--every takes at least 1s: a call costs each unit up to three connections");
+    }
+    settings.every = to_milliseconds(options.every);
+}
+
+void check_metrics_file() {
+    if (!settings.metrics_file.empty() && !settings.metrics_file.ends_with(".prom")) {
+        throw usage_failure("--prometheus takes a file whose name ends in .prom: the node exporter "
+                            "reads no other, and " +
+                            ::quoted(settings.metrics_file) + " does not");
+    }
+}
+
+int run_watch() {
+    check_every();
+    check_metrics_file();
+    if (!options.listen.empty()) {
+        if (options.listen.find(':') == std::string::npos) {
+            throw usage_failure("--listen takes ADDRESS:PORT, not " + ::quoted(options.listen));
+        }
+        settings.listen = resolve(options.listen);
+    }
+    if (!options.units.empty()) {
+        take_units();
+    } else if (!options.group.empty()) {
+        throw usage_failure("--group takes --units");
+    }
+    take_calls();
+    watch(settings);
+    return 0;
+}
+
+} // namespace
+
+void add_watch(CLI::App &app) {
+    CLI::App &command = add_command(
+        app, "watch", "Call the roll again and again, and show who is there and since when",
+        run_watch);
+    command
+        .add_option("--units", options.units,
+                    "The units that ought to be there; each is called by itself")
+        ->type_name("FILE");
+    command.add_option("--group", options.group, "Only the units of this group")->type_name("NAME");
+    command
+        .add_option(
+            "--broadcast", options.broadcast,
+            "Call all units of a network at once (default without --units: 255.255.255.255)")
+        ->type_name("ADDRESS");
+    add_duration(command, "--every", options.every, "60s", "How often, e.g. 30s or 5min");
+    command.add_flag("--json", settings.as_json, "Print a line of JSON for each change");
+    command
+        .add_option("--prometheus", settings.metrics_file,
+                    "Keep the metrics in this file, for the node exporter's textfile collector")
+        ->type_name("FILE.prom");
+    command
+        .add_option("--listen", options.listen,
+                    "Answer scrapes of Prometheus here, at the path /metrics")
+        ->type_name("ADDRESS:PORT");
+}

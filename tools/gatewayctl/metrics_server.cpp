@@ -110,7 +110,8 @@ void metrics_server::answer_fn(evhttp_request *request, void *arg) {
     }
     evhttp_remove_header(headers, "Content-Type");
     evhttp_add_header(headers, "Content-Type", "text/plain; version=0.0.4; charset=utf-8");
-    reply(request, HTTP_OK, "OK", self.text_());
+    // The library would send a body even to those who ask for the head only.
+    reply(request, HTTP_OK, "OK", method == EVHTTP_REQ_HEAD ? "" : self.text_());
 }
 
 void metrics_server::watch(poll_set &set) const {
@@ -130,15 +131,15 @@ void metrics_server::watch(poll_set &set) const {
 void metrics_server::advance() {
     lack_.is_resting() ? evconnlistener_disable(listener_) : evconnlistener_enable(listener_);
     has_failed_to_accept = false;
-    end_late_clients();
     event_base_loop(base_.get(), EVLOOP_NONBLOCK);
     forget_ended_clients();
+    end_late_clients();
     if (has_failed_to_accept) {
         lack_.note();
     }
 }
 
-// The library notices the end of the connection as if it were the client's.
+// The library notices the end of the connection at the next opportunity, as if it were the client's.
 void metrics_server::end_late_clients() {
     std::size_t left = clients_.size();
     for (const client &one : clients_) {

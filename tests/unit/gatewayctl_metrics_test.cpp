@@ -240,9 +240,8 @@ TEST(metrics_server, answers_nothing_else) {
         EXPECT_EQ(first_line(answer), "HTTP/1.1 405 Method Not Allowed");
         EXPECT_NE(answer.find("Allow: GET, HEAD\r\n"), std::string::npos);
     }
-    EXPECT_EQ(
-        first_line(answer_to(served, "GET /" + std::string(10000, 'x') + "\r\n\r\n")).substr(0, 12),
-        "HTTP/1.1 414");
+    const std::string endless = "GET /" + std::string(10000, 'x') + "\r\n\r\n";
+    EXPECT_TRUE(answer_to(served, endless).starts_with("HTTP/1.1 400"));
 }
 
 TEST(metrics_server, ends_the_oldest_of_too_many_connections) {

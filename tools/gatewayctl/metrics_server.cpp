@@ -27,7 +27,8 @@ constexpr int every_method = EVHTTP_REQ_GET | EVHTTP_REQ_POST | EVHTTP_REQ_HEAD 
 // The library calls with no argument of ours.
 bool has_failed_to_accept = false;
 
-void accept_failed_fn(evconnlistener * /*listener*/, void * /*arg*/) {
+void accept_failed_fn(evconnlistener *listener, void * /*arg*/) {
+    evconnlistener_disable(listener);
     has_failed_to_accept = true;
 }
 
@@ -121,6 +122,9 @@ void metrics_server::watch(poll_set &set) const {
         set.watch(bufferevent_getfd(one.stream), static_cast<short>(events));
         set.wake_by(one.end);
     }
+    if (event_base_get_num_events(base_.get(), EVENT_BASE_COUNT_ACTIVE) > 0) {
+        set.wake_by(clock_type::now()); // it has put something off
+    }
     if (lack_.is_resting()) {
         set.wake_by(lack_.rest_end());
     } else {
@@ -131,7 +135,7 @@ void metrics_server::watch(poll_set &set) const {
 void metrics_server::advance() {
     lack_.is_resting() ? evconnlistener_disable(listener_) : evconnlistener_enable(listener_);
     has_failed_to_accept = false;
-    event_base_loop(base_.get(), EVLOOP_NONBLOCK);
+    event_base_loop(base_.get(), EVLOOP_ONCE | EVLOOP_NONBLOCK);
     forget_ended_clients();
     end_late_clients();
     if (has_failed_to_accept) {

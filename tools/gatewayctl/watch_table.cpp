@@ -106,17 +106,16 @@ std::string table_text(const fleet &units, const table_frame &frame) {
     }
     std::vector<const fleet_unit *> all = units.units();
     std::ranges::stable_sort(all, {}, [](const fleet_unit *unit) { return rank(*unit); });
-    // Headings, and the line about those that do not fit.
-    const std::size_t room = frame.rows - std::min(frame.rows, lines.size() + 1);
-    const std::size_t shown =
-        all.size() <= room ? all.size() : room - std::min<std::size_t>(room, 1);
     std::vector<table_row> rows{headings};
-    for (std::size_t i = 0; i < shown; ++i) {
-        rows.push_back(row_of(*all[i], frame.now));
-    }
+    std::ranges::transform(all, std::back_inserter(rows),
+                           [&frame](const fleet_unit *unit) { return row_of(*unit, frame.now); });
+    // All of them, so that the columns stay where they are.
     std::ranges::move(lines_of(rows), std::back_inserter(lines));
-    if (shown < all.size()) {
-        lines.push_back("and " + std::to_string(all.size() - shown) + " more");
+    if (lines.size() > frame.rows) {
+        const std::size_t kept = std::max<std::size_t>(frame.rows, 1) - 1;
+        const std::size_t hidden = std::min(lines.size() - kept, all.size());
+        lines.resize(kept);
+        lines.push_back("and " + std::to_string(hidden) + " more");
     }
     std::string text;
     for (const std::string &line : lines) {

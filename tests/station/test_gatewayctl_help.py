@@ -66,7 +66,7 @@ def test_help_teaches() -> None:
     assert "Examples:\n" in result.stdout
     assert "Exit status: 0 done" in result.stdout
     assert run(GATEWAYCTL, "--version").stdout == f"gatewayctl {VERSION}\n"
-    assert len(commands()) == 16
+    assert len(commands()) == 17
 
 
 def test_manual_and_completion_know_every_command_and_option() -> None:
@@ -97,6 +97,7 @@ def test_manual_is_well_formed() -> None:
         (["detail-alert", "--un"], ["--unit"]),
         (["rotation", ""], ["0", "180", "270", "90"]),
         (["--to", "x", "roll-call", "--b"], ["--broadcast"]),
+        (["watch", "--p"], ["--prometheus"]),
     ],
 )
 def test_completion(words: list[str], expected: list[str]) -> None:

@@ -2,7 +2,7 @@
 
 _gatewayctl() {
     local commands="display-alert detail-alert map stop-turnout end-alert turnout-timer set-date page
-        rotation reboot play-audio set-gateway raw roll-call serve decode"
+        rotation reboot play-audio set-gateway raw roll-call serve watch decode"
     local common="--help --to --udp --dry-run --timeout --version"
     local word command="" current=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD - 1]}
     for word in "${COMP_WORDS[@]:1:COMP_CWORD-1}"; do
@@ -22,9 +22,10 @@ _gatewayctl() {
     raw) words="--file" ;;
     roll-call) words="--broadcast --wait --json" ;;
     serve) words="--rotation --roll-call --every" ;;
+    watch) words="--units --group --broadcast --every --json --prometheus --listen" ;;
     decode) words="--file --record" ;;
     esac
-    if [ "$previous" = --file ]; then
+    if [[ $previous = --file || $previous = --units || $previous = --prometheus ]]; then
         mapfile -t COMPREPLY < <(compgen -f -- "$current")
     elif [ -n "$command" ] && [[ $current == -* ]]; then
         mapfile -t COMPREPLY < <(compgen -W "$words $common" -- "$current")

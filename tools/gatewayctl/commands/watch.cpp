@@ -107,7 +107,7 @@ void add_watch(CLI::App &app) {
     command
         .add_option(
             "--broadcast", options.broadcast,
-            "Call all units of a network at once (default without --units: 255.255.255.255)")
+            "Call all units of a network at once (default, unless units are given: 255.255.255.255)")
         ->type_name("ADDRESS");
     add_duration(command, "--every", options.every, "60s", "How often, e.g. 30s or 5min");
     command.add_flag("--json", settings.as_json, "Print a line of JSON for each change");

@@ -1,5 +1,6 @@
 """Units on the gateway's own loopback network that do nothing but answer roll calls."""
 
+import contextlib
 import selectors
 import socket
 import threading
@@ -31,8 +32,9 @@ class LoopbackUnit:
         if self.is_deaf:
             return
         reply = bytes([2]) + self.board + bytes([12, VERSION])
-        for record in (reply, *(bytes([code]) + self.board for code in self.asks_for)):
-            self.send_to(caller[0], record)
+        with contextlib.suppress(ConnectionError):  # the gateway may just have ended
+            for record in (reply, *(bytes([code]) + self.board for code in self.asks_for)):
+                self.send_to(caller[0], record)
 
     def send_to(self, gateway: str, record: bytes) -> None:
         """In the calling thread's network."""

@@ -1,19 +1,26 @@
 #pragma once
 
 #include "tools/gatewayctl/messages.h"
+#include "tools/gatewayctl/selection.h"
 
 #include <CLI/CLI.hpp>
 #include <chrono>
+#include <cstddef>
 #include <functional>
 #include <string>
 
 /// What the commands have in common: the options that come with each, and how to add a command.
 
 struct common_settings {
-    std::string to;
+    selection_settings units;
     bool over_udp = false;
     bool is_dry_run = false;
+    bool is_forced = false;
+    bool as_json = false;
     double timeout = 0; // seconds
+    std::size_t parallel = 32;
+    int retries = 0;
+    std::string failed_file; // empty: none
 
     channel via() const {
         return over_udp ? channel::udp : channel::tcp;
@@ -22,7 +29,11 @@ struct common_settings {
 
 extern common_settings common;
 
+/// They have their defaults from the environment and from a file.
 void add_common_options(CLI::App &app);
+
+/// After the command line is parsed.
+void take_environment(const CLI::App &app);
 
 /// The action returns the exit status.
 CLI::App &add_command(CLI::App &app, const std::string &name, const std::string &help,

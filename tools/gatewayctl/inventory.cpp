@@ -10,7 +10,6 @@
 #include <charconv>
 #include <cstddef>
 #include <fstream>
-#include <iostream>
 #include <iterator>
 #include <map>
 #include <optional>
@@ -180,9 +179,6 @@ std::string read_all(std::istream &input) {
 } // namespace
 
 std::vector<inventory_unit> read_inventory(const std::string &file) {
-    if (file == "-") {
-        return parse_inventory(read_all(std::cin), "standard input");
-    }
     std::ifstream input(file, std::ios::binary);
     if (!input) {
         throw run_failure("cannot open " + file + ": " + reason(errno));

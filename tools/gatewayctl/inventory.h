@@ -21,7 +21,7 @@ struct inventory_unit {
     std::string comment{};          ///< without the "#"
 };
 
-/// Reads the file; "-" is standard input. A run_failure if it cannot be read. A usage_failure, with
+/// Reads the file. A run_failure if it cannot be read. A usage_failure, with
 /// the file and the line, if a line is wrong, or if a name, an address or a hardware address appears
 /// a second time.
 std::vector<inventory_unit> read_inventory(const std::string &file);

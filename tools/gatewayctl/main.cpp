@@ -25,10 +25,12 @@ constexpr const char *examples =
     "  gatewayctl --to 10.87.33.50 map http://10.87.33.20/map.png\n"
     "  gatewayctl --to 10.87.33.50 end-alert\n"
     "  gatewayctl --to 10.87.33.50 page --framed http://10.87.33.20/news\n"
+    "  gatewayctl --units units --group north --retries 2 --failed-to failed end-alert\n"
     "  gatewayctl --dry-run display-alert --text DRILL\n"
     "  gatewayctl decode 31 01\n"
     "\n"
-    "Exit status: 0 done; 1 failed, or decode found a fault; 2 invalid request.";
+    "Exit status: 0 done; 1 failed for at least one unit, or decode found a fault; 2 invalid\n"
+    "request.";
 
 // The text may quote the command line, which a script may have taken from an untrusted source.
 void complain(const char *words) {
@@ -51,6 +53,7 @@ int run(int argc, char **argv) {
         std::fputs("See gatewayctl --help.\n", stderr);
         return usage_status;
     }
+    take_environment(app);
     if (!chosen_action()) {
         throw usage_failure("no command given: see gatewayctl --help for a list");
     }

@@ -82,12 +82,12 @@ labels with(labels known, const char *name, std::string value) {
 
 void add_tally(metrics_page &page, const fleet_tally &tally) {
     page.add_only("units_expected", "gauge",
-                  "Units that ought to be there: those of the units file or, without one, all that "
+                  "Units that ought to be there: those of the inventory or, without one, all that "
                   "have answered since the start.",
                   static_cast<double>(tally.expected));
     page.add_only("units_present", "gauge", "Expected units that answer roll calls.",
                   static_cast<double>(tally.present));
-    page.add_only("units_unknown", "gauge", "Units that answer but are not in the units file.",
+    page.add_only("units_unknown", "gauge", "Units that answer but are not in the inventory.",
                   static_cast<double>(tally.unknown));
 }
 

@@ -6,25 +6,37 @@
 #include "tools/gatewayctl/roll_call.h"
 
 #include <string>
+#include <vector>
+
+namespace {
+
+std::vector<sockaddr_in> addresses_to_call(const std::string &broadcast) {
+    const bool is_to_given = !common.units.to.empty();
+    if (is_to_given && !broadcast.empty()) {
+        throw usage_failure("roll-call takes either --to for single units or --broadcast for all");
+    }
+    if (!is_to_given) {
+        return {resolve(broadcast.empty() ? "255.255.255.255" : broadcast)};
+    }
+    std::vector<sockaddr_in> addresses;
+    for (const inventory_unit &unit : select_units(common.units).units) {
+        addresses.push_back(resolve(unit.address));
+    }
+    return addresses;
+}
+
+} // namespace
 
 void add_roll_call(CLI::App &app) {
     static std::string broadcast;
     static double wait = 0;
-    static bool as_json = false;
     CLI::App &command =
         add_command(app, "roll-call", "List the units that answer, and what they ask for", [] {
-            if (!common.to.empty() && !broadcast.empty()) {
-                throw usage_failure(
-                    "roll-call takes either --to for one unit or --broadcast for all");
-            }
-            const std::string everybody = broadcast.empty() ? "255.255.255.255" : broadcast;
-            return call_roll(resolve(common.to.empty() ? everybody : common.to),
-                             to_milliseconds(wait), as_json);
+            return call_roll(addresses_to_call(broadcast), to_milliseconds(wait), common.as_json);
         });
     command
         .add_option("--broadcast", broadcast,
                     "The network's broadcast address (default: 255.255.255.255)")
         ->type_name("ADDRESS");
     add_duration(command, "--wait", wait, "2s", "How long to listen, e.g. 2s or 500ms");
-    command.add_flag("--json", as_json, "Print a line of JSON for each unit");
 }

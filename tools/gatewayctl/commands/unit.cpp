@@ -23,7 +23,9 @@ bool is_confirmed(const std::string &question) {
 void add_set_date(CLI::App &app) {
     static std::string date;
     CLI::App &command = add_command(app, "set-date", "Set the unit's clock", [] {
-        return send_message(make_set_date(date.empty() ? date_now() : date, common.via()));
+        // As it is when it is sent: the last ones of many units may have to wait.
+        return send_message(message_fn(
+            [] { return make_set_date(date.empty() ? date_now() : date, common.via()); }));
     });
     command.add_option("DATE", date,
                        "In any form that date -s accepts; by default this machine's time");
@@ -40,8 +42,9 @@ void add_reboot(CLI::App &app) {
     static bool is_sure = false;
     CLI::App &command =
         add_command(app, "reboot", "Reboot the unit's board; asks for confirmation", [] {
-            if (!is_sure && !common.is_dry_run && !common.to.empty() &&
-                !is_confirmed("Reboot " + printable(common.to) + "?")) {
+            if (!is_sure && !common.is_dry_run &&
+                !is_confirmed("Reboot " + printable(summary_of(select_units(common.units))) +
+                              "?")) {
                 std::cerr << "gatewayctl: nothing was sent\n";
                 return 1;
             }

@@ -3,7 +3,7 @@
 #include "tools/gatewayctl/address.h"
 #include "tools/gatewayctl/command_line.h"
 #include "tools/gatewayctl/failure.h"
-#include "tools/gatewayctl/inventory.h"
+#include "tools/gatewayctl/selection.h"
 #include "tools/gatewayctl/text.h"
 #include "tools/gatewayctl/watch.h"
 
@@ -15,8 +15,6 @@ namespace {
 
 struct watch_options {
     std::string broadcast;
-    std::string units;
-    std::string group;
     std::string listen;
     double every = 0; // seconds
 };
@@ -24,35 +22,35 @@ struct watch_options {
 watch_options options;
 watch_settings settings;
 
+bool are_units_given() {
+    const selection_settings &units = common.units;
+    return !units.to.empty() || !units.inventory.empty() || !units.group.empty();
+}
+
 void take_units() {
     std::map<std::uint32_t, std::string> names;
-    std::vector<inventory_unit> units = read_inventory(options.units);
-    if (!options.group.empty()) {
-        units = of_group(units, options.group);
-    }
-    for (const inventory_unit &unit : units) {
+    for (const inventory_unit &unit : select_units(common.units).units) {
         const sockaddr_in where = resolve(unit.address);
         const std::uint32_t address = ntohl(where.sin_addr.s_addr);
         const auto [other, is_new] = names.emplace(address, unit.name);
         if (!is_new) {
-            throw usage_failure(options.units + ": " + other->second + " and " + unit.name +
-                                " have the same address, " + host_text(address));
+            throw usage_failure(other->second + " and " + unit.name + " have the same address, " +
+                                host_text(address));
         }
         settings.units.push_back({address, unit.name, unit.group});
         settings.calls.push_back(where);
     }
-    if (settings.units.empty()) {
-        throw usage_failure(options.units + " names no unit");
-    }
 }
 
 void take_calls() {
-    if (!common.to.empty() && !options.broadcast.empty()) {
-        throw usage_failure("watch takes either --to for one unit or --broadcast for all");
+    if (!common.units.to.empty() && !options.broadcast.empty()) {
+        throw usage_failure("watch takes either --to for single units or --broadcast for all");
     }
-    const std::string &place = common.to.empty() ? options.broadcast : common.to;
-    if (!place.empty()) {
-        settings.calls = {resolve(place)};
+    if (are_units_given()) {
+        take_units();
+    }
+    if (!options.broadcast.empty()) {
+        settings.calls = {resolve(options.broadcast)};
     } else if (settings.calls.empty()) {
         settings.calls = {resolve("255.255.255.255")};
     }
@@ -83,12 +81,8 @@ int run_watch() {
         }
         settings.listen = resolve(options.listen);
     }
-    if (!options.units.empty()) {
-        take_units();
-    } else if (!options.group.empty()) {
-        throw usage_failure("--group takes --units");
-    }
     take_calls();
+    settings.as_json = common.as_json;
     watch(settings);
     return 0;
 }
@@ -100,17 +94,11 @@ void add_watch(CLI::App &app) {
         app, "watch", "Call the roll again and again, and show who is there and since when",
         run_watch);
     command
-        .add_option("--units", options.units,
-                    "The units that ought to be there; each is called by itself")
-        ->type_name("FILE");
-    command.add_option("--group", options.group, "Only the units of this group")->type_name("NAME");
-    command
-        .add_option(
-            "--broadcast", options.broadcast,
-            "Call all units of a network at once (default, unless units are given: 255.255.255.255)")
+        .add_option("--broadcast", options.broadcast,
+                    "Call all units of a network at once (default, unless units are given: "
+                    "255.255.255.255)")
         ->type_name("ADDRESS");
     add_duration(command, "--every", options.every, "60s", "How often, e.g. 30s or 5min");
-    command.add_flag("--json", settings.as_json, "Print a line of JSON for each change");
     command
         .add_option("--prometheus", settings.metrics_file,
                     "Keep the metrics in this file, for the node exporter's textfile collector")

@@ -103,11 +103,11 @@ def test_group_alone_is_called(station: Station, units: list[LoopbackUnit], inve
     watch.wait_for_output("is there")
     with station.on_gateway():
         units[1].send_to("127.0.0.1", b"\2" + units[1].board + bytes([12, VERSION]))
-    watch.wait_for_output("but not in the inventory")
+    watch.wait_for_output("but not expected")
     assert changes(watch)[1:] == [
         f"alpha is there, version {VERSION} ({units[0].hardware_address})",
         f"127.0.1.2 is there, version {VERSION} ({units[1].hardware_address}), "
-        "but not in the inventory",
+        "but not expected",
     ]
 
 

@@ -54,7 +54,7 @@ TEST(watch_words, tell_every_change) {
     story.call();
     const std::vector<std::string> expected{
         "alpha is there, version 47 (02:00:0a:57:21:32)",
-        "10.87.51.51 is there, version 47 (02:00:0a:57:21:32), but not in the inventory",
+        "10.87.51.51 is there, version 47 (02:00:0a:57:21:32), but not expected",
         "alpha asks for: date",
         "gamma is missing; it has not answered since the start",
         "alpha is missing; its last answer came at 04:00:00",

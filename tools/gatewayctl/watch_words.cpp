@@ -115,7 +115,7 @@ std::string change_text(const fleet_change &change, bool has_names) {
     switch (change.kind) {
     case change_kind::appeared:
         return std::string("is there") + version_text(unit) + board_text(unit) +
-               (has_names && !unit.is_expected ? ", but not in the inventory" : "");
+               (has_names && !unit.is_expected ? ", but not expected" : "");
     case change_kind::returned:
         return "is back after " + span_text(seconds_between(change.before, change.time)) +
                version_text(unit) + board_text(unit);

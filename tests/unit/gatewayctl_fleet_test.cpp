@@ -97,10 +97,10 @@ TEST(fleet, believes_any_record) {
     story.call();
     story.answer(alpha, record_type::set_date_request, "02:00:0a:57:21:32", 0);
     EXPECT_EQ(unit_of(story, alpha).state, presence::present);
-    EXPECT_EQ(unit_of(story, alpha).hardware_address, "02:00:0a:57:21:32");
-    EXPECT_EQ(unit_of(story, alpha).version, 0);
+    EXPECT_EQ(unit_of(story, alpha).said.hardware_address, "02:00:0a:57:21:32");
+    EXPECT_EQ(unit_of(story, alpha).said.version, 0);
     story.answer(alpha);
-    EXPECT_EQ(unit_of(story, alpha).version, 47);
+    EXPECT_EQ(unit_of(story, alpha).said.version, 47);
     EXPECT_EQ(story.take_kinds(), kinds{change_kind::appeared});
 }
 
@@ -139,8 +139,8 @@ TEST(fleet, tells_of_other_boards_and_versions) {
     EXPECT_EQ(story.take_kinds(), kinds{change_kind::other_version});
     story.answer(alpha, record_type::rollcall_reply, "02:00:0a:57:21:33", 48);
     EXPECT_EQ(story.take_kinds(), kinds{change_kind::other_board});
-    EXPECT_EQ(unit_of(story, alpha).hardware_address, "02:00:0a:57:21:33");
-    EXPECT_EQ(unit_of(story, alpha).version, 48);
+    EXPECT_EQ(unit_of(story, alpha).said.hardware_address, "02:00:0a:57:21:33");
+    EXPECT_EQ(unit_of(story, alpha).said.version, 48);
 }
 
 TEST(fleet, forgets_unknown_units_that_leave) {

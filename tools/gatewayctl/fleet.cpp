@@ -40,8 +40,8 @@ void fleet::judge(moment now) {
 
 // That a unit no longer asks is believed only when it has answered a roll call without asking.
 void fleet::judge_unit(fleet_unit &unit, wall_time now) {
-    unit.wants_date = unit.has_asked_for_date;
-    unit.wants_settings = unit.has_asked_for_settings;
+    unit.said.wants_date = unit.has_asked_for_date;
+    unit.said.wants_settings = unit.has_asked_for_settings;
     if (!unit.has_answered && unit.state != presence::missing) {
         unit.state = presence::missing;
         unit.since = now;
@@ -71,9 +71,9 @@ bool fleet::note_record(std::uint32_t address, const unit_record &record, moment
     note_answer(*unit, now);
     note_board(*unit, record, now.wall);
     if (record.type == record_type::set_date_request) {
-        unit->wants_date = unit->has_asked_for_date = true;
+        unit->said.wants_date = unit->has_asked_for_date = true;
     } else if (record.type == record_type::settings_request) {
-        unit->wants_settings = unit->has_asked_for_settings = true;
+        unit->said.wants_settings = unit->has_asked_for_settings = true;
     }
     return true;
 }
@@ -102,16 +102,16 @@ void fleet::note_answer(fleet_unit &unit, moment now) {
 }
 
 void fleet::note_board(fleet_unit &unit, const unit_record &record, wall_time now) {
-    const std::string address = std::exchange(unit.hardware_address, record.hardware_address);
-    const int version = unit.version;
+    const roll_answer before = unit.said;
+    unit.said.hardware_address = record.hardware_address;
     if (record.type == record_type::rollcall_reply) {
-        unit.version = record.version;
+        unit.said.version = record.version;
     }
     note_presence(unit, now);
-    if (!address.empty() && address != unit.hardware_address) {
+    if (!before.hardware_address.empty() && before.hardware_address != unit.said.hardware_address) {
         tell(change_kind::other_board, unit, now);
     }
-    if (version != 0 && version != unit.version) {
+    if (before.version != 0 && before.version != unit.said.version) {
         tell(change_kind::other_version, unit, now);
     }
 }
@@ -148,9 +148,11 @@ std::string name_of(const fleet_unit &unit) {
 }
 
 std::string requests_text(const fleet_unit &unit) {
-    const std::string date = unit.wants_date ? "date" : "";
-    const std::string settings = unit.wants_settings ? "settings" : "";
-    return date + (date.empty() || settings.empty() ? "" : ", ") + settings;
+    std::string text;
+    for (const std::string &request : requests_of(unit.said)) {
+        text += (text.empty() ? "" : ", ") + request;
+    }
+    return text;
 }
 
 fleet_tally tally_of(const fleet &units) {

@@ -2,6 +2,7 @@
 
 #include "tools/gatewayctl/poll_set.h"
 #include "tools/gatewayctl/records.h"
+#include "tools/gatewayctl/roll.h"
 
 #include <chrono>
 #include <cstddef>
@@ -43,10 +44,7 @@ struct fleet_unit {
     presence state = presence::awaited;
     wall_time since;                      ///< of its state
     std::optional<wall_time> last_answer; ///< none: it has never answered
-    std::string hardware_address;         ///< empty: not known
-    int version = 0;                      ///< 0: not known
-    bool wants_date = false;
-    bool wants_settings = false;
+    roll_answer said;                     ///< what is known from its records
 
     // Since the latest roll call.
     bool has_answered = false;

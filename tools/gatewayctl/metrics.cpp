@@ -112,8 +112,9 @@ void add_information(metrics_page &page, const std::vector<const fleet_unit *> &
                "What a unit has said of itself, and whether it is expected; always 1.");
     for (const fleet_unit *unit : units) {
         if (unit->last_answer) {
-            labels said = with(identity_labels(*unit), "hardware_address", unit->hardware_address);
-            said = with(std::move(said), "version", std::to_string(unit->version));
+            labels said =
+                with(identity_labels(*unit), "hardware_address", unit->said.hardware_address);
+            said = with(std::move(said), "version", std::to_string(unit->said.version));
             page.add(1, with(std::move(said), "expected", unit->is_expected ? "true" : "false"));
         }
     }
@@ -125,8 +126,8 @@ void add_requests(metrics_page &page, const std::vector<const fleet_unit *> &uni
     for (const fleet_unit *unit : units) {
         if (unit->state == presence::present) {
             const labels named = identity_labels(*unit);
-            page.add(unit->wants_date ? 1 : 0, with(named, "request", "date"));
-            page.add(unit->wants_settings ? 1 : 0, with(named, "request", "settings"));
+            page.add(unit->said.wants_date ? 1 : 0, with(named, "request", "date"));
+            page.add(unit->said.wants_settings ? 1 : 0, with(named, "request", "settings"));
         }
     }
 }

@@ -18,15 +18,6 @@ using table_row = std::array<std::string, columns>;
 const table_row headings{"UNIT", "GROUP",   "ADDRESS",          "STATE",   "SINCE",
                          "FOR",  "VERSION", "HARDWARE ADDRESS", "ASKS FOR"};
 
-// The number of characters.
-std::size_t length(std::string_view text) {
-    std::size_t count = 0;
-    for (; !text.empty(); ++count) {
-        text.remove_prefix(std::max<std::size_t>(first_character(text).size, 1));
-    }
-    return count;
-}
-
 std::string shortened(std::string_view text, std::size_t most) {
     std::string_view rest = text;
     for (; most > 0 && !rest.empty(); --most) {
@@ -40,7 +31,7 @@ std::string or_dash(std::string text) {
 }
 
 table_row row_of(const fleet_unit &unit, wall_time now) {
-    const std::string version = unit.version == 0 ? "" : std::to_string(unit.version);
+    const std::string version = unit.said.version == 0 ? "" : std::to_string(unit.said.version);
     return {printable(name_of(unit)),
             or_dash(printable(unit.identity.group)),
             host_text(unit.identity.address),
@@ -48,24 +39,24 @@ table_row row_of(const fleet_unit &unit, wall_time now) {
             clock_text(unit.since, "%m-%d %T"),
             span_text(seconds_between(unit.since, now)),
             or_dash(version),
-            or_dash(unit.hardware_address),
+            or_dash(unit.said.hardware_address),
             or_dash(requests_text(unit))};
 }
 
-std::string joined(const table_row &row, const std::array<std::size_t, columns> &widths) {
+std::string joined(const table_row &row, const std::array<int, columns> &widths) {
+    constexpr int gap = 2;
     std::string line;
     for (std::size_t i = 0; i < columns; ++i) {
-        const bool is_last = i + 1 == columns;
-        line += row[i] + std::string(is_last ? 0 : widths[i] - length(row[i]) + 2, ' ');
+        line += i + 1 == columns ? row[i] : padded(row[i], widths[i] + gap);
     }
     return line;
 }
 
 std::vector<std::string> lines_of(const std::vector<table_row> &rows) {
-    std::array<std::size_t, columns> widths{};
+    std::array<int, columns> widths{};
     for (const table_row &row : rows) {
         for (std::size_t i = 0; i < columns; ++i) {
-            widths[i] = std::max(widths[i], length(row[i]));
+            widths[i] = std::max(widths[i], width_of(row[i]));
         }
     }
     std::vector<std::string> lines;

@@ -23,11 +23,11 @@ std::string utc_text(wall_time time) {
 }
 
 std::string version_text(const fleet_unit &unit) {
-    return unit.version == 0 ? "" : ", version " + std::to_string(unit.version);
+    return unit.said.version == 0 ? "" : ", version " + std::to_string(unit.said.version);
 }
 
 std::string board_text(const fleet_unit &unit) {
-    return " (" + unit.hardware_address + ")";
+    return " (" + unit.said.hardware_address + ")";
 }
 
 std::string last_answer_text(const fleet_unit &unit) {
@@ -58,9 +58,9 @@ std::string json_or_null(const std::string &text) {
 }
 
 std::string requests_json(const fleet_unit &unit) {
-    std::string text = unit.wants_date ? R"("date")" : "";
-    if (unit.wants_settings) {
-        text += (text.empty() ? "" : ", ") + std::string(R"("settings")");
+    std::string text;
+    for (const std::string &request : requests_of(unit.said)) {
+        text += (text.empty() ? "" : ", ") + json_quoted(request);
     }
     return "[" + text + "]";
 }
@@ -141,7 +141,7 @@ std::string change_json(const fleet_change &change) {
            json_or_null(unit.identity.group) + R"(, "state": ")" + state_name(unit) +
            R"(", "since": ")" + utc_text(unit.since) + R"(", "last_answer": )" +
            json_or_null(answer) + R"(, "hardware_address": )" +
-           json_or_null(unit.hardware_address) + R"(, "version": )" +
-           (unit.version == 0 ? "null" : std::to_string(unit.version)) + R"(, "asks_for": )" +
-           requests_json(unit) + "}";
+           json_or_null(unit.said.hardware_address) + R"(, "version": )" +
+           (unit.said.version == 0 ? "null" : std::to_string(unit.said.version)) +
+           R"(, "asks_for": )" + requests_json(unit) + "}";
 }

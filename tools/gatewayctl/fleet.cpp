@@ -11,7 +11,7 @@ moment moment_now() {
 }
 
 void answer_times::add(double seconds) {
-    const auto bound = std::ranges::lower_bound(bounds, seconds);
+    const auto *const bound = std::ranges::lower_bound(bounds, seconds);
     ++counts[static_cast<std::size_t>(bound - std::begin(bounds))];
     sum += seconds;
 }

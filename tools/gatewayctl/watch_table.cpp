@@ -26,7 +26,7 @@ std::string shortened(std::string_view text, std::size_t most) {
     return std::string(text.substr(0, text.size() - rest.size()));
 }
 
-std::string or_dash(std::string text) {
+std::string or_dash(const std::string &text) {
     return text.empty() ? "-" : text;
 }
 

@@ -106,8 +106,7 @@ def test_group_alone_is_called(station: Station, units: list[LoopbackUnit], inve
     watch.wait_for_output("but not expected")
     assert changes(watch)[1:] == [
         f"alpha is there, version {VERSION} ({units[0].hardware_address})",
-        f"127.0.1.2 is there, version {VERSION} ({units[1].hardware_address}), "
-        "but not expected",
+        f"127.0.1.2 is there, version {VERSION} ({units[1].hardware_address}), " "but not expected",
     ]
 
 

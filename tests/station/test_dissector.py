@@ -200,7 +200,15 @@ def any_messages() -> list[bytes]:
         *(gateway.detail_alert("FIRE", {2: Unit("E1", 1)}), gateway.detail_alert("")),
         *(gateway.hdtv_alert("text", 7), gateway.set_date("now"), gateway.hdtv_settings(3)),
         *(gateway.set_page_address("http://x/"), gateway.set_map_address("HTTP://x/")),
-        *(b'{"comm_gw":"x"}', b'{"a""comm_gw":"x"}', b'{"comm_gw":"x', b'{"comm_gw":"","x":"y"}'),
+        *(gateway.detail_alert("x", {1: Unit('E"1', 3)}), b'\x34http://x/"'),
+        gateway.detail_alert("x", {1: Unit("E1" + 28 * "\0" + "1x", 3)}),
+        *(
+            b'{"x":"y"comm_gw":"z"}',
+            b'{"comm_gw":"x"}',
+            b'{"a""comm_gw":"x"}',
+            b'{"comm_gw":"x',
+            b'{"comm_gw":"","x":"y"}',
+        ),
         *(gateway.play_clip("http://x/a.wav"), gateway.reboot(), gateway.stop_turnout()),
         *(b"\x09", gateway.roll_call(), b"\x26" + bytes(4)),
     ]

@@ -21,6 +21,7 @@ constexpr const char *about =
 constexpr const char *examples =
     "Examples:\n"
     "  gatewayctl roll-call --broadcast 10.87.33.255\n"
+    "  gatewayctl watch --units units\n"
     "  gatewayctl --to 10.87.33.50 detail-alert --text 'STRUCTURE FIRE' --unit E1:2 --turnout 120\n"
     "  gatewayctl --to 10.87.33.50 map http://10.87.33.20/map.png\n"
     "  gatewayctl --to 10.87.33.50 end-alert\n"

@@ -90,6 +90,15 @@ download_packages() {
     return "$result"
 }
 
+# unpack_once DIRECTORY PACKAGE...  The same, unless they are there already.
+unpack_once() {
+    [ ! -e "$1/complete" ] || return 0
+    rm -rf "$1"
+    mkdir -p "$1"
+    download_packages "$@"
+    touch "$1/complete"
+}
+
 # build PRESET [TARGET...]
 build() {
     local preset=$1

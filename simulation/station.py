@@ -541,6 +541,10 @@ class Station:
         """Permanently, and only for the calling thread: its new connections start in the unit."""
         linux.setns(self._unit_network, linux.CLONE_NEWNET)
 
+    def enter_gateway_network(self) -> None:
+        """The same on the gateway's side."""
+        linux.setns(self._gateway_network, linux.CLONE_NEWNET)
+
     def _enter_network(self, fd: int) -> None:
         linux.setns(fd, linux.CLONE_NEWNET)
         self._current_network.fd = fd

@@ -1,9 +1,13 @@
 #pragma once
 
+#include <cstdint>
 #include <netinet/in.h>
 #include <string>
 
 /// Where a unit is.
+
+/// A usage_failure if the text is malformed; nothing is resolved.
+void check_address(const std::string &host_and_port);
 
 /// "HOST" or "HOST:PORT"; without a port it is the unit's command port. A malformed text is a
 /// usage_failure, a name that cannot be resolved a run_failure.
@@ -14,6 +18,9 @@ std::string to_text(const sockaddr_in &address);
 
 /// "10.87.33.50".
 std::string host_text(const sockaddr_in &address);
+
+/// The same of a number in host byte order.
+std::string host_text(std::uint32_t address);
 
 /// As the socket calls expect it.
 inline const sockaddr *generic(const sockaddr_in &address) {

@@ -24,6 +24,11 @@ class descriptor_owner {
         return fd_;
     }
 
+    /// Gives it to another owner.
+    int release() {
+        return std::exchange(fd_, -1);
+    }
+
   private:
     int fd_;
 };

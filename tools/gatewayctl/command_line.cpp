@@ -43,14 +43,12 @@ std::string environment(const char *name) {
 
 // Whether the command asks for all units in another way than by the common options.
 bool is_broadcast(const CLI::App &app) {
-    return std::ranges::any_of(app.get_subcommands(), [](const CLI::App *command) {
-        for (const char *name : {"--broadcast", "--expect"}) {
-            const CLI::Option *option = command->get_option_no_throw(name);
-            if (option != nullptr && option->count() > 0) {
-                return true;
-            }
-        }
-        return false;
+    const auto is_given = [](const CLI::App *command, const char *name) {
+        const CLI::Option *option = command->get_option_no_throw(name);
+        return option != nullptr && option->count() > 0;
+    };
+    return std::ranges::any_of(app.get_subcommands(), [&is_given](const CLI::App *command) {
+        return is_given(command, "--broadcast") || is_given(command, "--expect");
     });
 }
 

@@ -65,16 +65,22 @@ class matching {
     std::vector<roll_entry> entries_;
 };
 
+std::string duplicate_line(const std::string &what, const std::string &value,
+                           const std::vector<std::string> &others) {
+    std::string line =
+        what + " " + value + " is in " + std::to_string(others.size()) + " answers, of ";
+    for (const std::string &other : others) {
+        line += &other == &others.front() ? "" : ", ";
+        line += other;
+    }
+    return line;
+}
+
 void add_duplicates(std::vector<std::string> &lines, const std::string &what,
                     const std::map<std::string, std::vector<std::string>> &values) {
     for (const auto &[value, others] : values) {
         if (others.size() > 1) {
-            std::string line =
-                what + " " + value + " is in " + std::to_string(others.size()) + " answers, of ";
-            for (const std::string &other : others) {
-                line += (&other == &others.front() ? "" : ", ") + other;
-            }
-            lines.push_back(line);
+            lines.push_back(duplicate_line(what, value, others));
         }
     }
 }

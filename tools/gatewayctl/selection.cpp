@@ -5,6 +5,7 @@
 #include "tools/gatewayctl/text.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace {
 
@@ -33,7 +34,7 @@ std::vector<inventory_unit> named_units(const std::vector<inventory_unit> &inven
     return units;
 }
 
-std::vector<inventory_unit> all_units(std::vector<inventory_unit> inventory,
+std::vector<inventory_unit> all_units(const std::vector<inventory_unit> &inventory,
                                       const selection_settings &settings) {
     if (settings.inventory.empty()) {
         throw usage_failure("no unit given: use --to HOST[:PORT] or --units FILE");
@@ -58,7 +59,7 @@ selection select_units(const selection_settings &settings) {
         inventory = read_inventory(settings.inventory);
     }
     if (settings.to.empty()) {
-        return {all_units(std::move(inventory), settings), true};
+        return {all_units(inventory, settings), true};
     }
     return {named_units(inventory, settings.to), settings.to.size() > 1};
 }

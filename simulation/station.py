@@ -10,6 +10,7 @@ import subprocess
 import sys
 import tempfile
 from collections.abc import Iterator, Mapping, Sequence
+from dataclasses import asdict, dataclass
 from pathlib import Path
 from typing import Any
 
@@ -238,8 +239,17 @@ class Process:
         os.close(self._errors)
 
 
+@dataclass(frozen=True)
+class Identity:
+    """A unit's own, on the station network."""
+
+    address: str | None
+    hardware_address: str
+
+
 class Station:
-    """A station with its gateway side. Use it in a with statement."""
+    """A station with its gateway side. Use it in a with statement. With further units it is a fleet
+    (simulation/fleet.py), and what it says of its unit is said of the first one."""
 
     def __init__(
         self,
@@ -251,6 +261,7 @@ class Station:
         has_display: bool = False,
         is_board_root: bool = False,
         has_page: bool = True,
+        further_units: Sequence[Identity] | None = None,
     ) -> None:
         """is_board_root is for tests of the board's own scripts: programs may become other users,
         mount, and create namespaces, in a user namespace that affects only the unit."""
@@ -262,9 +273,9 @@ class Station:
             **machine_settings(is_board_root),
             "is_board_root": is_board_root,
             "own_kernel_settings": _BOARD_SETTINGS if is_board_root else (),
-            "address": address,
             "interface": interface,
-            "hardware_address": hardware_address,
+            "units": [asdict(x) for x in (Identity(address, hardware_address), *(further_units or ()))],
+            "has_bridge": further_units is not None,
             "gateway_addresses": GATEWAY_ADDRESSES,
             "stand_ins": list(STAND_INS),
             "behaviour": {
@@ -276,12 +287,16 @@ class Station:
             "lent": self._lent(has_page),
             "lent_files": self._versions(has_page),
         }
-        self.gateway_pid, self.unit_pid = self._start_world(name, settings)
-        self.root = Path(f"/proc/{self.unit_pid}/root")
+        self.gateway_pid, self.unit_pids = self._start_world(name, settings)
         self._gateway_network = os.open(f"/proc/{self.gateway_pid}/ns/net", os.O_RDONLY)
-        self._unit_network = os.open(f"/proc/{self.unit_pid}/ns/net", os.O_RDONLY)
         self._own_network = os.open("/proc/thread-self/ns/net", os.O_RDONLY)
         self._current_network = self._own_network
+        self._look_into(self.unit_pids[0])
+
+    def _look_into(self, unit_pid: int) -> None:
+        self.unit_pid = unit_pid
+        self.root = Path(f"/proc/{unit_pid}/root")
+        self._unit_network = os.open(f"/proc/{unit_pid}/ns/net", os.O_RDONLY)
 
     def _lent(self, has_page: bool) -> dict[str, str]:
         libraries = str(build_directory().parent / BOARD_LIBRARIES)
@@ -311,7 +326,7 @@ class Station:
             **{name: str(path) for name, path in more.items()},
         }
 
-    def _start_world(self, name: str, settings: Mapping[str, Any]) -> tuple[int, int]:
+    def _start_world(self, name: str, settings: Mapping[str, Any]) -> tuple[int, list[int]]:
         ours, theirs = socket.socketpair(socket.AF_UNIX, socket.SOCK_SEQPACKET)
         ours.setsockopt(socket.SOL_SOCKET, socket.SO_PASSCRED, 1)
         ours.settimeout(DEADLINE)
@@ -330,19 +345,19 @@ class Station:
             self._keeper.stdin.close()
             self._keeper.stdin = None
             try:
-                return self._receive_pids(ours)
+                return self._receive_pids(ours, len(settings["units"]))
             except BaseException:
                 self._keeper.kill()
                 raise
 
-    def _receive_pids(self, channel: socket.socket) -> tuple[int, int]:
+    def _receive_pids(self, channel: socket.socket, units: int) -> tuple[int, list[int]]:
         pids: dict[bytes, int] = {}
-        while len(pids) < 2:
+        while len(pids) < 1 + units:
             side, pid = linux.receive_with_pid(channel)
             if not side:
                 raise StationError(self._last_words())
             pids[side] = pid
-        return pids[b"gateway"], pids[b"unit"]
+        return pids[b"gateway"], [pids[b"unit %d" % number] for number in range(units)]
 
     def _last_words(self) -> str:
         self._keeper.kill()

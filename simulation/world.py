@@ -9,6 +9,8 @@ machine's root, so nothing it writes ends up anywhere else.
 
 Each dies with its neighbors in this chain, and the two pids 1 take everything else with them:
 however the starter ends, there is nothing to clean up.
+
+A fleet has a builder and a unit for each of its units; gw0 is then a bridge that they are plugged into.
 """
 
 import json
@@ -58,29 +60,45 @@ def keep_gateway_side(
     linux.mount("none", "/", flags=linux.MS_REC | linux.MS_PRIVATE)
     linux.mount("proc", "/proc", "proc")
     linux.sethostname("gateway")
-    unshared, connected = socket.socketpair(), socket.socketpair()
-    builder = os.fork()
-    if builder == 0:
-        linux.die_with_parent()
-        users, network = make_user_namespace(ALL_IDS if settings["is_board_root"] else 1)
-        linux.unshare(linux.NEW_WORLD)
-        if settings["is_board_root"]:
-            linux.setns(network, linux.CLONE_NEWNET)
-        os.close(network)
-        unshared[1].send(b".")
-        connected[0].recv(1)
-        unit = os.fork()
-        if unit == 0:
-            keep_unit(settings, report, outside, users)
-        report.close()
-        reap_until(unit)
-    unshared[0].recv(1)
-    connect_networks(settings, builder)
+    unshared, connected = os.pipe(), os.pipe()
+    builders = []
+    for number in range(len(settings["units"])):
+        builders.append(os.fork())
+        if builders[-1] == 0:
+            os.close(connected[1])
+            build_unit(settings, number, report, outside, unshared[1], connected[0])
+    os.close(unshared[1])
+    for _ in builders:
+        os.read(unshared[0], 1)
+    connect_networks(settings, builders)
     confinement.confine_gateway_side(settings, outside)
     report.send(b"gateway")
     report.close()
-    connected[1].send(b".")
-    reap_until(builder)
+    os.close(connected[1])
+    reap_until(builders)
+
+
+def build_unit(
+    settings: dict[str, Any],
+    number: int,
+    report: socket.socket,
+    outside: list[str],
+    unshared: int,
+    connected: int,
+) -> NoReturn:
+    linux.die_with_parent()
+    users, network = make_user_namespace(ALL_IDS if settings["is_board_root"] else 1)
+    linux.unshare(linux.NEW_WORLD)
+    if settings["is_board_root"]:
+        linux.setns(network, linux.CLONE_NEWNET)
+    os.close(network)
+    os.write(unshared, b".")
+    os.read(connected, 1)  # until the gateway side closes its end
+    unit = os.fork()
+    if unit == 0:
+        keep_unit(settings, number, report, outside, users)
+    report.close()
+    reap_until([unit])
 
 
 def make_user_namespace(ids: int) -> tuple[int, int]:
@@ -105,16 +123,19 @@ def make_user_namespace(ids: int) -> tuple[int, int]:
     return made[0], made[1]
 
 
-def connect_networks(settings: dict[str, Any], unit: int) -> None:
-    interface = settings["interface"]
-    ip("link set lo up")
-    ip(
-        f"link add gw0 type veth peer name {interface}"
-        f" address {settings['hardware_address']} netns {unit}"
-    )
-    for address in settings["gateway_addresses"]:
-        ip(f"address add {address}/24 dev gw0")
-    ip("link set gw0 up")
+def connect_networks(settings: dict[str, Any], builders: list[int]) -> None:
+    interface, has_bridge = settings["interface"], settings["has_bridge"]
+    commands = ["link set lo up"]
+    if has_bridge:
+        commands += ["link add gw0 type bridge"]
+    for number, (unit, builder) in enumerate(zip(settings["units"], builders, strict=True)):
+        end = f"unit{number}" if has_bridge else "gw0"
+        peer = f"{interface} address {unit['hardware_address']} netns {builder}"
+        commands += [f"link add {end} type veth peer name {peer}"]
+        if has_bridge:
+            commands += [f"link set {end} master gw0 up"]
+    commands += [f"address add {address}/24 dev gw0" for address in settings["gateway_addresses"]]
+    ip(*commands, "link set gw0 up")
 
 
 def ip(*commands: str) -> None:
@@ -123,12 +144,12 @@ def ip(*commands: str) -> None:
 
 
 def keep_unit(
-    settings: dict[str, Any], report: socket.socket, outside: list[str], users: int
+    settings: dict[str, Any], number: int, report: socket.socket, outside: list[str], users: int
 ) -> NoReturn:
     linux.die_with_parent()
     signal.pthread_sigmask(signal.SIG_BLOCK, {signal.SIGCHLD})
     linux.sethostname("unit")
-    interface, address = settings["interface"], settings["address"]
+    interface, address = settings["interface"], settings["units"][number]["address"]
     commands = ["link set lo up", f"link set {interface} up"]
     if address:
         commands += [f"address add {address}/24 dev {interface}"]
@@ -144,9 +165,9 @@ def keep_unit(
         linux.unshare(linux.CLONE_NEWNS)
         linux.die_with_parent()  # the change of credentials cleared it
     os.close(users)
-    report.send(b"unit")
+    report.send(b"unit %d" % number)
     report.close()
-    reap_until(None)
+    reap_until([])
 
 
 def build_root(settings: dict[str, Any], outside: list[str]) -> None:
@@ -206,15 +227,15 @@ def build_station_directory(settings: dict[str, Any], outside: list[str]) -> Non
     confinement.write_lines(f"{station}/outside", outside)
 
 
-def reap_until(last: int | None) -> NoReturn:
-    """Reaps every child, as pid 1 must, until the one called last exits; if None, forever."""
+def reap_until(last: list[int]) -> NoReturn:
+    """Reaps every child, as pid 1 must, until one of those called last exits; if none, forever."""
     while True:
         try:
             pid, _ = os.wait()
         except ChildProcessError:
             signal.sigwait({signal.SIGCHLD})
             continue
-        if pid == last:
+        if pid in last:
             os._exit(1)
 
 

@@ -223,6 +223,7 @@ class Process:
         if self.is_running():
             with contextlib.suppress(ProcessLookupError, IndexError):
                 os.kill(self.pid, signal.SIGKILL)
+                os.kill(self._process.pid, signal.SIGCONT)  # it stopped along with the program
             self._process.wait(DEADLINE)
 
     def wait_for_output(self, text: str, count: int = 1, deadline: float = DEADLINE) -> None:

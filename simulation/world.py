@@ -87,7 +87,7 @@ def build_unit(
     connected: int,
 ) -> NoReturn:
     linux.die_with_parent()
-    users, network = make_user_namespace(ALL_IDS if settings["is_board_root"] else 1)
+    users, network = make_user_namespace(settings["is_board_root"])
     linux.unshare(linux.NEW_WORLD)
     if settings["is_board_root"]:
         linux.setns(network, linux.CLONE_NEWNET)
@@ -101,15 +101,16 @@ def build_unit(
     reap_until([unit])
 
 
-def make_user_namespace(ids: int) -> tuple[int, int]:
-    """Maps the first ids of this machine to themselves. Also creates a network namespace that
-    belongs to it. Its root has no rights over anything that belongs to the machine."""
+def make_user_namespace(is_board_root: bool) -> tuple[int, int]:
+    """Maps the first ids of this machine to themselves. For a board's root, also creates a network
+    namespace that belongs to it. Its root has no rights over anything that belongs to the machine."""
+    ids, network = (ALL_IDS, linux.CLONE_NEWNET) if is_board_root else (1, 0)
     ours, theirs = socket.socketpair()
     maker = os.fork()
     if maker == 0:
         linux.die_with_parent()
         ours.close()
-        linux.unshare(linux.CLONE_NEWUSER | linux.CLONE_NEWNET)
+        linux.unshare(linux.CLONE_NEWUSER | network)
         theirs.send(b".")
         theirs.recv(1)
         os._exit(0)
@@ -133,9 +134,14 @@ def connect_networks(settings: dict[str, Any], builders: list[int]) -> None:
         peer = f"{interface} address {unit['hardware_address']} netns {builder}"
         commands += [f"link add {end} type veth peer name {peer}"]
         if has_bridge:
-            commands += [f"link set {end} master gw0 up"]
+            # Units have nothing to say to each other, and this one machine would have to receive each of
+            # their broadcasts for all of them.
+            commands += [f"link set {end} master gw0 up", f"link set {end} type bridge_slave isolated on"]
     commands += [f"address add {address}/24 dev gw0" for address in settings["gateway_addresses"]]
     ip(*commands, "link set gw0 up")
+    if has_bridge:
+        for number in range(len(builders)):
+            linux.give_own_receive_queue(f"unit{number}")
 
 
 def ip(*commands: str) -> None:
@@ -155,6 +161,8 @@ def keep_unit(
         commands += [f"address add {address}/24 dev {interface}"]
         commands += [f"route add default dev {interface}"]
     ip(*commands)
+    if settings["has_bridge"]:
+        linux.give_own_receive_queue(interface)
     build_root(settings, outside)
     # For the browser, which needs to mount.
     confinement.lend_file(f"/proc/self/fd/{users}", f"{ROOT}/run/station/user-namespace")

@@ -49,7 +49,11 @@ class Row:
 def main() -> int:
     parser = argparse.ArgumentParser(prog="bench/fleet", description=__doc__)
     parser.add_argument(
-        "--units", type=int, nargs="+", default=SIZES, help=f"at most {MOST_UNITS} (default: all of 1 10 50 200)"
+        "--units",
+        type=int,
+        nargs="+",
+        default=SIZES,
+        help=f"at most {MOST_UNITS} (default: all of 1 10 50 200)",
     )
     parser.add_argument("--runs", type=int, default=5, help="of each (default: %(default)s)")
     parser.add_argument("--healthy", action="store_true", help="no unit is dead or hangs")
@@ -174,8 +178,12 @@ def processor_times() -> tuple[int, int]:
 
 
 def print_heading() -> None:
-    print("| Units | What      | Answers from | Last after, median |  worst | Lost | CPU time | Memory | Ends after | Busy before |")
-    print("|------:|-----------|-------------:|-------------------:|-------:|-----:|---------:|-------:|-----------:|------------:|")
+    print(
+        "| Units | What      | Answers from | Last after, median |  worst | Lost | CPU time | Memory | Ends after | Busy before |"
+    )
+    print(
+        "|------:|-----------|-------------:|-------------------:|-------:|-----:|---------:|-------:|-----------:|------------:|"
+    )
 
 
 def print_rows(size: int, rows: Sequence[Row]) -> None:

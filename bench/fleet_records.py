@@ -16,7 +16,13 @@ _SO_TIMESTAMPNS = 35
 
 # What the filter lets through: TCP from the record port with FIN. A gateway that closes its end has
 # read the whole record. Each step: operation, jumps if true and if false, value.
-_LOAD_HALF, _LOAD_BYTE, _LOAD_HALF_AT_X, _LOAD_BYTE_AT_X, _X_IS_HEADER = 0x28, 0x30, 0x48, 0x50, 0xB1
+_LOAD_HALF, _LOAD_BYTE, _LOAD_HALF_AT_X, _LOAD_BYTE_AT_X, _X_IS_HEADER = (
+    0x28,
+    0x30,
+    0x48,
+    0x50,
+    0xB1,
+)
 _IS_EQUAL, _HAS_BITS, _RETURN = 0x15, 0x45, 0x06
 _PROTOCOL, _IPV4 = 0xFFFFF000, 0x0800
 _FILTER = [
@@ -39,7 +45,9 @@ class TakenRecords:
 
     def __init__(self, fleet: Fleet) -> None:
         with fleet.on_gateway():
-            self._socket = socket.socket(socket.AF_PACKET, socket.SOCK_DGRAM, socket.htons(_ETH_P_ALL))
+            self._socket = socket.socket(
+                socket.AF_PACKET, socket.SOCK_DGRAM, socket.htons(_ETH_P_ALL)
+            )
         self._attach_filter()
         self._socket.setsockopt(socket.SOL_SOCKET, _SO_RCVBUFFORCE, 16 << 20)
         self._socket.setsockopt(socket.SOL_SOCKET, _SO_TIMESTAMPNS, 1)

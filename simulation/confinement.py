@@ -7,7 +7,7 @@ from collections.abc import Sequence
 from pathlib import Path
 from typing import Any
 
-from simulation import linux
+from simulation import linux, whereabouts
 
 _STATION = "run/station"
 
@@ -88,6 +88,8 @@ def confine_gateway_side(settings: dict[str, Any], outside: list[str]) -> None:
     lend_file(f"/proc/self/fd/{launcher}", f"/{_STATION}/bin/launch")
     Path(f"/{_STATION}/gateway").touch()
     write_lines(f"/{_STATION}/outside", outside)
+    name = whereabouts.name_file(settings["name"], "gateway")
+    Path(f"/{whereabouts.NAME_FILE}").write_text(name)
 
 
 def install_masks(settings: dict[str, Any], tools: str) -> None:

@@ -14,7 +14,7 @@ from dataclasses import asdict, dataclass
 from pathlib import Path
 from typing import Any
 
-from simulation import dangers, linux
+from simulation import dangers, linux, whereabouts
 from simulation.journal import Call, read_journal
 from simulation.waiting import DEADLINE, wait_for
 
@@ -269,13 +269,17 @@ class Station:
         self.processes: list[Process] = []
         self._has_display = has_display
         self._is_emulated = is_for_arm(build_directory() / "hdtv" / "hdtv")
+        identity = Identity(address, hardware_address)
         behaviours = {**STAND_INS, **(BOARD_TOOLS if is_board_root else {})}
         settings = {
             **machine_settings(is_board_root),
             "is_board_root": is_board_root,
             "own_kernel_settings": _BOARD_SETTINGS if is_board_root else (),
             "interface": interface,
-            "units": [asdict(x) for x in (Identity(address, hardware_address), *(further_units or ()))],
+            "units": [
+                {"side": whereabouts.unit_side(number), **asdict(unit)}
+                for number, unit in enumerate((identity, *(further_units or ())))
+            ],
             "has_bridge": further_units is not None,
             "gateway_addresses": GATEWAY_ADDRESSES,
             "stand_ins": list(STAND_INS),
@@ -329,7 +333,6 @@ class Station:
 
     def _start_world(self, name: str, settings: Mapping[str, Any]) -> tuple[int, list[int]]:
         ours, theirs = socket.socketpair(socket.AF_UNIX, socket.SOCK_SEQPACKET)
-        ours.setsockopt(socket.SOL_SOCKET, socket.SO_PASSCRED, 1)
         ours.settimeout(DEADLINE)
         with ours, theirs:
             world = Path(__file__).with_name("world.py")
@@ -346,19 +349,17 @@ class Station:
             self._keeper.stdin.close()
             self._keeper.stdin = None
             try:
-                return self._receive_pids(ours, len(settings["units"]))
+                return self._receive_pids(ours)
             except BaseException:
                 self._keeper.kill()
                 raise
 
-    def _receive_pids(self, channel: socket.socket, units: int) -> tuple[int, list[int]]:
-        pids: dict[bytes, int] = {}
-        while len(pids) < 1 + units:
-            side, pid = linux.receive_with_pid(channel)
-            if not side:
-                raise StationError(self._last_words())
-            pids[side] = pid
-        return pids[b"gateway"], [pids[b"unit %d" % number] for number in range(units)]
+    def _receive_pids(self, channel: socket.socket) -> tuple[int, list[int]]:
+        text = channel.recv(1 << 18)
+        if not text:
+            raise StationError(self._last_words())
+        gateway, *units = (side["pid"] for side in json.loads(text)["sides"])
+        return gateway, units
 
     def _last_words(self) -> str:
         self._keeper.kill()

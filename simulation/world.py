@@ -7,6 +7,7 @@ machine's root, so nothing it writes ends up anywhere else.
 
     starter > keeper > gateway side (pid 1) > builder > unit (pid 1)
 
+The keeper records who and where all sides are, for a second terminal (whereabouts.py).
 Each dies with its neighbors in this chain, and the two pids 1 take everything else with them:
 however the starter ends, there is nothing to clean up.
 
@@ -24,7 +25,7 @@ from typing import Any, NoReturn
 
 sys.path.insert(0, str(Path(__file__).resolve().parent.parent))
 
-from simulation import confinement, linux  # noqa: E402
+from simulation import confinement, linux, whereabouts  # noqa: E402
 
 NO_PRIVILEGE = "The simulated station needs the privilege to make namespaces: run it as root."
 NAMESPACES = ("pid", "mnt", "net", "ipc", "uts")
@@ -39,8 +40,12 @@ ALL_IDS = 65536
 
 def main() -> None:
     linux.die_with_parent()
-    report = socket.socket(fileno=int(sys.argv[1]))
+    starter = socket.socket(fileno=int(sys.argv[1]))
     settings = json.load(sys.stdin)
+    settings["name"] = sys.argv[2]
+    own_pids = os.stat("/proc/self/ns/pid").st_ino
+    reports, report = socket.socketpair(socket.AF_UNIX, socket.SOCK_SEQPACKET)
+    reports.setsockopt(socket.SOL_SOCKET, socket.SO_PASSCRED, 1)
     outside = [os.readlink(f"/proc/self/ns/{kind}") for kind in NAMESPACES]
     try:
         linux.unshare(linux.NEW_WORLD)
@@ -48,9 +53,32 @@ def main() -> None:
         sys.exit(NO_PRIVILEGE)
     pid = os.fork()
     if pid == 0:
+        starter.close()
+        reports.close()
         keep_gateway_side(settings, report, outside)
     report.close()
+    names = ["gateway", *(unit["side"] for unit in settings["units"])]
+    sides = receive_sides(reports, names)
+    if sides:
+        starter.send(
+            whereabouts.keep({"name": settings["name"], "pid_namespace": own_pids, "sides": sides})
+        )
+    starter.close()
     os.waitpid(pid, 0)
+
+
+def receive_sides(reports: socket.socket, names: list[str]) -> list[whereabouts.Side]:
+    """In the order of their names; none if one of them has ended. The kernel says which processes
+    they are."""
+    sides: dict[str, whereabouts.Side] = {}
+    while len(sides) < len(names):
+        text, pid = linux.receive_with_pid(reports)
+        if not text:
+            return []
+        side: whereabouts.Side = json.loads(text)
+        side["pid"] = pid
+        sides[side["side"]] = side
+    return [sides[name] for name in names]
 
 
 def keep_gateway_side(
@@ -62,17 +90,17 @@ def keep_gateway_side(
     linux.sethostname("gateway")
     unshared, connected = os.pipe(), os.pipe()
     builders = []
-    for number in range(len(settings["units"])):
+    for unit in settings["units"]:
         builders.append(os.fork())
         if builders[-1] == 0:
             os.close(connected[1])
-            build_unit(settings, number, report, outside, unshared[1], connected[0])
+            build_unit({**settings, **unit}, report, outside, unshared[1], connected[0])
     os.close(unshared[1])
     for _ in builders:
         os.read(unshared[0], 1)
     connect_networks(settings, builders)
     confinement.confine_gateway_side(settings, outside)
-    report.send(b"gateway")
+    report.send(whereabouts.describe_self("gateway"))
     report.close()
     os.close(connected[1])
     reap_until(builders)
@@ -80,7 +108,6 @@ def keep_gateway_side(
 
 def build_unit(
     settings: dict[str, Any],
-    number: int,
     report: socket.socket,
     outside: list[str],
     unshared: int,
@@ -96,14 +123,15 @@ def build_unit(
     os.read(connected, 1)  # until the gateway side closes its end
     unit = os.fork()
     if unit == 0:
-        keep_unit(settings, number, report, outside, users)
+        keep_unit(settings, report, outside, users)
     report.close()
     reap_until([unit])
 
 
 def make_user_namespace(is_board_root: bool) -> tuple[int, int]:
     """Maps the first ids of this machine to themselves. For a board's root, also creates a network
-    namespace that belongs to it. Its root has no rights over anything that belongs to the machine."""
+    namespace that belongs to it. Its root has no rights over anything that belongs to the machine.
+    """
     ids, network = (ALL_IDS, linux.CLONE_NEWNET) if is_board_root else (1, 0)
     ours, theirs = socket.socketpair()
     maker = os.fork()
@@ -136,7 +164,10 @@ def connect_networks(settings: dict[str, Any], builders: list[int]) -> None:
         if has_bridge:
             # Units have nothing to say to each other, and this one machine would have to receive each of
             # their broadcasts for all of them.
-            commands += [f"link set {end} master gw0 up", f"link set {end} type bridge_slave isolated on"]
+            commands += [
+                f"link set {end} master gw0 up",
+                f"link set {end} type bridge_slave isolated on",
+            ]
     commands += [f"address add {address}/24 dev gw0" for address in settings["gateway_addresses"]]
     ip(*commands, "link set gw0 up")
     if has_bridge:
@@ -150,12 +181,12 @@ def ip(*commands: str) -> None:
 
 
 def keep_unit(
-    settings: dict[str, Any], number: int, report: socket.socket, outside: list[str], users: int
+    settings: dict[str, Any], report: socket.socket, outside: list[str], users: int
 ) -> NoReturn:
     linux.die_with_parent()
     signal.pthread_sigmask(signal.SIG_BLOCK, {signal.SIGCHLD})
     linux.sethostname("unit")
-    interface, address = settings["interface"], settings["units"][number]["address"]
+    interface, address = settings["interface"], settings["address"]
     commands = ["link set lo up", f"link set {interface} up"]
     if address:
         commands += [f"address add {address}/24 dev {interface}"]
@@ -173,7 +204,7 @@ def keep_unit(
         linux.unshare(linux.CLONE_NEWNS)
         linux.die_with_parent()  # the change of credentials cleared it
     os.close(users)
-    report.send(b"unit %d" % number)
+    report.send(whereabouts.describe_self(settings["side"]))
     report.close()
     reap_until([])
 
@@ -233,6 +264,9 @@ def build_station_directory(settings: dict[str, Any], outside: list[str]) -> Non
     confinement.write_lines(f"{station}/stand-ins", settings["stand_ins"])
     confinement.write_lines(f"{station}/dangerous", settings["dangerous_names"])
     confinement.write_lines(f"{station}/outside", outside)
+    Path(f"{ROOT}/{whereabouts.NAME_FILE}").write_text(
+        whereabouts.name_file(settings["name"], settings["side"])
+    )
 
 
 def reap_until(last: list[int]) -> NoReturn:

@@ -9,7 +9,7 @@ import sys
 import threading
 from pathlib import Path
 
-from simulation import gateway, linux
+from simulation import gateway, linux, running
 from simulation.forward import Forward
 from simulation.demo.cases import CASES, END
 from simulation.demo.incident import INCIDENT, Scene, Step
@@ -21,7 +21,6 @@ from simulation.station import (
     Process,
     Station,
     StationError,
-    launch_command,
 )
 from simulation.television import IN_STANDBY, Television
 from simulation.demo.timeline import Timeline
@@ -264,36 +263,13 @@ def wait_for_end(service: Process, timeline: Timeline) -> int:
 
 
 def run_inside(name: str, program: list[str], on_gateway: bool) -> int:
-    pid = find_running_station(name, depth=2 if on_gateway else 3)
-    if pid is None:
-        print("No station is running here: start one with ./scripts/station.", file=sys.stderr)
-        return 1
-    command = launch_command(pid, *program)
-    environment = {} if on_gateway else UNIT_ENVIRONMENT
-    os.execvpe(command[0], command, {**os.environ, **environment})
-
-
-def find_running_station(name: str, depth: int) -> int | None:
-    """The pid 1 of one side of the newest station with this name. Its depth in the nested PID
-    namespaces shows which side it is: 2 for the gateway, 3 for the unit."""
-    found = [
-        int(process.name)
-        for process in Path("/proc").iterdir()
-        if process.name.isdigit() and is_pid_1_of_a_side(process, name, depth)
-    ]
-    return max(found, default=None)
-
-
-def is_pid_1_of_a_side(process: Path, name: str, depth: int) -> bool:
     try:
-        command = (process / "cmdline").read_bytes().split(b"\0")
-        status = (process / "status").read_text()
-    except OSError:
-        return False
-    if len(command) < 6 or not command[3].endswith(b"/world.py") or command[5] != name.encode():
-        return False
-    pids = next(line for line in status.splitlines() if line.startswith("NSpid:")).split()[1:]
-    return len(pids) == depth and pids[-1] == "1"
+        if on_gateway:
+            return running.run_inside(name, "gateway", program)
+        return running.run_inside(name, "unit", program, UNIT_ENVIRONMENT)
+    except running.NotEntered as error:
+        print(error, file=sys.stderr)
+        return 1
 
 
 if __name__ == "__main__":

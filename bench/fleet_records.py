@@ -68,7 +68,7 @@ class TakenRecords:
 
     def times(self) -> list[float]:
         """In seconds since the epoch, of those since the last call."""
-        times = []
+        times: list[float] = []
         while True:
             try:
                 _, [(_, _, stamp)], *_ = self._socket.recvmsg(64, 64, socket.MSG_DONTWAIT)

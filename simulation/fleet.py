@@ -2,6 +2,7 @@
 
 import contextlib
 import os
+from collections.abc import Iterator
 
 from simulation.station import Identity, Process, Station
 
@@ -35,6 +36,9 @@ class Fleet(Station):
             unit.wait_for_calls("qt-webkit-kiosk")
         return services
 
+    def __enter__(self) -> "Fleet":
+        return self
+
     def unplug(self, number: int) -> None:
         """Pulls the unit's network cable."""
         command = ("/usr/sbin/ip", "link", "set", f"unit{number}", "down")
@@ -59,8 +63,10 @@ class Neighbor(Station):
         self._gateway_network = fleet._gateway_network
         self._look_into(unit_pid)
 
-    def _network(self, fd: int) -> contextlib.AbstractContextManager[None]:
-        return self._fleet._network(fd)
+    @contextlib.contextmanager
+    def _network(self, fd: int) -> Iterator[None]:
+        with self._fleet._network(fd):
+            yield
 
     def close(self) -> None:
         for process in self.processes:

@@ -16,6 +16,8 @@ namespace {
 
 // A whole fleet answers a roll call at once: what the kernel cannot hold is tried again a second later.
 constexpr int backlog = SOMAXCONN;
+constexpr std::size_t most_accepted =
+    16; // at once: so many of one unit's records are kept at least
 constexpr std::size_t most_arrivals =
     256; // beyond that the oldest is dropped, so that silent peers do no harm
 constexpr std::size_t most_bytes = 64; // more than in any record
@@ -68,9 +70,9 @@ void record_inbox::advance(const poll_set &events, const take_fn &take) {
     }
 }
 
-// All that are pending. Most have brought their whole record, so that they need not be kept.
+// Most have brought their whole record, so that they need not be kept.
 void record_inbox::accept_arrivals(const take_fn &take) {
-    for (std::size_t count = 0; count < most_arrivals; ++count) {
+    for (std::size_t count = 0; count < most_accepted; ++count) {
         arrival coming;
         socklen_t size = sizeof coming.from;
         coming.connection =

@@ -15,7 +15,9 @@ pytestmark = pytest.mark.tool
 def test_display_alert(station: Station, tool: Tool) -> None:
     result = tool("display-alert", "--text", "FIRE\\nMAIN ST", "--turnout", "90")
     assert (result.returncode, result.stderr) == (0, "")
-    assert result.stdout == "20 bytes taken by 10.87.33.50:4000\n"
+    assert result.stdout == (
+        "20 bytes taken by 10.87.33.50:4000; TCP does not prove that it is a unit\n"
+    )
     document = station.document()
     assert (document["alert_type"], document["alert_area"]) == ("display_alert", "FIRE\nMAIN ST")
     assert int(document["alert_expiration"]) == int(document["alert_time"]) + 90

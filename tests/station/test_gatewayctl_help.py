@@ -1,5 +1,7 @@
 """gatewayctl explains messages, records, and itself."""
 
+from pathlib import Path
+
 import pytest
 from gatewayctl_support import GATEWAYCTL, Tool, run
 
@@ -57,7 +59,8 @@ def commands() -> list[str]:
 def options(*command: str) -> list[str]:
     text = run(GATEWAYCTL, *command, "--help").stdout
     words = text[text.index("Options:") :].replace(",", " ").split()
-    return sorted({word for word in words if word.startswith("--") and word.strip("-")})
+    names = {word.partition("=")[0] for word in words}
+    return sorted({name for name in names if name.startswith("--") and name.strip("-")})
 
 
 def test_help_teaches() -> None:
@@ -92,18 +95,46 @@ def test_manual_is_well_formed() -> None:
     "words, expected",
     [
         (["det"], ["detail-alert"]),
-        (["--u"], ["--udp"]),
+        (["--ud"], ["--udp"]),
         (["--to", "x", "de"], ["decode", "detail-alert"]),
-        (["detail-alert", "--un"], ["--unit"]),
+        (["detail-alert", "--un"], ["--unit", "--units"]),
         (["rotation", ""], ["0", "180", "270", "90"]),
         (["--to", "x", "roll-call", "--b"], ["--broadcast"]),
+        (["--units", "UNITS", "--to", ""], ["a1", "a2", "b"]),
+        (["--units", "=", "UNITS", "end-alert", "--to", "a"], ["a1", "a2"]),
+        (["--units", "UNITS", "--group", ""], ["east", "west"]),
+        (["--units", "/no/such/file", "--to", ""], []),
     ],
 )
-def test_completion(words: list[str], expected: list[str]) -> None:
-    line = ["gatewayctl", *words]
+def test_completion(words: list[str], expected: list[str], inventory: Path) -> None:
+    assert complete(*words, inventory=inventory) == expected
+
+
+@pytest.fixture
+def inventory(tmp_path: Path) -> Path:
+    file = tmp_path / "units"
+    file.write_text("# c 10.0.0.9\na1 h1 west\na2 h2 - # gone\nb h3 hw=02:00:0a:57:21:32 east\n")
+    return file
+
+
+def complete(*words: str, inventory: Path) -> list[str]:
+    line = ["gatewayctl", *(str(inventory) if word == "UNITS" else word for word in words)]
     script = (
         f'source {SOURCES}/gatewayctl.bash; COMP_WORDS=("$@"); COMP_CWORD=$(($# - 1));'
         "_gatewayctl; printf '%s\\n' \"${COMPREPLY[@]}\""
     )
     result = run("bash", "-c", script, "bash", *line)
-    assert sorted(result.stdout.split()) == expected, result.stderr
+    assert result.stderr == ""
+    return sorted(result.stdout.split())
+
+
+def test_completion_knows_the_default_inventory(
+    inventory: Path, tmp_path: Path, monkeypatch: pytest.MonkeyPatch
+) -> None:
+    monkeypatch.delenv("GATEWAYCTL_UNITS", raising=False)
+    monkeypatch.setenv("HOME", str(tmp_path))
+    (tmp_path / ".config").mkdir()
+    (tmp_path / ".config" / "gatewayctl.conf").write_text('parallel=2\nunits = "~/units"\n')
+    assert complete("--to", "b", inventory=inventory) == ["b"]
+    monkeypatch.setenv("GATEWAYCTL_UNITS", "/dev/null")
+    assert complete("--to", "b", inventory=inventory) == []

@@ -7,14 +7,17 @@
 #include "tools/gatewayctl/shortage.h"
 #include "tools/gatewayctl/socket.h"
 
+#include "gatewayctl_test.h"
 #include "loopback_unit.h"
 
 #include <cerrno>
 #include <csignal>
+#include <functional>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/time.h>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -29,15 +32,21 @@ bool advance(exchange &sending) {
     return sending.advance(events);
 }
 
-std::string failure_of(exchange &sending) {
+std::string failure_of(const std::function<void()> &act) {
     try {
-        sending.start();
-        while (!advance(sending)) {
-        }
+        act();
     } catch (const run_failure &failure) {
         return failure.what();
     }
     return "";
+}
+
+std::string failure_of(exchange &sending) {
+    return failure_of([&sending] {
+        sending.start();
+        while (!advance(sending)) {
+        }
+    });
 }
 
 /// Limits the number of descriptors during its lifetime.
@@ -72,8 +81,6 @@ TEST(exchange, ends_when_the_unit_has_read_and_closed) {
     sending.watch(nothing);
     nothing.wait();
     EXPECT_FALSE(sending.advance(nothing)); // read, but not closed
-    EXPECT_EQ(send(connection.get(), "?", 1, 0), 1);
-    EXPECT_FALSE(advance(sending)); // an answer has no meaning
     connection = descriptor_owner();
     EXPECT_TRUE(advance(sending));
 }
@@ -93,16 +100,61 @@ TEST(exchange, sleeps_until_the_unit_has_read) {
     EXPECT_FALSE(sending.advance(events));
 }
 
-TEST(exchange, ends_when_the_unit_resets_the_connection) {
+// Starts sending, and lets the peer do something once the message is on its way.
+template <class function> std::string failure_with(const bytes &message, function &&act) {
     loopback_unit unit;
+    const int small = 1; // the system's least instead
+    setsockopt(unit.socket_fd.get(), SOL_SOCKET, SO_RCVBUF, &small, sizeof small);
     unit.listen();
-    exchange sending(open_socket(exchange::socket_type), unit.address, {1, 2, 3},
+    exchange sending(open_socket(exchange::socket_type), unit.address, message,
                      clock_type::now() + long_time);
     sending.start();
     descriptor_owner connection = unit.accept();
-    EXPECT_FALSE(advance(sending));
-    connection = descriptor_owner(); // with bytes that have not been read
-    EXPECT_TRUE(advance(sending));
+    EXPECT_FALSE(advance(sending)); // connected, and sent
+    act(connection);
+    std::string failure = failure_of([&] {
+        while (!advance(sending)) {
+        }
+    });
+    const std::string address = to_text(unit.address);
+    return failure.replace(failure.find(address), address.size(), "UNIT");
+}
+
+TEST(exchange, is_not_taken_by_a_peer_that_answers) {
+    EXPECT_EQ(failure_with({1},
+                           [](descriptor_owner &connection) {
+                               EXPECT_EQ(send(connection.get(), "?", 1, 0), 1);
+                           }),
+              "something else than a unit is listening at UNIT: it answers, which no unit does");
+}
+
+TEST(exchange, is_not_taken_by_a_peer_that_reads_a_part) {
+    const std::string cut_off =
+        "UNIT has closed the connection before it had read the whole message";
+    EXPECT_EQ(failure_with({1, 2, 3},
+                           [](descriptor_owner &connection) { connection = descriptor_owner(); }),
+              cut_off)
+        << "closed with bytes that have not been read";
+    EXPECT_EQ(failure_with(bytes(20000),
+                           [](descriptor_owner &connection) {
+                               EXPECT_EQ(shutdown(connection.get(), SHUT_WR), 0);
+                           }),
+              cut_off)
+        << "ended while bytes were still on their way";
+}
+
+TEST(exchange, takes_back_what_is_not_read_in_time) {
+    loopback_unit unit;
+    unit.listen();
+    exchange sending(open_socket(exchange::socket_type), unit.address, {1},
+                     clock_type::now() + std::chrono::milliseconds(20));
+    EXPECT_NE(failure_of(sending), "");
+    { const exchange ended(std::move(sending)); }
+    const descriptor_owner connection = unit.accept();
+    char bytes[2];
+    while (recv(connection.get(), bytes, sizeof bytes, 0) > 0) {
+    }
+    EXPECT_EQ(errno, ECONNRESET);
 }
 
 TEST(exchange, tells_why_it_fails) {

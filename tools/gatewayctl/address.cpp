@@ -10,6 +10,7 @@
 #include <cstring>
 #include <memory>
 #include <netdb.h>
+#include <utility>
 
 namespace {
 
@@ -21,6 +22,18 @@ std::uint16_t parse_port(const std::string &text) {
         throw usage_failure(quoted(text) + " is not a port");
     }
     return static_cast<std::uint16_t>(port);
+}
+
+std::pair<std::string, std::uint16_t> split(const std::string &host_and_port) {
+    const std::size_t colon = host_and_port.rfind(':');
+    const std::string host = host_and_port.substr(0, colon);
+    const std::uint16_t port = colon == std::string::npos
+                                   ? protocol::command_port
+                                   : parse_port(host_and_port.substr(colon + 1));
+    if (host.empty()) {
+        throw usage_failure(quoted(host_and_port) + " contains no host");
+    }
+    return {host, port};
 }
 
 sockaddr_in find_host(const std::string &host) {
@@ -40,15 +53,12 @@ sockaddr_in find_host(const std::string &host) {
 
 } // namespace
 
+void check_address(const std::string &host_and_port) {
+    split(host_and_port);
+}
+
 sockaddr_in resolve(const std::string &host_and_port) {
-    const std::size_t colon = host_and_port.rfind(':');
-    const std::string host = host_and_port.substr(0, colon);
-    const std::uint16_t port = colon == std::string::npos
-                                   ? protocol::command_port
-                                   : parse_port(host_and_port.substr(colon + 1));
-    if (host.empty()) {
-        throw usage_failure(quoted(host_and_port) + " contains no host");
-    }
+    const auto [host, port] = split(host_and_port);
     sockaddr_in address = find_host(host);
     address.sin_port = htons(port);
     return address;

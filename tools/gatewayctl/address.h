@@ -5,6 +5,9 @@
 
 /// Where a unit is.
 
+/// A usage_failure if the text is malformed; nothing is resolved.
+void check_address(const std::string &host_and_port);
+
 /// "HOST" or "HOST:PORT"; without a port it is the unit's command port. A malformed text is a
 /// usage_failure, a name that cannot be resolved a run_failure.
 sockaddr_in resolve(const std::string &host_and_port);

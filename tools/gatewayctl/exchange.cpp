@@ -5,6 +5,8 @@
 #include "tools/gatewayctl/socket.h"
 
 #include <cerrno>
+#include <linux/sockios.h>
+#include <sys/ioctl.h>
 #include <utility>
 
 namespace {
@@ -65,17 +67,31 @@ void exchange::send_message() {
     is_sent_ = true;
 }
 
-// The unit closes without sending anything, or resets if it has not read everything.
-bool exchange::is_taken() {
-    char unused[4096];
-    const ssize_t count = recv(connection_.get(), unused, sizeof unused, 0);
-    if (count == 0 || (count < 0 && errno == ECONNRESET)) {
+bool exchange::is_taken() const {
+    char answer = 0;
+    const ssize_t count = recv(connection_.get(), &answer, sizeof answer, 0);
+    if (count > 0) {
+        throw run_failure("something else than a unit is listening at " + to_text(unit_) +
+                          ": it answers, which no unit does");
+    }
+    if (count == 0) {
+        if (!is_all_received()) {
+            fail_cut_off();
+        }
         return true;
     }
-    if (count < 0 && errno != EINTR && errno != EAGAIN) {
+    if (errno == ECONNRESET) { // so a peer ends a connection with bytes that it has not read
+        fail_cut_off();
+    }
+    if (errno != EINTR && errno != EAGAIN) {
         throw run_failure("the connection to " + to_text(unit_) + " failed: " + reason(errno));
     }
     return false;
+}
+
+bool exchange::is_all_received() const {
+    int left = 0;
+    return ioctl(connection_.get(), SIOCOUTQ, &left) != 0 || left == 0;
 }
 
 void exchange::fail_to_connect(int error) const {
@@ -86,10 +102,18 @@ void exchange::fail_to_connect(int error) const {
     throw run_failure("cannot connect to " + to_text(unit_) + ": " + reason(error));
 }
 
+void exchange::fail_cut_off() const {
+    throw run_failure(to_text(unit_) +
+                      " has closed the connection before it had read the whole message");
+}
+
 void exchange::fail_in_time() const {
     if (!is_sent_) {
         throw run_failure(to_text(unit_) + " does not answer");
     }
+    // Closed plainly, the kernel would go on trying, and the message could arrive after a newer one.
+    const linger at_once{1, 0};
+    setsockopt(connection_.get(), SOL_SOCKET, SO_LINGER, &at_once, sizeof at_once);
     throw run_failure(
         "the message was sent, but " + to_text(unit_) +
         " has not read it yet: the unit is busy, or something else is listening there");

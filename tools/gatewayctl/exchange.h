@@ -22,15 +22,18 @@ class exchange {
     /// Adds what it is waiting for.
     void watch(poll_set &set) const;
 
-    /// Proceeds after a wait. True when the unit has closed the connection, which means that it has
-    /// read the message.
+    /// Proceeds after a wait. True when the peer has taken the whole message and closed the
+    /// connection without a word, as a unit does that has read it. A peer that answers is no unit,
+    /// and one that closes early has read a part at most: both are failures.
     bool advance(const poll_set &events);
 
   private:
     void finish_connecting() const;
     void send_message();
-    bool is_taken();
+    bool is_taken() const;
+    bool is_all_received() const;
     [[noreturn]] void fail_to_connect(int error) const;
+    [[noreturn]] void fail_cut_off() const;
     [[noreturn]] void fail_in_time() const;
 
     descriptor_owner connection_;

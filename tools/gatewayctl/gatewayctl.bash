@@ -1,9 +1,37 @@
 # Completion of gatewayctl for bash.
 
+# The inventory's file: of the command line, the environment, or the file with defaults.
+_gatewayctl_inventory() {
+    local i file=""
+    for ((i = 1; i < COMP_CWORD; i++)); do
+        if [ "${COMP_WORDS[i]}" = --units ]; then
+            file=${COMP_WORDS[i + 1]}
+            [ "$file" != = ] || file=${COMP_WORDS[i + 2]}
+        fi
+    done
+    file=${file:-$GATEWAYCTL_UNITS}
+    if [ -z "$file" ] && [ -r ~/.config/gatewayctl.conf ]; then
+        file=$(sed -n 's/^units *= *//p' ~/.config/gatewayctl.conf | tr -d "\"'")
+    fi
+    printf '%s\n' "${file/#\~/$HOME}"
+}
+
+# _gatewayctl_units name|group  Those of the inventory.
+_gatewayctl_units() {
+    local file
+    file=$(_gatewayctl_inventory)
+    [ ! -r "$file" ] || awk -v what="$1" '
+        $1 ~ /^#/ || NF < 2 { next }
+        what == "name" { print $1; next }
+        { for (i = 3; i <= NF && $i !~ /^#/; i++) if ($i !~ /^hw=/) { if ($i != "-") print $i; next } }
+    ' "$file"
+}
+
 _gatewayctl() {
     local commands="display-alert detail-alert map stop-turnout end-alert turnout-timer set-date page
         rotation reboot play-audio set-gateway raw roll-call serve decode"
-    local common="--help --to --udp --dry-run --timeout --version"
+    local common="--help --to --units --group --udp --dry-run --force --timeout --parallel --retries
+        --json --failed-to --config --version"
     local word command="" current=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD - 1]}
     for word in "${COMP_WORDS[@]:1:COMP_CWORD-1}"; do
         case " ${commands//$'\n'/ } " in
@@ -20,17 +48,23 @@ _gatewayctl() {
     reboot) words="--yes" ;;
     play-audio) words="--device --volume --channels --rate --sample-format" ;;
     raw) words="--file" ;;
-    roll-call) words="--broadcast --wait --json" ;;
+    roll-call) words="--broadcast --wait" ;;
     serve) words="--rotation --roll-call --every" ;;
     decode) words="--file --record" ;;
     esac
-    if [ "$previous" = --file ]; then
+    case $previous in
+    --to) mapfile -t COMPREPLY < <(compgen -W "$(_gatewayctl_units name)" -- "$current") ;;
+    --group) mapfile -t COMPREPLY < <(compgen -W "$(_gatewayctl_units group)" -- "$current") ;;
+    --file | --units | --failed-to | --config)
         mapfile -t COMPREPLY < <(compgen -f -- "$current")
-    elif [ -n "$command" ] && [[ $current == -* ]]; then
-        mapfile -t COMPREPLY < <(compgen -W "$words $common" -- "$current")
-    else
+        ;;
+    *)
+        if [ -n "$command" ] && [[ $current == -* ]]; then
+            words+=" $common"
+        fi
         mapfile -t COMPREPLY < <(compgen -W "$words" -- "$current")
-    fi
+        ;;
+    esac
 }
 
 complete -F _gatewayctl gatewayctl

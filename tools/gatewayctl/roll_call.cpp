@@ -98,16 +98,18 @@ void gather(record_inbox &inbox, std::chrono::milliseconds time, answers_by_addr
 
 } // namespace
 
-int call_roll(const sockaddr_in &to, std::chrono::milliseconds wait, bool as_json) {
+int call_roll(const std::vector<sockaddr_in> &to, std::chrono::milliseconds wait, bool as_json) {
     answers_by_address answers;
     shortage lack(
         [] { std::fputs("gatewayctl: out of file descriptors, units have to wait\n", stderr); });
     record_inbox inbox(lack); // listen before calling
-    send_over_udp(to, make_rollcall_request());
+    for (const sockaddr_in &address : to) {
+        send_over_udp(address, make_rollcall_request());
+    }
     gather(inbox, wait, answers);
     if (answers.empty()) {
         std::fprintf(stderr, "gatewayctl: no unit answered the roll call to %s\n",
-                     to_text(to).c_str());
+                     to.size() == 1 ? to_text(to[0]).c_str() : "any of them");
         return 1;
     }
     as_json ? print_json(answers) : print_table(answers);

@@ -2,28 +2,14 @@
 
 #include "tools/gatewayctl/address.h"
 #include "tools/gatewayctl/channel.h"
+#include "tools/gatewayctl/ending.h"
 #include "tools/gatewayctl/failure.h"
 #include "tools/gatewayctl/inbox.h"
 #include "tools/gatewayctl/poll_set.h"
 #include "tools/gatewayctl/say.h"
 #include "tools/gatewayctl/shortage.h"
 
-#include <csignal>
-
 namespace {
-
-volatile std::sig_atomic_t has_to_end = 0;
-
-void end_fn(int /*signal*/) {
-    has_to_end = 1;
-}
-
-void end_by_signals() {
-    struct sigaction action {};
-    action.sa_handler = end_fn; // without SA_RESTART, so that it also interrupts a wait
-    sigaction(SIGINT, &action, nullptr);
-    sigaction(SIGTERM, &action, nullptr);
-}
 
 void call_roll(const sockaddr_in &to) {
     try {
@@ -57,7 +43,7 @@ void serve(const serve_settings &settings) {
     answer_desk desk(settings.desk, lack);
     say("gateway", "listens for units");
     auto next_call = clock_type::now();
-    while (has_to_end == 0) {
+    while (!has_to_end()) {
         if (settings.roll_call && clock_type::now() >= next_call) {
             call_roll(*settings.roll_call);
             next_call = clock_type::now() + settings.every;

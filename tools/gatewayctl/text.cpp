@@ -63,6 +63,16 @@ std::string harmless(std::string_view text, std::string_view marked) {
     return result;
 }
 
+std::string json_escaped(char32_t code) {
+    constexpr char32_t first_beyond = 0x10000; // of those that take two escapes
+    if (code < first_beyond) {
+        return "\\u" + hex_digits(code, 4);
+    }
+    const char32_t rest = code - first_beyond;
+    return "\\u" + hex_digits(0xd800 + (rest >> 10), 4) + "\\u" +
+           hex_digits(0xdc00 + (rest & 0x3ff), 4);
+}
+
 } // namespace
 
 std::string to_hex(std::span<const std::uint8_t> bytes) {
@@ -83,4 +93,20 @@ std::string quoted(std::string_view text) {
 
 std::string printable(std::string_view text) {
     return harmless(text, "");
+}
+
+std::string json_quoted(std::string_view text) {
+    std::string result = "\"";
+    while (!text.empty()) {
+        const character next = first_character(text);
+        const std::size_t size = std::max<std::size_t>(next.size, 1);
+        if (next.size == 0 || is_deceptive(next.code)) {
+            result += json_escaped(next.size == 0 ? U'\ufffd' : next.code);
+        } else {
+            result += text.front() == '"' || text.front() == '\\' ? "\\" : "";
+            result += text.substr(0, size);
+        }
+        text.remove_prefix(size);
+    }
+    return result + '"';
 }

@@ -24,3 +24,7 @@ std::string quoted(std::string_view text);
 /// The same without quotation marks, for a text that may contain its own: those and backslashes are
 /// kept.
 std::string printable(std::string_view text);
+
+/// As a string of JSON, with its quotation marks. What quoted() escapes is escaped here, too; a byte
+/// that is no UTF-8 becomes U+FFFD.
+std::string json_quoted(std::string_view text);

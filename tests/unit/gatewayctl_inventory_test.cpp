@@ -1,0 +1,122 @@
+#include "tests/unit/gatewayctl_test.h"
+#include "tools/gatewayctl/inventory.h"
+
+#include <cstdio>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <string>
+
+namespace {
+
+std::vector<inventory_unit> parse(const std::string &text) {
+    return parse_inventory(text, "units");
+}
+
+std::string fault_of(const std::string &text) {
+    return refusal([&text] { parse(text); });
+}
+
+TEST(inventory, takes_a_name_and_an_address_from_each_line) {
+    const auto units = parse("a 10.0.0.1\n\tb\t10.0.0.2:4001  \n");
+    ASSERT_EQ(units.size(), 2U);
+    EXPECT_EQ(units[0].name, "a");
+    EXPECT_EQ(units[0].address, "10.0.0.1");
+    EXPECT_EQ(units[0].group, "");
+    EXPECT_EQ(units[0].hardware_address, "");
+    EXPECT_EQ(units[0].comment, "");
+    EXPECT_EQ(units[1].name, "b");
+    EXPECT_EQ(units[1].address, "10.0.0.2:4001");
+}
+
+TEST(inventory, takes_group_hardware_address_and_comment) {
+    const auto units = parse("a 10.0.0.1 north hw=02-00-0A-57-21-32 #  above # the door \n"
+                             "b 10.0.0.2 hw=02:00:0a:57:21:33 south\n"
+                             "c 10.0.0.3 - #note");
+    ASSERT_EQ(units.size(), 3U);
+    EXPECT_EQ(units[0].group, "north");
+    EXPECT_EQ(units[0].hardware_address, "02:00:0a:57:21:32");
+    EXPECT_EQ(units[0].comment, "above # the door");
+    EXPECT_EQ(units[1].group, "south");
+    EXPECT_EQ(units[1].hardware_address, "02:00:0a:57:21:33");
+    EXPECT_EQ(units[2].group, "");
+    EXPECT_EQ(units[2].comment, "note");
+}
+
+TEST(inventory, skips_comments_and_empty_lines_of_either_kind_of_file) {
+    const auto units = parse("# name address\r\n\r\n  \n  #a 1\na#1 10.0.0.1\r\n");
+    ASSERT_EQ(units.size(), 1U);
+    EXPECT_EQ(units[0].name, "a#1");
+    EXPECT_EQ(units[0].address, "10.0.0.1");
+}
+
+TEST(inventory, names_the_line_of_a_fault) {
+    EXPECT_EQ(fault_of("\na"), "units:2: \"a\" has no address");
+    EXPECT_EQ(fault_of("a # 10.0.0.1"), "units:1: \"a\" has no address");
+    EXPECT_EQ(fault_of("a 10.0.0.1 north loud"),
+              "units:1: \"loud\" is one field too many: a comment begins with #");
+    EXPECT_EQ(fault_of("a\x1b[1m 10.0.0.1"),
+              "units:1: control characters or invalid UTF-8 in \"a\\x1b[1m 10.0.0.1\"");
+    EXPECT_EQ(fault_of("a 10.0.0.1 # \xff"),
+              "units:1: control characters or invalid UTF-8 in \"a 10.0.0.1 # \\xff\"");
+}
+
+TEST(inventory, refuses_what_is_no_address) {
+    for (const std::string address :
+         {":4000", "a:", "a:0", "a:65536", "a:+1", "a:1:1", "a/24", "a:000001"}) {
+        EXPECT_EQ(fault_of("a " + address),
+                  "units:1: \"" + address + "\" is not an address: HOST or HOST:PORT");
+    }
+    EXPECT_EQ(parse("a " + std::string(253, 'h') + ":65535").size(), 1U);
+    EXPECT_NE(fault_of("a " + std::string(254, 'h')), "");
+}
+
+TEST(inventory, refuses_what_is_no_hardware_address) {
+    for (const std::string address :
+         {"", "02:00:0a:57:21", "02:00:0a:57:21:3g", "02.00.0a.57.21.32", "02:00:0a:57:21:32:33"}) {
+        EXPECT_EQ(fault_of("a 10.0.0.1 hw=" + address),
+                  "units:1: \"" + address +
+                      "\" is not a hardware address such as 02:00:0a:57:21:32");
+    }
+    EXPECT_EQ(fault_of("a 10.0.0.1 hw=02:00:0a:57:21:32 hw=02:00:0a:57:21:33"),
+              "units:1: a second hardware address");
+}
+
+TEST(inventory, refuses_what_is_there_twice) {
+    EXPECT_EQ(fault_of("a 10.0.0.1\nb 10.0.0.2\na 10.0.0.3"),
+              "units:3: the name \"a\" is also in line 1");
+    EXPECT_EQ(fault_of("a 10.0.0.1\nb 10.0.0.1"),
+              "units:2: the address \"10.0.0.1\" is also in line 1");
+    EXPECT_EQ(fault_of("a 10.0.0.1 hw=02:00:0a:57:21:32\nb 10.0.0.2 hw=02:00:0A:57:21:32"),
+              "units:2: the hardware address \"02:00:0a:57:21:32\" is also in line 1");
+    EXPECT_EQ(parse("a 10.0.0.1\nb 10.0.0.1:4001\nc 10.0.0.2").size(), 3U);
+}
+
+TEST(inventory, writes_a_line_that_it_reads_again) {
+    for (const std::string line :
+         {"a  10.0.0.1", "a  h:1  north", "a  h  hw=02:00:0a:57:21:32",
+          "a  h  north  hw=02:00:0a:57:21:32  # above the door", "a  h  # Tür\t#2"}) {
+        EXPECT_EQ(to_text(parse(line).at(0)), line);
+    }
+}
+
+TEST(inventory, is_read_from_a_file) {
+    const std::string file = testing::TempDir() + "gatewayctl_inventory";
+    std::ofstream(file) << "a 10.0.0.1\nb";
+    EXPECT_EQ(refusal([&file] { read_inventory(file); }), file + ":2: \"b\" has no address");
+    std::ofstream(file) << "a 10.0.0.1\n";
+    EXPECT_EQ(read_inventory(file).size(), 1U);
+    std::remove(file.c_str());
+    EXPECT_THROW(read_inventory(file), run_failure);
+    EXPECT_THROW(read_inventory(testing::TempDir()), run_failure) << "a folder";
+}
+
+TEST(inventory, is_narrowed_to_a_group) {
+    const auto units = parse("a h1 north\nb h2 south\nc h3 north\nd h4");
+    const auto north = of_group(units, "north");
+    ASSERT_EQ(north.size(), 2U);
+    EXPECT_EQ(north[0].name, "a");
+    EXPECT_EQ(north[1].name, "c");
+    EXPECT_EQ(refusal([&units] { of_group(units, "west"); }), "no unit is in the group \"west\"");
+}
+
+} // namespace

@@ -113,10 +113,8 @@ def call_roll(fleet: Fleet, healthy: Sequence[int]) -> Row:
 
 def alert(fleet: Fleet, healthy: Sequence[int], text: str) -> Row:
     busy = busy_share()
-    with tempfile.NamedTemporaryFile("w") as inventory:
-        for number, identity in enumerate(fleet.identities):
-            inventory.write(f"unit-{number} {identity.address}\n")
-        inventory.flush()
+    with tempfile.NamedTemporaryFile() as inventory:
+        fleet.write_inventory(Path(inventory.name))
         message = ("detail-alert", "--text", text, "--unit", "E1:2", "--turnout", "120")
         cost = run_gatewayctl(fleet, "--units", inventory.name, *message)
     times = [written(fleet.units[number], text) for number in healthy]

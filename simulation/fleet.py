@@ -3,6 +3,7 @@
 import contextlib
 import os
 from collections.abc import Iterator
+from pathlib import Path
 
 from simulation.station import Identity, Process, Station
 
@@ -29,6 +30,9 @@ class Fleet(Station):
         for unit in self.units:
             unit.write_config("{}")
 
+    def __enter__(self) -> "Fleet":
+        return self
+
     def start_services(self) -> list[Process]:
         """One in each unit, after its start-up, whose last step is to start the browser."""
         services = [unit.start_service() for unit in self.units]
@@ -36,8 +40,14 @@ class Fleet(Station):
             unit.wait_for_calls("qt-webkit-kiosk")
         return services
 
-    def __enter__(self) -> "Fleet":
-        return self
+    def write_inventory(self, file: Path) -> Path:
+        """For gatewayctl."""
+        lines = [
+            f"unit-{number} {unit.address} - hw={unit.hardware_address}\n"
+            for number, unit in enumerate(self.identities)
+        ]
+        file.write_text("".join(lines))
+        return file
 
     def unplug(self, number: int) -> None:
         """Pulls the unit's network cable."""

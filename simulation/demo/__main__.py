@@ -9,9 +9,11 @@ import sys
 import threading
 from pathlib import Path
 
-from simulation import gateway, linux, running
+from simulation import gateway, linux, running, whereabouts
+from simulation.fleet import MOST_UNITS, identity
 from simulation.forward import Forward
 from simulation.demo.cases import CASES, END
+from simulation.demo.fleet import DEMONSTRATION, show_fleet
 from simulation.demo.incident import INCIDENT, Scene, Step
 from simulation.demo.pictures import Pictures
 from simulation.screen import Screen
@@ -42,6 +44,8 @@ same page at http://127.0.0.1:8080/station_web/.
 From a second terminal, inside the running station:
   ./scripts/station exec cat /dev/shm/alerts.json
   ./scripts/station exec bash -c "printf '\\3\\1\\0\\0\\0\\4FIRE' > /dev/tcp/127.0.0.1/4000"
+
+With --units it starts a whole fleet instead, and tells what its units show.
 """
 
 
@@ -78,7 +82,7 @@ def parse_arguments() -> argparse.Namespace:
     )
     parser.add_argument(
         "--name",
-        default="demonstration",
+        default=DEMONSTRATION,
         help="tells several stations apart (default: %(default)s)",
     )
     parser.add_argument(
@@ -88,10 +92,24 @@ def parse_arguments() -> argparse.Namespace:
         metavar="SECONDS",
         help="pause between the steps of the incident (default: %(default)s)",
     )
+    parser.add_argument(
+        "--units",
+        type=unit_count,
+        metavar="N",
+        help=f"no incident, but N units on one network, at most {MOST_UNITS}, without televisions and"
+        " with stand-ins for their browsers: for trying a gateway on all of them",
+    )
     commands = parser.add_subparsers(dest="command", metavar="COMMAND")
     run = commands.add_parser("exec", help="run a program inside the running station")
     run.add_argument(
         "--gateway", action="store_true", help="on the gateway's side (10.87.33.1, .20, .21)"
+    )
+    run.add_argument(
+        "--unit",
+        type=unit_number,
+        default=0,
+        metavar="ADDRESS",
+        help="in this one of several units (default: the first)",
     )
     run.add_argument("program", metavar="PROGRAM", nargs=argparse.REMAINDER)
     arguments = parser.parse_args()
@@ -99,17 +117,35 @@ def parse_arguments() -> argparse.Namespace:
         run.error("which PROGRAM?")
     if arguments.window and not os.environ.get("DISPLAY"):
         parser.error("--window needs a display, and DISPLAY names none")
+    if arguments.units and (arguments.once or arguments.window or arguments.pictures):
+        parser.error("--units plays no incident, and has no browser to show")
     return arguments
+
+
+def unit_count(text: str) -> int:
+    if not 1 <= int(text) <= MOST_UNITS:
+        raise argparse.ArgumentTypeError(f"there are 1 to {MOST_UNITS} units")
+    return int(text)
+
+
+def unit_number(text: str) -> int:
+    for number in range(MOST_UNITS):
+        if text == identity(number).address:
+            return number
+    raise argparse.ArgumentTypeError(f"units are {identity(0).address} and on")
 
 
 def main() -> int:
     linux.open_standard_descriptors()
     arguments = parse_arguments()
     if arguments.command == "exec":
-        return run_inside(arguments.name, arguments.program, arguments.gateway)
+        side = "gateway" if arguments.gateway else whereabouts.unit_side(arguments.unit)
+        return run_inside(arguments.name, arguments.program, side)
     try:
         listen_to_signals()
         with contextlib.closing(contextlib.ExitStack()) as stack:
+            if arguments.units:
+                return show_fleet(arguments.units, arguments.name, stack)
             return run_station(arguments, stack)
     except StationError as error:
         print(error, file=sys.stderr)
@@ -262,11 +298,11 @@ def wait_for_end(service: Process, timeline: Timeline) -> int:
     return 1
 
 
-def run_inside(name: str, program: list[str], on_gateway: bool) -> int:
+def run_inside(name: str, program: list[str], side: str) -> int:
     try:
-        if on_gateway:
-            return running.run_inside(name, "gateway", program)
-        return running.run_inside(name, "unit", program, UNIT_ENVIRONMENT)
+        return running.run_inside(
+            name, side, program, {} if side == "gateway" else UNIT_ENVIRONMENT
+        )
     except running.NotEntered as error:
         print(error, file=sys.stderr)
         return 1

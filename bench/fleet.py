@@ -22,6 +22,8 @@ from simulation.station import CONFINED, DOCUMENT, Station, dying_with_starter, 
 SIZES = (1, 10, 50, 200)
 SICK = {1: "the service has ended", 2: "unplugged", 3: "hangs"}
 PEEK = 0.01  # seconds between looks at the memory
+# Without the defaults that a user may have set for gatewayctl.
+ENVIRONMENT = {"PATH": "/usr/sbin:/usr/bin:/sbin:/bin", "HOME": "/nonexistent"}
 RECORDS = 3  # of a unit that has got neither its date nor its settings
 
 
@@ -135,7 +137,9 @@ def run_gatewayctl(fleet: Fleet, *arguments: str) -> Cost:
     with tempfile.TemporaryFile("w+") as output:
         start = time.time()
         with fleet.on_gateway():
-            running = subprocess.Popen(command, stdout=output, stderr=subprocess.DEVNULL)
+            running = subprocess.Popen(
+                command, stdout=output, stderr=subprocess.DEVNULL, env=ENVIRONMENT
+            )
         memory = 0
         while not has_ended(running.pid):
             memory = peak_memory(running.pid) or memory

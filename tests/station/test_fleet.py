@@ -2,13 +2,22 @@
 
 import json
 import os
+import signal
 from collections.abc import Iterator
 from pathlib import Path
 
 import pytest
-from command_support import KEPT_CAPABILITIES, STATUS, capabilities_of
+from command_support import (
+    KEPT_CAPABILITIES,
+    STATUS,
+    capabilities_of,
+    read_until_line,
+    run_command,
+    running_command,
+    wait_for_end_of_station,
+)
 from confinement_support import ATTEMPTS
-from gatewayctl_support import gatewayctl_command, run
+from gatewayctl_support import GATEWAYCTL, gatewayctl_command, run
 from support import check_children
 
 from simulation.fleet import BROADCAST, Fleet
@@ -130,3 +139,35 @@ def started(unit: Station) -> list[str]:
     """The programs that the unit sees, without its first process and the looking one."""
     names = unit.run("/bin/sh", "-c", "cat /proc/[0-9]*/comm").split()
     return [name for name in names if name not in ("python3", "sh", "cat")]
+
+
+def test_command_starts_a_fleet_to_try_a_gateway_on() -> None:
+    name = f"test-{os.getpid()}-fleet"
+
+    def inside(*arguments: str) -> str:
+        result = run_command("--name", name, "exec", *arguments)
+        assert result.returncode == 0, result.stderr
+        return result.stdout
+
+    with running_command("--units", "3", "--name", name) as running:
+        read_until_line(running, "Ctrl-C")
+        to_all = ("--gateway", GATEWAYCTL, "--units", "/run/units")
+        assert inside(*to_all, "detail-alert", "--text", "DRILL").count("  taken\n") == 3
+        read_until_line(running, '3 units show "DRILL"')
+        addresses = [f"10.87.33.{number}" for number in (50, 51, 52)]
+        for address in addresses:
+            assert f" {address} " in inside("--unit", address, "/sbin/ifconfig", "eth0")
+        unknown = run_command("--name", name, "exec", "--unit", "10.87.33.53", "true")
+        assert unknown.stderr == f"The station {name} has no unit 3.\n"
+        inside("--unit", addresses[1], "/usr/bin/killall", "-9", "hdtv")
+        read_until_line(running, f"the service of {addresses[1]} has ended with status -9")
+        running.send_signal(signal.SIGINT)
+        assert running.wait(20) == 130
+    wait_for_end_of_station(name)
+
+
+@pytest.mark.parametrize("count", ["0", "201", "many"])
+def test_command_refuses_what_is_no_number_of_units(count: str) -> None:
+    refused = run_command("--units", count)
+    assert refused.returncode == 2
+    assert "argument --units" in refused.stderr

@@ -14,10 +14,8 @@
 
 namespace {
 
-// A whole fleet answers a roll call at once: what the kernel cannot hold is tried again a second later.
+// A whole fleet answers a roll call at once. Who finds no place tries again seconds later.
 constexpr int backlog = SOMAXCONN;
-constexpr std::size_t most_accepted =
-    16; // at once: so many of one unit's records are kept at least
 constexpr std::size_t most_arrivals =
     256; // beyond that the oldest is dropped, so that silent peers do no harm
 constexpr std::size_t most_bytes = 64; // more than in any record
@@ -61,59 +59,53 @@ void record_inbox::watch(poll_set &set, bool may_accept) const {
 }
 
 void record_inbox::advance(const poll_set &events, const take_fn &take) {
+    std::vector<arrival> coming;
     for (arrival &one : std::exchange(arrivals_, {})) {
-        const bool has_event = events.has_event(one.connection.get());
-        proceed(std::move(one), has_event, take);
+        if (!is_complete(one, events)) {
+            coming.push_back(std::move(one));
+            continue;
+        }
+        // Handled after the connection is closed: the unit sends nothing else before that.
+        one.connection = descriptor_owner();
+        if (!one.bytes.empty()) {
+            take(one.from, one.bytes);
+        }
     }
+    arrivals_ = std::move(coming);
     if (events.has_event(listening_.get())) {
-        accept_arrivals(take);
+        accept_arrival();
     }
 }
 
-// Most have brought their whole record, so that they need not be kept.
-void record_inbox::accept_arrivals(const take_fn &take) {
-    for (std::size_t count = 0; count < most_accepted; ++count) {
-        arrival coming;
-        socklen_t size = sizeof coming.from;
-        coming.connection =
-            descriptor_owner(accept4(listening_.get(), reinterpret_cast<sockaddr *>(&coming.from),
-                                     &size, SOCK_CLOEXEC | SOCK_NONBLOCK));
-        if (coming.connection.get() < 0) {
-            if (is_shortage(errno)) {
-                lack_.note();
-            }
-            return;
+void record_inbox::accept_arrival() {
+    arrival coming;
+    socklen_t size = sizeof coming.from;
+    coming.connection =
+        descriptor_owner(accept4(listening_.get(), reinterpret_cast<sockaddr *>(&coming.from),
+                                 &size, SOCK_CLOEXEC | SOCK_NONBLOCK));
+    if (coming.connection.get() < 0) {
+        if (is_shortage(errno)) {
+            lack_.note();
         }
-        coming.end = clock_type::now() + longest_arrival;
-        proceed(std::move(coming), true, take);
-    }
-}
-
-void record_inbox::proceed(arrival coming, bool has_event, const take_fn &take) {
-    if (!is_complete(coming, has_event)) {
-        if (arrivals_.size() == most_arrivals) {
-            arrivals_.erase(arrivals_.begin());
-        }
-        arrivals_.push_back(std::move(coming));
         return;
     }
-    // Handled after the connection is closed: the unit sends nothing else before that.
-    coming.connection = descriptor_owner();
-    if (!coming.bytes.empty()) {
-        take(coming.from, coming.bytes);
+    coming.end = clock_type::now() + longest_arrival;
+    if (arrivals_.size() == most_arrivals) {
+        arrivals_.erase(arrivals_.begin());
     }
+    arrivals_.push_back(std::move(coming));
 }
 
-bool record_inbox::is_complete(arrival &coming, bool has_event) {
+bool record_inbox::is_complete(arrival &coming, const poll_set &events) {
     const bool is_late = clock_type::now() >= coming.end;
-    std::array<std::uint8_t, most_bytes> buffer{};
-    while (has_event && coming.bytes.size() < most_bytes) {
-        const ssize_t count = recv(coming.connection.get(), buffer.data(), buffer.size(), 0);
-        if (count > 0) {
-            coming.bytes.insert(coming.bytes.end(), buffer.begin(), buffer.begin() + count);
-        } else if (count == 0 || errno != EINTR) {
-            return count == 0 || errno != EAGAIN || is_late;
-        }
+    if (!events.has_event(coming.connection.get())) {
+        return is_late;
     }
-    return has_event || is_late;
+    std::array<std::uint8_t, most_bytes> buffer{};
+    const ssize_t count = recv(coming.connection.get(), buffer.data(), buffer.size(), 0);
+    if (count > 0) {
+        coming.bytes.insert(coming.bytes.end(), buffer.begin(), buffer.begin() + count);
+        return is_late || coming.bytes.size() >= most_bytes;
+    }
+    return is_late || count == 0 || (errno != EAGAIN && errno != EINTR);
 }

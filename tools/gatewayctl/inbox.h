@@ -34,9 +34,8 @@ class record_inbox {
         std::vector<std::uint8_t> bytes;
     };
 
-    void accept_arrivals(const take_fn &take);
-    void proceed(arrival coming, bool has_event, const take_fn &take);
-    static bool is_complete(arrival &coming, bool has_event);
+    void accept_arrival();
+    static bool is_complete(arrival &coming, const poll_set &events);
 
     shortage &lack_;
     descriptor_owner listening_;

@@ -1,12 +1,13 @@
 """gatewayctl's roll calls, answered by the real service."""
 
 import json
+from pathlib import Path
 
 import pytest
-from gatewayctl_support import Tool, gatewayctl_command, run
+from gatewayctl_support import GATEWAYCTL, Tool, gatewayctl_command, run
 
 from simulation import gateway
-from simulation.station import HARDWARE_ADDRESS, UNIT_ADDRESS, Process, Station
+from simulation.station import GATEWAY_FILE, HARDWARE_ADDRESS, UNIT_ADDRESS, Process, Station
 
 pytestmark = pytest.mark.tool
 
@@ -48,3 +49,83 @@ def test_roll_call_where_another_gateway_listens(station: Station) -> None:
     assert result.stderr == (
         "gatewayctl: port 5000 is in use: another gateway is running on this machine\n"
     )
+
+
+def test_roll_call_is_compared_with_the_inventory(
+    station: Station, service: Process, tmp_path: Path
+) -> None:
+    units, saved = tmp_path / "units", tmp_path / "saved"
+    units.write_text(
+        f"hall 10.87.33.77 north hw={HARDWARE_ADDRESS}\nbay 10.87.33.78 north # dark\n"
+        f"door {UNIT_ADDRESS} south\n"
+    )
+    call = ("roll-call", "--broadcast", "10.87.33.255", "--wait", "500ms", "--expect")
+    result = run(*gatewayctl_command(station, *call, str(units), "--save", str(saved)))
+    assert (result.returncode, result.stderr) == (1, "")
+    *table, summary = result.stdout.splitlines()
+    assert [line.split()[:3] for line in table[1:]] == [
+        ["moved", "hall", UNIT_ADDRESS],
+        ["missing", "bay", "10.87.33.78"],
+        ["missing", "door", UNIT_ADDRESS],
+    ]
+    assert table[1].endswith("was 10.87.33.77")
+    assert summary == "0 of 3 present, 1 moved, 2 missing"
+    assert saved.read_text().splitlines() == [
+        f"hall  {UNIT_ADDRESS}  north  hw={HARDWARE_ADDRESS}",
+        "bay  10.87.33.78  north  # dark",
+    ]
+    saved.write_text(saved.read_text().replace("bay", "# bay"))
+    result = run(*gatewayctl_command(station, *call, str(saved), "--json"))
+    assert (result.returncode, result.stderr) == (0, "")
+    assert json.loads(result.stdout)["state"] == "present"
+
+
+def test_roll_call_of_each_unit_by_itself(
+    station: Station, service: Process, tmp_path: Path
+) -> None:
+    units = tmp_path / "units"
+    units.write_text(f"hall {UNIT_ADDRESS} north\nbay 10.87.33.78 south\n")
+    call = ("roll-call", "--each", "--wait", "500ms", "--expect", str(units), "--group", "north")
+    result = run(*gatewayctl_command(station, *call))
+    assert (result.returncode, result.stderr) == (0, "")
+    assert result.stdout.endswith("\n1 of 1 present\n")
+
+
+def test_gateways_with_addresses_of_their_own_share_a_machine(
+    station: Station, service: Process
+) -> None:
+    with gateway.record_listener(station, "10.87.33.20"):
+        bound = gatewayctl_command(station, "--to", UNIT_ADDRESS, "--bind", "10.87.33.21")
+        result = run(*bound, "roll-call", "--wait", "500ms")
+        assert (result.returncode, result.stderr) == (0, "")
+        assert UNIT_ADDRESS in result.stdout
+        other = gatewayctl_command(station, "--bind", "10.87.33.20", "roll-call")
+        assert run(*other).stderr == (
+            "gatewayctl: port 5000 of 10.87.33.20 is in use: another gateway is running on this"
+            " machine\n"
+        )
+    assert run(*bound, "display-alert", "--text", "FIRE").returncode == 0
+    assert '"gateway_addr": "10.87.33.21"' in station.path(GATEWAY_FILE).read_text()
+    nobody = gatewayctl_command(station, "--to", UNIT_ADDRESS, "--bind", "192.0.2.1", "end-alert")
+    result = run(*nobody)
+    assert result.returncode == 1
+    assert result.stderr == (
+        "gatewayctl: cannot send from 192.0.2.1: Cannot assign requested address\n"
+    )
+
+
+@pytest.mark.parametrize(
+    "arguments, status, words",
+    [
+        (["--to", "h", "roll-call", "--expect", "f"], 2, "either --to"),
+        (["roll-call", "--each"], 2, "use --expect FILE"),
+        (["roll-call", "--expect", "/no/such/file"], 1, "cannot open /no/such/file"),
+        (["roll-call", "--save", "/no/such/file"], 1, "cannot write /no/such/file"),
+        (["--group", "x", "roll-call", "--expect", "/dev/null"], 2, 'in the group "x"'),
+        (["--bind", "127.0.0.1:5000", "roll-call"], 2, "contains a port"),
+    ],
+)
+def test_roll_call_that_cannot_be_asked_for(arguments: list[str], status: int, words: str) -> None:
+    result = run(GATEWAYCTL, *arguments)
+    assert (result.returncode, result.stdout) == (status, "")
+    assert words in result.stderr

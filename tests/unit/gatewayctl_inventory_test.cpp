@@ -1,5 +1,6 @@
 #include "tests/unit/gatewayctl_test.h"
 #include "tools/gatewayctl/inventory.h"
+#include "tools/gatewayctl/inventory_file.h"
 
 #include <cstdio>
 #include <fstream>
@@ -108,6 +109,28 @@ TEST(inventory, is_read_from_a_file) {
     std::remove(file.c_str());
     EXPECT_THROW(read_inventory(file), run_failure);
     EXPECT_THROW(read_inventory(testing::TempDir()), run_failure) << "a folder";
+}
+
+TEST(inventory_file, is_an_inventory) {
+    const std::string name = testing::TempDir() + "gatewayctl_inventory_file";
+    std::ofstream(name) << "kept\n";
+    const inventory_file file(name);
+    std::string before;
+    std::ifstream(name) >> before;
+    EXPECT_EQ(before, "kept") << "until it is written";
+    const auto units = parse("a 10.0.0.1 north\nb h # note");
+    file.write(units, "a comment");
+    const auto read = read_inventory(name);
+    ASSERT_EQ(read.size(), 2U);
+    EXPECT_EQ(to_text(read[0]), to_text(units[0]));
+    file.write({}, "");
+    EXPECT_TRUE(read_inventory(name).empty());
+    std::remove(name.c_str());
+}
+
+TEST(inventory_file, tells_that_it_cannot_be_written) {
+    EXPECT_THROW(inventory_file("/no/such/folder/file"), run_failure);
+    EXPECT_THROW(inventory_file("/dev/full").write({}, "comment"), run_failure);
 }
 
 TEST(inventory, is_narrowed_to_a_group) {

@@ -1,11 +1,9 @@
-// What is said about a delivery, and the file of those that failed.
+// What is said about a delivery.
 
 #include "tools/gatewayctl/delivery_report.h"
 
 #include "gatewayctl_test.h"
 
-#include <cstdio>
-#include <fstream>
 #include <gtest/gtest.h>
 #include <string>
 
@@ -91,29 +89,6 @@ TEST(delivery_report, keeps_the_failed_units) {
     testing::internal::GetCapturedStdout();
     ASSERT_EQ(report.failed().size(), 1U);
     EXPECT_EQ(report.failed()[0].name, "c");
-}
-
-TEST(failed_units_file, is_an_inventory) {
-    const std::string name = testing::TempDir() + "gatewayctl_failed";
-    std::ofstream(name) << "kept\n";
-    {
-        const failed_units_file file(name);
-        std::string before;
-        std::ifstream(name) >> before;
-        EXPECT_EQ(before, "kept") << "until it is written";
-        file.write({units[0], units[2]});
-    }
-    const auto read = read_inventory(name);
-    ASSERT_EQ(read.size(), 2U);
-    EXPECT_EQ(to_text(read[0]), to_text(units[0]));
-    failed_units_file(name).write({});
-    EXPECT_TRUE(read_inventory(name).empty());
-    std::remove(name.c_str());
-}
-
-TEST(failed_units_file, is_refused_before_anything_is_sent) {
-    EXPECT_THROW(failed_units_file("/no/such/folder/file"), run_failure);
-    EXPECT_THROW(failed_units_file("/dev/full").write({}), run_failure);
 }
 
 } // namespace

@@ -70,6 +70,12 @@ std::string host_text(const sockaddr_in &address) {
     return text;
 }
 
+std::string host_text(std::uint32_t address) {
+    sockaddr_in whole{};
+    whole.sin_addr.s_addr = htonl(address);
+    return host_text(whole);
+}
+
 std::string to_text(const sockaddr_in &address) {
     return host_text(address) + ":" + std::to_string(ntohs(address.sin_port));
 }

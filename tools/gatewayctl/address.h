@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <netinet/in.h>
 #include <string>
 
@@ -17,6 +18,9 @@ std::string to_text(const sockaddr_in &address);
 
 /// "10.87.33.50".
 std::string host_text(const sockaddr_in &address);
+
+/// The same of a number in host byte order.
+std::string host_text(std::uint32_t address);
 
 /// As the socket calls expect it.
 inline const sockaddr *generic(const sockaddr_in &address) {

@@ -3,6 +3,7 @@
 #include "tools/gatewayctl/address.h"
 #include "tools/gatewayctl/exchange.h"
 #include "tools/gatewayctl/failure.h"
+#include "tools/gatewayctl/own_address.h"
 #include "tools/gatewayctl/socket.h"
 
 #include <cerrno>
@@ -23,6 +24,7 @@ void send_over_tcp(const sockaddr_in &unit, const message_bytes &message,
 
 void send_over_udp(const sockaddr_in &unit, const message_bytes &message) {
     const descriptor_owner sender = open_socket(SOCK_DGRAM);
+    bind_to_own_address(sender.get());
     const int on = 1;
     setsockopt(sender.get(), SOL_SOCKET, SO_BROADCAST, &on, sizeof on);
     const ssize_t sent =

@@ -2,6 +2,7 @@
 
 #include "hdtv/protocol.h"
 #include "tools/gatewayctl/failure.h"
+#include "tools/gatewayctl/own_address.h"
 #include "tools/gatewayctl/text.h"
 
 #include <algorithm>
@@ -43,8 +44,13 @@ std::string environment(const char *name) {
 // Whether the command asks for all units in another way than by the common options.
 bool is_broadcast(const CLI::App &app) {
     return std::ranges::any_of(app.get_subcommands(), [](const CLI::App *command) {
-        const CLI::Option *option = command->get_option_no_throw("--broadcast");
-        return option != nullptr && option->count() > 0;
+        for (const char *name : {"--broadcast", "--expect"}) {
+            const CLI::Option *option = command->get_option_no_throw(name);
+            if (option != nullptr && option->count() > 0) {
+                return true;
+            }
+        }
+        return false;
     });
 }
 
@@ -102,6 +108,11 @@ void add_selection_options(CLI::App &app) {
 void add_sending_options(CLI::App &app) {
     constexpr std::size_t most_parallel = 1000;
     constexpr int most_retries = 1000;
+    app.add_option_function<std::string>(
+           "--bind", use_own_address,
+           "This machine's address to send from and to listen on, so that several gateways\n"
+           "can share a machine")
+        ->type_name("ADDRESS");
     app.add_flag("--udp", common.over_udp, "Send over UDP, which is not acknowledged");
     app.add_flag("--dry-run", common.is_dry_run, "Explain the message instead of sending it");
     app.add_flag("--force", common.is_forced, "Send even what decode finds a fault with");

@@ -10,8 +10,8 @@
 #include <string>
 #include <vector>
 
-/// One message for many units: concurrently, with one connection to a unit at a time, as the units
-/// want it.
+/// One message for many units: to many at once, but over one connection to a unit at a time, as
+/// units want it.
 
 struct delivery_settings {
     channel via = channel::tcp;

@@ -1,14 +1,9 @@
 #include "tools/gatewayctl/delivery_report.h"
 
-#include "tools/gatewayctl/failure.h"
-#include "tools/gatewayctl/socket.h"
 #include "tools/gatewayctl/text.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <cstdio>
-#include <fstream>
-#include <utility>
 
 namespace {
 
@@ -26,16 +21,6 @@ void say_json(const delivery_result &result, channel via) {
                 json_quoted(result.unit.name).c_str(), json_quoted(result.address).c_str(),
                 result.failure.empty() ? done_word(via) : "failed", result.attempts,
                 static_cast<long long>(result.time.count()), error.c_str());
-}
-
-// In columns of a terminal, as far as each character takes one.
-int width_of(const std::string &text) {
-    return static_cast<int>(std::ranges::count_if(text, [](char c) { return (c & 0xc0) != 0x80; }));
-}
-
-std::string padded(const std::string &text, int width) {
-    const int missing = std::max(0, width - width_of(text));
-    return text + std::string(static_cast<std::size_t>(missing), ' ');
 }
 
 } // namespace
@@ -123,23 +108,5 @@ void delivery_report::hide_progress() const {
     if (shows_progress_) {
         std::fputs("\r\x1b[K", stderr);
         std::fflush(stderr);
-    }
-}
-
-failed_units_file::failed_units_file(std::string name) : name_(std::move(name)) {
-    if (!std::ofstream(name_, std::ios::app)) {
-        throw run_failure("cannot write " + name_ + ": " + reason(errno));
-    }
-}
-
-void failed_units_file::write(const std::vector<inventory_unit> &units) const {
-    std::ofstream file(name_);
-    file << "# Units that have not taken a message: " << units.size() << "\n";
-    for (const inventory_unit &unit : units) {
-        file << to_text(unit) << "\n";
-    }
-    file.close();
-    if (!file) {
-        throw run_failure("cannot write " + name_ + ": " + reason(errno));
     }
 }

@@ -48,15 +48,3 @@ class delivery_report {
     std::size_t known_ = 0;
     std::vector<inventory_unit> failed_;
 };
-
-/// A file that the next run can read as an inventory.
-class failed_units_file {
-  public:
-    /// A run_failure if the file cannot be written. What it holds stays until it is written.
-    explicit failed_units_file(std::string name);
-
-    void write(const std::vector<inventory_unit> &units) const;
-
-  private:
-    std::string name_;
-};

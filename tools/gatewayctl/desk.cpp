@@ -16,7 +16,8 @@ namespace {
 
 constexpr std::size_t most_answers = 64; // at once
 constexpr std::size_t most_visitors = 256;
-constexpr std::size_t most_records = 16; // of one unit; a roll call brings three
+constexpr std::size_t most_records = 17; // of one unit, with the one that is being answered; a roll
+                                         // call brings three
 
 bool is_request(const unit_record &record) {
     return record.type != record_type::rollcall_reply;
@@ -49,7 +50,7 @@ bool answer_desk::has_room() const {
 
 void answer_desk::take(const sockaddr_in &from, std::span<const std::uint8_t> bytes) {
     visitor &served = find_visitor(from);
-    if (served.records.size() == most_records) {
+    if (served.records.size() + (served.answer ? 1 : 0) == most_records) {
         say(host_text(from), "sends requests faster than it takes answers: a record is dropped");
         return;
     }

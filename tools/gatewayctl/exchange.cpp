@@ -2,6 +2,7 @@
 
 #include "tools/gatewayctl/address.h"
 #include "tools/gatewayctl/failure.h"
+#include "tools/gatewayctl/own_address.h"
 #include "tools/gatewayctl/socket.h"
 
 #include <cerrno>
@@ -25,6 +26,7 @@ exchange::exchange(descriptor_owner connection, const sockaddr_in &unit, message
     : connection_(std::move(connection)), unit_(unit), message_(std::move(message)), end_(end) {}
 
 void exchange::start() {
+    bind_to_own_address(connection_.get());
     if (connect(connection_.get(), generic(unit_), sizeof unit_) == 0) {
         send_message();
     } else if (errno != EINPROGRESS) {

@@ -30,7 +30,7 @@ _gatewayctl_units() {
 _gatewayctl() {
     local commands="display-alert detail-alert map stop-turnout end-alert turnout-timer set-date page
         rotation reboot play-audio set-gateway raw roll-call serve decode"
-    local common="--help --to --units --group --udp --dry-run --force --timeout --parallel --retries
+    local common="--help --to --units --group --bind --udp --dry-run --force --timeout --parallel --retries
         --json --failed-to --config --version"
     local word command="" current=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD - 1]}
     for word in "${COMP_WORDS[@]:1:COMP_CWORD-1}"; do
@@ -48,14 +48,14 @@ _gatewayctl() {
     reboot) words="--yes" ;;
     play-audio) words="--device --volume --channels --rate --sample-format" ;;
     raw) words="--file" ;;
-    roll-call) words="--broadcast --wait" ;;
+    roll-call) words="--broadcast --expect --each --wait --save" ;;
     serve) words="--rotation --roll-call --every" ;;
     decode) words="--file --record" ;;
     esac
     case $previous in
     --to) mapfile -t COMPREPLY < <(compgen -W "$(_gatewayctl_units name)" -- "$current") ;;
     --group) mapfile -t COMPREPLY < <(compgen -W "$(_gatewayctl_units group)" -- "$current") ;;
-    --file | --units | --failed-to | --config)
+    --file | --units | --failed-to | --config | --expect | --save)
         mapfile -t COMPREPLY < <(compgen -f -- "$current")
         ;;
     *)

@@ -3,6 +3,7 @@
 #include "hdtv/protocol.h"
 #include "tools/gatewayctl/address.h"
 #include "tools/gatewayctl/failure.h"
+#include "tools/gatewayctl/own_address.h"
 #include "tools/gatewayctl/socket.h"
 
 #include <array>
@@ -14,15 +15,16 @@
 
 namespace {
 
-// A whole fleet answers a roll call at once. Who finds no place tries again seconds later.
-constexpr int backlog = SOMAXCONN;
+constexpr int backlog = 1024; // a roll call makes all units connect at once
 constexpr std::size_t most_arrivals =
     256; // beyond that the oldest is dropped, so that silent peers do no harm
 constexpr std::size_t most_bytes = 64; // more than in any record
 constexpr std::chrono::seconds longest_arrival(5);
 
 [[noreturn]] void fail_to_listen(int error) {
-    const std::string port = "port " + std::to_string(protocol::record_port);
+    const sockaddr_in &own = own_address();
+    const std::string port = "port " + std::to_string(protocol::record_port) +
+                             (own.sin_addr.s_addr == INADDR_ANY ? "" : " of " + host_text(own));
     if (error == EADDRINUSE) {
         throw run_failure(port + " is in use: another gateway is running on this machine");
     }
@@ -34,8 +36,7 @@ constexpr std::chrono::seconds longest_arrival(5);
 record_inbox::record_inbox(shortage &lack)
     : lack_(lack), listening_(open_socket(SOCK_STREAM | SOCK_NONBLOCK)) {
     const int on = 1;
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
+    sockaddr_in address = own_address();
     address.sin_port = htons(protocol::record_port);
     setsockopt(listening_.get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
     if (bind(listening_.get(), generic(address), sizeof address) != 0 ||
@@ -73,11 +74,12 @@ void record_inbox::advance(const poll_set &events, const take_fn &take) {
     }
     arrivals_ = std::move(coming);
     if (events.has_event(listening_.get())) {
-        accept_arrival();
+        while (accept_arrival() && arrivals_.size() < most_arrivals) {
+        }
     }
 }
 
-void record_inbox::accept_arrival() {
+bool record_inbox::accept_arrival() {
     arrival coming;
     socklen_t size = sizeof coming.from;
     coming.connection =
@@ -87,13 +89,14 @@ void record_inbox::accept_arrival() {
         if (is_shortage(errno)) {
             lack_.note();
         }
-        return;
+        return false;
     }
     coming.end = clock_type::now() + longest_arrival;
     if (arrivals_.size() == most_arrivals) {
         arrivals_.erase(arrivals_.begin());
     }
     arrivals_.push_back(std::move(coming));
+    return true;
 }
 
 bool record_inbox::is_complete(arrival &coming, const poll_set &events) {

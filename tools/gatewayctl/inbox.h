@@ -10,7 +10,7 @@
 #include <span>
 #include <vector>
 
-/// Listens on port 5000 and collects what arrives on all connections concurrently, each until its
+/// Listens on port 5000 of own_address() and collects what arrives on all connections concurrently, each until its
 /// end or its time limit. It never blocks.
 class record_inbox {
   public:
@@ -34,7 +34,7 @@ class record_inbox {
         std::vector<std::uint8_t> bytes;
     };
 
-    void accept_arrival();
+    bool accept_arrival();
     static bool is_complete(arrival &coming, const poll_set &events);
 
     shortage &lack_;

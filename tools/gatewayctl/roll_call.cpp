@@ -2,85 +2,53 @@
 
 #include "tools/gatewayctl/address.h"
 #include "tools/gatewayctl/channel.h"
+#include "tools/gatewayctl/failure.h"
 #include "tools/gatewayctl/inbox.h"
+#include "tools/gatewayctl/inventory_file.h"
 #include "tools/gatewayctl/records.h"
+#include "tools/gatewayctl/roll.h"
+#include "tools/gatewayctl/roll_print.h"
+#include "tools/gatewayctl/text.h"
 
+#include <algorithm>
 #include <cstdio>
-#include <map>
-#include <string>
-#include <vector>
 
 namespace {
 
-struct answer {
-    std::string hardware_address;
-    int version = 0; // 0 while only its requests have arrived
-    bool wants_date = false;
-    bool wants_settings = false;
-};
+void warn(const std::string &words) {
+    std::fprintf(stderr, "gatewayctl: warning: %s\n", printable(words).c_str());
+}
 
-using answers_by_address = std::map<std::uint32_t, answer>;
+std::vector<expected_unit> resolve_all(const std::vector<inventory_unit> &units) {
+    std::vector<expected_unit> expected;
+    for (const inventory_unit &unit : units) {
+        expected.push_back({unit, std::nullopt});
+        try {
+            expected.back().address = ntohl(resolve(unit.address).sin_addr.s_addr);
+        } catch (const run_failure &failure) {
+            warn(unit.name + ": " + failure.what());
+        }
+    }
+    return expected;
+}
 
-void note(answer &known, const unit_record &record) {
-    known.hardware_address = record.hardware_address;
-    switch (record.type) {
-    case record_type::rollcall_reply:
-        known.version = record.version;
-        break;
-    case record_type::set_date_request:
-        known.wants_date = true;
-        break;
-    case record_type::settings_request:
-        known.wants_settings = true;
-        break;
+void call(const sockaddr_in &address) {
+    send_over_udp(address, make_rollcall_request());
+}
+
+// One that cannot be called is missing in the end.
+void call_each(const std::vector<expected_unit> &expected) {
+    for (const expected_unit &one : expected) {
+        try {
+            call(resolve(one.unit.address));
+        } catch (const run_failure &failure) {
+            warn(one.unit.name + ": " + failure.what());
+        }
     }
 }
 
-std::vector<std::string> requests_of(const answer &known) {
-    std::vector<std::string> requests;
-    if (known.wants_date) {
-        requests.emplace_back("date");
-    }
-    if (known.wants_settings) {
-        requests.emplace_back("settings");
-    }
-    return requests;
-}
-
-std::string joined(const std::vector<std::string> &words, const char *quote) {
-    std::string text;
-    for (const std::string &word : words) {
-        text += (text.empty() ? "" : ", ") + (quote + word) + quote;
-    }
-    return text;
-}
-
-std::string address_text(std::uint32_t address) {
-    sockaddr_in whole{};
-    whole.sin_addr.s_addr = htonl(address);
-    return host_text(whole);
-}
-
-void print_table(const answers_by_address &answers) {
-    std::printf("%-15s  %-17s  %-7s  %s\n", "ADDRESS", "HARDWARE ADDRESS", "VERSION", "ASKS FOR");
-    for (const auto &[address, known] : answers) {
-        const std::string requests = joined(requests_of(known), "");
-        std::printf("%-15s  %-17s  %-7d  %s\n", address_text(address).c_str(),
-                    known.hardware_address.c_str(), known.version,
-                    requests.empty() ? "-" : requests.c_str());
-    }
-}
-
-void print_json(const answers_by_address &answers) {
-    for (const auto &[address, known] : answers) {
-        std::printf("{\"address\": \"%s\", \"hardware_address\": \"%s\", \"version\": %d, "
-                    "\"asks_for\": [%s]}\n",
-                    address_text(address).c_str(), known.hardware_address.c_str(), known.version,
-                    joined(requests_of(known), "\"").c_str());
-    }
-}
-
-void gather(record_inbox &inbox, std::chrono::milliseconds time, answers_by_address &answers) {
+std::vector<roll_answer> gather(record_inbox &inbox, std::chrono::milliseconds time) {
+    roll_answers answers;
     const auto end = clock_type::now() + time;
     bool is_undisturbed = true;
     while (is_undisturbed && clock_type::now() < end) {
@@ -90,28 +58,60 @@ void gather(record_inbox &inbox, std::chrono::milliseconds time, answers_by_addr
         inbox.advance(events,
                       [&answers](const sockaddr_in &from, std::span<const std::uint8_t> bytes) {
                           if (const auto record = parse_record(bytes)) {
-                              note(answers[ntohl(from.sin_addr.s_addr)], *record);
+                              answers.note(ntohl(from.sin_addr.s_addr), *record);
                           }
                       });
     }
+    return answers.all();
+}
+
+// Without the inventory's units of other groups: they are known.
+std::vector<roll_entry> of_group(std::vector<roll_entry> entries, const std::string &group) {
+    std::erase_if(entries, [&group](const roll_entry &entry) {
+        return entry.expected && !group.empty() && entry.expected->unit.group != group;
+    });
+    return entries;
+}
+
+bool has_missing(const std::vector<roll_entry> &entries) {
+    return std::ranges::count(entries, roll_state::missing, &roll_entry::state) > 0;
+}
+
+void say_nobody(const std::vector<sockaddr_in> &called) {
+    std::fprintf(stderr, "gatewayctl: no unit answered the roll call to %s\n",
+                 called.size() == 1 ? to_text(called[0]).c_str() : "any of them");
 }
 
 } // namespace
 
-int call_roll(const std::vector<sockaddr_in> &to, std::chrono::milliseconds wait, bool as_json) {
-    answers_by_address answers;
+int call_roll(const roll_call_settings &settings) {
+    std::vector<expected_unit> expected;
+    if (settings.expected) {
+        expected = resolve_all(settings.expected->units);
+    }
     shortage lack(
         [] { std::fputs("gatewayctl: out of file descriptors, units have to wait\n", stderr); });
     record_inbox inbox(lack); // listen before calling
-    for (const sockaddr_in &address : to) {
-        send_over_udp(address, make_rollcall_request());
+    std::ranges::for_each(settings.to, call);
+    if (settings.calls_each) {
+        call_each(expected);
     }
-    gather(inbox, wait, answers);
+    const std::vector<roll_answer> answers = gather(inbox, settings.wait);
     if (answers.empty()) {
-        std::fprintf(stderr, "gatewayctl: no unit answered the roll call to %s\n",
-                     to.size() == 1 ? to_text(to[0]).c_str() : "any of them");
-        return 1;
+        say_nobody(settings.to);
     }
-    as_json ? print_json(answers) : print_table(answers);
-    return 0;
+    std::ranges::for_each(duplicates_in(answers), warn);
+    const std::vector<roll_entry> entries = compare(expected, answers);
+    if (!settings.save_file.empty()) {
+        inventory_file(settings.save_file).write(updated_inventory(entries), "");
+    }
+    if (settings.expected) {
+        const auto wanted = of_group(entries, settings.expected->group);
+        print_entries(wanted, answers, settings.as_json);
+        return has_missing(wanted) || answers.empty() ? 1 : 0;
+    }
+    if (!answers.empty()) {
+        print_answers(answers, settings.as_json);
+    }
+    return answers.empty() ? 1 : 0;
 }

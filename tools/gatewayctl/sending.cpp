@@ -5,6 +5,7 @@
 #include "tools/gatewayctl/describe.h"
 #include "tools/gatewayctl/ending.h"
 #include "tools/gatewayctl/failure.h"
+#include "tools/gatewayctl/inventory_file.h"
 #include "tools/gatewayctl/text.h"
 
 #include <iostream>
@@ -46,7 +47,7 @@ bool is_accepted(const description &described) {
 }
 
 int deliver_to(const selection &selected, const message_fn &make, std::size_t size) {
-    std::optional<failed_units_file> failed_file;
+    std::optional<inventory_file> failed_file;
     if (!common.failed_file.empty()) {
         failed_file.emplace(common.failed_file);
     }
@@ -66,7 +67,8 @@ int deliver_to(const selection &selected, const message_fn &make, std::size_t si
             [&report](const delivery_result &result) { report.add(result); });
     report.finish();
     if (failed_file) {
-        failed_file->write(report.failed());
+        failed_file->write(report.failed(), "Units that have not taken a message: " +
+                                                std::to_string(report.failed().size()));
     }
     return report.failed().empty() ? 0 : 1;
 }

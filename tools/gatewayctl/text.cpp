@@ -95,6 +95,15 @@ std::string printable(std::string_view text) {
     return harmless(text, "");
 }
 
+int width_of(std::string_view text) {
+    return static_cast<int>(std::ranges::count_if(text, [](char c) { return (c & 0xc0) != 0x80; }));
+}
+
+std::string padded(const std::string &text, int width) {
+    const int missing = std::max(0, width - width_of(text));
+    return text + std::string(static_cast<std::size_t>(missing), ' ');
+}
+
 std::string json_quoted(std::string_view text) {
     std::string result = "\"";
     while (!text.empty()) {

@@ -25,6 +25,12 @@ std::string quoted(std::string_view text);
 /// kept.
 std::string printable(std::string_view text);
 
+/// How many columns of a terminal it takes, where each character takes one.
+int width_of(std::string_view text);
+
+/// With blanks behind it, up to the width.
+std::string padded(const std::string &text, int width);
+
 /// As a string of JSON, with its quotation marks. What quoted() escapes is escaped here, too; a byte
 /// that is no UTF-8 becomes U+FFFD.
 std::string json_quoted(std::string_view text);

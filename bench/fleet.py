@@ -1,5 +1,6 @@
 """A fleet in one network: one broadcast roll call of all units, and one alert to all of them, both by
-gatewayctl. Times count from the start of its process. In a fleet of four or more, two units are dead (in one
+gatewayctl. Times count from the start of its process. Before a first alert, the gateway's machine knows no
+unit's hardware address, and neither does it before the roll call. In a fleet of four or more, two units are dead (in one
 the service has ended, the other is unplugged) and one hangs: its service is stopped, and holds its port."""
 
 import argparse
@@ -21,6 +22,7 @@ from simulation.station import CONFINED, DOCUMENT, Station, dying_with_starter, 
 
 SIZES = (1, 10, 50, 200)
 SICK = {1: "the service has ended", 2: "unplugged", 3: "hangs"}
+ROLL_CALL, ALERT, FIRST_ALERT = "roll call", "alert", "alert, first"
 PEEK = 0.01  # seconds between looks at the memory
 # Without the defaults that a user may have set for gatewayctl.
 ENVIRONMENT = {"PATH": "/usr/sbin:/usr/bin:/sbin:/bin", "HOME": "/nonexistent"}
@@ -80,15 +82,23 @@ def measure(fleet: Fleet, sick: set[int], runs: int) -> Iterator[Row]:
     healthy = [number for number in range(len(fleet.units)) if number not in sick]
     for run in range(runs):
         settle(fleet, healthy)
+        forget_hardware_addresses(fleet)
         yield call_roll(fleet, healthy)
         settle(fleet, healthy)
-        yield alert(fleet, healthy, f"FIRE {run}")
+        yield alert(fleet, healthy, ALERT, f"FIRE {run}")
+        settle(fleet, healthy)
+        forget_hardware_addresses(fleet)
+        yield alert(fleet, healthy, FIRST_ALERT, f"FIRST FIRE {run}")
 
 
 def settle(fleet: Fleet, healthy: Sequence[int]) -> None:
-    """Until every unit has nothing left to do. The gateway then knows nobody's hardware address."""
+    """Until every unit has nothing left to do."""
     for number in healthy:
         gateway.deliver(fleet, b"\0", destination=address_of(fleet, number))
+
+
+def forget_hardware_addresses(fleet: Fleet) -> None:
+    """As a gateway that has just been switched on: it asks all for each of them."""
     flush = fleet.start_in_gateway_network("/usr/sbin/ip", "neighbor", "flush", "dev", "gw0")
     assert flush.wait() == 0, flush.errors
 
@@ -110,10 +120,10 @@ def call_roll(fleet: Fleet, healthy: Sequence[int]) -> Row:
         and answer["version"] == gateway.VERSION
         and len(answer["asks_for"]) == RECORDS - 1
     ]
-    return Row("roll call", len(healthy), last - cost.start, len(healthy) - len(whole), cost, busy)
+    return Row(ROLL_CALL, len(healthy), last - cost.start, len(healthy) - len(whole), cost, busy)
 
 
-def alert(fleet: Fleet, healthy: Sequence[int], text: str) -> Row:
+def alert(fleet: Fleet, healthy: Sequence[int], what: str, text: str) -> Row:
     busy = busy_share()
     with tempfile.NamedTemporaryFile() as inventory:
         fleet.write_inventory(Path(inventory.name))
@@ -121,7 +131,7 @@ def alert(fleet: Fleet, healthy: Sequence[int], text: str) -> Row:
         cost = run_gatewayctl(fleet, "--units", inventory.name, *message)
     times = [written(fleet.units[number], text) for number in healthy]
     last = max((x for x in times if x is not None), default=cost.start)
-    return Row("alert", len(healthy), last - cost.start, times.count(None), cost, busy)
+    return Row(what, len(healthy), last - cost.start, times.count(None), cost, busy)
 
 
 def written(unit: Station, text: str) -> float | None:
@@ -181,10 +191,12 @@ def processor_times() -> tuple[int, int]:
 
 def print_heading() -> None:
     print(
-        "| Units | What      | Answers from | Last after, median |  worst | Lost | CPU time | Memory | Ends after | Busy before |"
+        "| Units | What         | Answers from |     Last after |      Worst | Lost | CPU time |   Memory "
+        "| Ends after | Busy before |"
     )
     print(
-        "|------:|-----------|-------------:|-------------------:|-------:|-----:|---------:|-------:|-----------:|------------:|"
+        "|------:|--------------|-------------:|---------------:|-----------:|-----:|---------:|---------:"
+        "|-----------:|------------:|"
     )
 
 
@@ -195,9 +207,9 @@ def print_rows(size: int, rows: Sequence[Row]) -> None:
         cpu = statistics.median(row.cost.cpu for row in of_it)
         memory = max(row.cost.memory for row in of_it)
         print(
-            f"| {size:5} | {what:9} | {of_it[0].asked:12} | {statistics.median(seconds):16.3f} s "
-            f"| {max(seconds):4.2f} s | {sum(row.lost for row in of_it):4} | {1000 * cpu:5.0f} ms "
-            f"| {memory:3} kB | {statistics.median(row.cost.seconds for row in of_it):8.2f} s "
+            f"| {size:5} | {what:12} | {of_it[0].asked:12} | {statistics.median(seconds):12.3f} s "
+            f"| {max(seconds):8.3f} s | {sum(row.lost for row in of_it):4} | {1000 * cpu:5.0f} ms "
+            f"| {memory:5} kB | {statistics.median(row.cost.seconds for row in of_it):8.2f} s "
             f"| {statistics.median(row.busy for row in of_it):11.0%} |",
             flush=True,
         )

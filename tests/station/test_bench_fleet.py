@@ -23,7 +23,8 @@ def test_fleet_with_dead_and_hanging_units_is_measured() -> None:
     assert run.returncode == 0, run.stdout + run.stderr
     cells = [re.split(r"\s*\|\s*", line.strip("| ")) for line in run.stdout.splitlines()]
     rows = {(size, what): row for size, what, *row in cells[2:]}
-    assert list(rows) == [(size, what) for size in "26" for what in ("roll call", "alert")]
+    kinds = ("roll call", "alert", "alert, first")
+    assert list(rows) == [(size, what) for size in "26" for what in kinds]
     for (size, _), (asked, median, worst, lost, cpu, memory, *_) in rows.items():
         # Of six units, two are dead and one hangs.
         assert (asked, lost) == ("2" if size == "2" else "3", "0")

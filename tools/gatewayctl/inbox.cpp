@@ -73,13 +73,13 @@ void record_inbox::advance(const poll_set &events, const take_fn &take) {
         }
     }
     arrivals_ = std::move(coming);
+    // One at a time: those that have been accepted go on in between, and none of them is dropped.
     if (events.has_event(listening_.get())) {
-        while (accept_arrival() && arrivals_.size() < most_arrivals) {
-        }
+        accept_arrival();
     }
 }
 
-bool record_inbox::accept_arrival() {
+void record_inbox::accept_arrival() {
     arrival coming;
     socklen_t size = sizeof coming.from;
     coming.connection =
@@ -89,14 +89,13 @@ bool record_inbox::accept_arrival() {
         if (is_shortage(errno)) {
             lack_.note();
         }
-        return false;
+        return;
     }
     coming.end = clock_type::now() + longest_arrival;
     if (arrivals_.size() == most_arrivals) {
         arrivals_.erase(arrivals_.begin());
     }
     arrivals_.push_back(std::move(coming));
-    return true;
 }
 
 bool record_inbox::is_complete(arrival &coming, const poll_set &events) {

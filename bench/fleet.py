@@ -1,7 +1,8 @@
 """A fleet in one network: one broadcast roll call of all units, and one alert to all of them, both by
-gatewayctl. Times count from the start of its process. Before a first alert, the gateway's machine knows no
-unit's hardware address, and neither does it before the roll call. In a fleet of four or more, two units are dead (in one
-the service has ended, the other is unplugged) and one hangs: its service is stopped, and holds its port."""
+gatewayctl. Times count from the start of its process. Before the roll call and before a first alert, the
+gateway's machine knows no unit's hardware address. In a fleet of four or more, two units are dead (in one
+the service has ended, the other is unplugged) and one hangs: its service is stopped, and holds its port.
+Exits with status 1 if an answer or a document is missing."""
 
 import argparse
 import json
@@ -21,7 +22,7 @@ from simulation.fleet import BROADCAST, MOST_UNITS, Fleet
 from simulation.station import CONFINED, DOCUMENT, Station, dying_with_starter, host_build_directory
 
 SIZES = (1, 10, 50, 200)
-SICK = {1: "the service has ended", 2: "unplugged", 3: "hangs"}
+ENDED, UNPLUGGED, HANGING = SICK = 1, 2, 3  # numbers of units
 ROLL_CALL, ALERT, FIRST_ALERT = "roll call", "alert", "alert, first"
 PEEK = 0.01  # seconds between looks at the memory
 # Without the defaults that a user may have set for gatewayctl.
@@ -67,19 +68,19 @@ def main() -> int:
     for size in arguments.units:
         with Fleet(size) as fleet:
             services = fleet.start_services()
-            sick = set() if arguments.healthy or size <= len(SICK) else set(SICK)
-            if sick:
-                services[1].kill()
-                fleet.unplug(2)
-                services[3].suspend()
-            rows = list(measure(fleet, sick, arguments.runs))
+            has_sick = size > len(SICK) and not arguments.healthy
+            if has_sick:
+                services[ENDED].kill()
+                fleet.unplug(UNPLUGGED)
+                services[HANGING].suspend()
+            healthy = [x for x in range(size) if not has_sick or x not in SICK]
+            rows = list(measure(fleet, healthy, arguments.runs))
         print_rows(size, rows)
         lost += sum(row.lost for row in rows)
     return 1 if lost else 0
 
 
-def measure(fleet: Fleet, sick: set[int], runs: int) -> Iterator[Row]:
-    healthy = [number for number in range(len(fleet.units)) if number not in sick]
+def measure(fleet: Fleet, healthy: Sequence[int], runs: int) -> Iterator[Row]:
     for run in range(runs):
         settle(fleet, healthy)
         forget_hardware_addresses(fleet)

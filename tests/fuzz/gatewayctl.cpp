@@ -1,8 +1,10 @@
-// gatewayctl: what it says about any message or record, and the messages that it makes of any values.
-// Nothing is thrown but refusals.
+// gatewayctl: what it says about any message or record, the messages that it makes of any values, and
+// the inventories that it reads. Nothing is thrown but refusals.
 
+#include "tools/gatewayctl/address.h"
 #include "tools/gatewayctl/describe.h"
 #include "tools/gatewayctl/failure.h"
+#include "tools/gatewayctl/inventory.h"
 #include "tools/gatewayctl/messages.h"
 #include "tools/gatewayctl/page.h"
 #include "tools/gatewayctl/records.h"
@@ -11,6 +13,8 @@
 #include "fuzz_target.h"
 
 #include <optional>
+#include <string>
+#include <vector>
 
 namespace {
 
@@ -200,9 +204,32 @@ void read_message(fuzz_input &input) {
     describe_bytes(message_bytes(bytes.begin(), bytes.end()));
 }
 
+// What is read is written as lines that are read again.
+void read_units(fuzz_input &input) {
+    const std::string text = input.all();
+    const auto units = made_by([&] { return parse_inventory(text, "units"); });
+    if (!units) {
+        return;
+    }
+    std::string written;
+    for (const inventory_unit &unit : *units) {
+        expect_line(printable(unit.name));
+        expect_line(unit.address + unit.hardware_address);
+        check_address(unit.address);
+        written += to_text(unit) + "\n";
+    }
+    const std::vector<inventory_unit> again = parse_inventory(written, "written");
+    REQUIRE(again.size() == units->size());
+    for (std::size_t i = 0; i < again.size(); ++i) {
+        REQUIRE_SAME(to_text(again[i]), to_text((*units)[i]));
+        REQUIRE_SAME(again[i].group, (*units)[i].group);
+        REQUIRE_SAME(again[i].comment, (*units)[i].comment);
+    }
+}
+
 constexpr void (*actions[])(fuzz_input &) = {read_message,       make_display, make_detail,
                                              make_text_messages, make_clip,    make_numbers,
-                                             read_hex,           show_text};
+                                             read_hex,           show_text,    read_units};
 
 } // namespace
 

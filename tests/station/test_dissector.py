@@ -8,6 +8,7 @@ from pathlib import Path
 
 import pytest
 from capture_support import RECORD, TCP, UDP, make_capture, run_tshark
+from gatewayctl_support import GATEWAYCTL, run
 
 from simulation import gateway
 from simulation.gateway import VERSION, Unit
@@ -157,6 +158,9 @@ MALFORMED = [
         TCP,
         "The name has no terminating zero: it is cut",
     ),
+    (gateway.detail_alert("x", {0: Unit('E"1', 1)}), TCP, "A quotation mark in a name makes the"),
+    (b'\x34http://x/"', TCP, "A quotation mark in the address makes the alert document unreada"),
+    (b"\x26\0\0\0\0", TCP, "The turnout timer is taken from the type byte and the one after"),
     (gateway.detail_alert("", {0: Unit("E1", 1)})[:25], TCP, "The name of slot 1 is incomplete"),
     (
         gateway.detail_alert("xy", text_length=0),
@@ -185,6 +189,60 @@ def test_malformed_message_is_marked(
     frame = dissect_one(directory, message, "type", kind=kind)
     assert frame["type"] == [str(message[0])]
     assert any(said.startswith(words) for said in frame[EXPERT]), frame
+
+
+def any_messages() -> list[bytes]:
+    """Messages of all kinds, with faults and without."""
+    generator = random.Random(2)
+    alert = gateway.detail_alert("FIRE", {0: Unit("E1", 1), 3: Unit('L"3', 2), 4: Unit("x", 0)})
+    whole = [
+        *(gateway.display_alert("FIRE"), gateway.display_alert("FIRE", turnout=9), alert),
+        *(gateway.detail_alert("FIRE", {2: Unit("E1", 1)}), gateway.detail_alert("")),
+        *(gateway.hdtv_alert("text", 7), gateway.set_date("now"), gateway.hdtv_settings(3)),
+        *(gateway.set_page_address("http://x/"), gateway.set_map_address("HTTP://x/")),
+        *(gateway.detail_alert("x", {1: Unit('E"1', 3)}), b'\x34http://x/"'),
+        gateway.detail_alert("x", {1: Unit("E1" + 28 * "\0" + "1x", 3)}),
+        *(
+            b'{"x":"y"comm_gw":"z"}',
+            b'{"comm_gw":"x"}',
+            b'{"a""comm_gw":"x"}',
+            b'{"comm_gw":"x',
+            b'{"comm_gw":"","x":"y"}',
+        ),
+        *(gateway.play_clip("http://x/a.wav"), gateway.reboot(), gateway.stop_turnout()),
+        *(b"\x09", gateway.roll_call(), b"\x26" + bytes(4)),
+    ]
+    changed = []
+    for message in 6 * whole:
+        place = generator.randrange(len(message))
+        byte = generator.choice([b"\0", b'"', b"\1", b"x", b""])
+        changed.append(message[:place] + byte + message[place + 1 :])
+        changed.append(message[: place + 1])
+    return whole + [message for message in changed if message]
+
+
+@pytest.mark.tool
+@pytest.mark.parametrize("kind, options", [(TCP, []), (UDP, ["--udp"])], ids=["TCP", "UDP"])
+def test_dissector_finds_fault_with_what_decode_finds_fault_with(
+    directory: Path, kind: Sequence[str], options: list[str]
+) -> None:
+    packets, place = any_messages(), 1
+    statuses = [run(GATEWAYCTL, *options, "decode", p.hex()).returncode for p in packets]
+    assert {*statuses} == {0, 1}
+    if kind == TCP:
+        messages = packets
+        packets = []
+        for message in messages:
+            packets.append(segment(message, place, is_pushed=True))
+            place += len(message)
+    frames = dissect(directory, packets, ["station_display.type"], IP if kind == TCP else kind)
+    marked = [1 if frame[EXPERT] else 0 for frame in frames]
+    differing = [
+        (any_messages()[number], frames[number][EXPERT])
+        for number in range(len(statuses))
+        if statuses[number] != marked[number]
+    ]
+    assert differing == []
 
 
 RECORD_NAMES = [f"station_record.{x}" for x in ("code", "hardware_address", "fixed", "version")]

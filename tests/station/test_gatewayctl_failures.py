@@ -1,9 +1,10 @@
 """What gatewayctl says when something is not available, and that its output is harmless."""
 
+import socket
 import subprocess
 
 import pytest
-from gatewayctl_support import GATEWAYCTL, gatewayctl_command, run
+from gatewayctl_support import GATEWAYCTL, Tool, gatewayctl_command, run
 from support import busy_service
 
 from simulation.station import UNIT_ADDRESS, Process, Station
@@ -57,7 +58,7 @@ def test_name_that_nobody_knows() -> None:
         (["--to", "x", "--udp", "stop-turnout"], "stop-turnout works over TCP only"),
         (["--to", "x", "display-alert"], "--text is required"),
         (["--to", "x", "display-alert", "--text", "y", "--turnout", "65536"], "0 to 65535"),
-        (["--to", "x", "detail-alert", "--text", "y", "--unit", "E1:red"], "is not a number"),
+        (["--to", "x", "detail-alert", "--text", "y", "--unit", "E1:mauve"], "neither a number"),
         (["--to", "x", "rotation", "45"], "0, 90, 180 or 270"),
         (["--to", "x", "page"], PAGES),
         (["--to", "x", "page", "y", "--blank"], PAGES),
@@ -131,3 +132,52 @@ def test_nothing_from_outside_reaches_the_terminal_raw(arguments: list[str | byt
     text = (result.stdout + result.stderr).decode()
     assert text.replace("\n", "").isprintable(), text
     assert HARMLESS in text
+
+
+# What decode finds fault with is not sent by accident.
+
+FAULTY = ["detail-alert", "--text", "FIRE", "--unit", 'E"1:blue']
+FAULT = "unit 1: a quotation mark in a name makes the alert document unreadable"
+
+
+def test_message_with_a_fault_needs_force(station: Station, tool: Tool) -> None:
+    before = station.document()
+    result = tool(*FAULTY)
+    assert (result.returncode, result.stdout) == (1, "")
+    assert result.stderr == (
+        f"gatewayctl: warning: {FAULT}\n"
+        "gatewayctl: nothing was sent; --force sends it all the same\n"
+    )
+    assert station.document() == before
+    result = tool("--force", "raw", "31", "01", "00")
+    assert result.returncode == 0
+    assert result.stdout.startswith("3 bytes taken by ")
+    assert result.stderr == "gatewayctl: warning: nothing is read from offset 2 on\n"
+    assert station.wait_for_calls("qt-webkit-kiosk", 2)[-1].argv[-1].endswith("?rotation=90")
+
+
+@pytest.mark.parametrize("arguments, status", [(FAULTY, 1), (["end-alert"], 0)])
+def test_dry_run_ends_as_decode_does(arguments: list[str], status: int) -> None:
+    result = run(GATEWAYCTL, "--dry-run", *arguments)
+    assert result.returncode == status
+    assert (f"  - {FAULT}\n" in result.stdout) == bool(status)
+
+
+def test_program_that_answers_is_no_unit() -> None:
+    with socket.create_server(("127.0.0.1", 0)) as server:
+        unit = "{}:{}".format(*server.getsockname())
+        with subprocess.Popen(
+            [GATEWAYCTL, "--to", unit, "end-alert"],
+            stdout=subprocess.PIPE,
+            stderr=subprocess.PIPE,
+            text=True,
+        ) as tool:
+            connection, _ = server.accept()
+            with connection:
+                connection.sendall(b"HTTP/1.1 400 Bad Request\r\n\r\n")
+            output, errors = tool.communicate(timeout=30)
+    assert (tool.returncode, output) == (1, "")
+    assert errors == (
+        f"gatewayctl: something else than a unit is listening at {unit}: it answers, which no unit"
+        " does\n"
+    )

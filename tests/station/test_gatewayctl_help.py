@@ -100,6 +100,7 @@ def test_manual_is_well_formed() -> None:
         (["detail-alert", "--un"], ["--unit", "--units"]),
         (["rotation", ""], ["0", "180", "270", "90"]),
         (["--to", "x", "roll-call", "--br"], ["--broadcast"]),
+        (["detail-alert", "--unit", "E1", ":", "w"], ["white"]),
         (["--units", "UNITS", "--to", ""], ["a1", "a2", "b"]),
         (["--units", "=", "UNITS", "end-alert", "--to", "a"], ["a1", "a2"]),
         (["--units", "UNITS", "--group", ""], ["east", "west"]),

@@ -8,7 +8,9 @@
 #include <algorithm>
 #include <gtest/gtest.h>
 #include <string>
+#include <sys/resource.h>
 #include <thread>
+#include <unistd.h>
 #include <vector>
 
 namespace {
@@ -57,37 +59,79 @@ std::thread serve_once(const loopback_unit &unit, bytes &taken) {
 }
 
 TEST(delivery, reaches_every_unit_and_tells_of_those_that_fail) {
-    const loopback_unit well, busy, down;
+    const loopback_unit well, rude, down;
     well.listen();
-    busy.listen();
+    rude.listen();
     bytes taken;
     std::thread service = serve_once(well, taken);
-    const auto results = results_of({named("busy", busy), named("down", down), named("well", well)},
-                                    settings_with(short_time * 10), [] {
+    std::thread other([&rude] { // closes without having read
+        const descriptor_owner connection = rude.accept();
+        char byte = 0;
+        recv(connection.get(), &byte, 1, MSG_PEEK);
+    });
+    const auto results = results_of({named("rude", rude), named("down", down), named("well", well)},
+                                    settings_with(long_time), [] {
                                         return bytes{7, 8};
                                     });
     service.join();
+    other.join();
     ASSERT_EQ(results.size(), 3U);
-    EXPECT_TRUE(results[0].failure.starts_with("the message was sent, but"));
-    EXPECT_TRUE(results[1].failure.starts_with("cannot connect to"));
+    EXPECT_TRUE(results[0].failure.starts_with("cannot connect to"));
+    EXPECT_TRUE(results[1].failure.ends_with("before it had read the whole message"));
     EXPECT_EQ(results[2].failure, "");
     EXPECT_EQ(results[2].address, to_text(well.address));
     EXPECT_EQ(taken, (bytes{7, 8}));
 }
 
-TEST(delivery, does_not_wait_for_one_unit_before_it_sends_to_the_next) {
-    const loopback_unit hanging, well;
-    hanging.listen();
-    well.listen();
+TEST(delivery, brings_a_message_whole) {
+    const loopback_unit unit;
+    unit.listen();
+    bytes message(4095);
+    for (std::size_t i = 0; i < message.size(); ++i) {
+        message[i] = static_cast<std::uint8_t>(i % 251);
+    }
     bytes taken;
-    std::thread service = serve_once(well, taken);
-    std::vector<std::string> order;
-    deliver(
-        {named("hanging", hanging), named("well", well)}, [] { return bytes{1}; },
-        settings_with(short_time * 10),
-        [&order](const delivery_result &result) { order.push_back(result.unit.name); });
+    std::thread service = serve_once(unit, taken);
+    const auto results =
+        results_of({named("a", unit)}, settings_with(long_time), [&message] { return message; });
     service.join();
-    EXPECT_EQ(order, (std::vector<std::string>{"well", "hanging"}));
+    EXPECT_EQ(results.at(0).failure, "");
+    EXPECT_EQ(taken, message);
+}
+
+TEST(delivery, tells_why_it_fails) {
+    const loopback_unit busy, down;
+    busy.listen();
+    const auto results =
+        results_of({named("busy", busy), named("down", down)}, settings_with(short_time));
+    EXPECT_EQ(results.at(0).failure,
+              "the message was sent, but " + to_text(busy.address) +
+                  " has not read it yet: the unit is busy, or something else is listening there");
+    EXPECT_EQ(results.at(1).failure,
+              "cannot connect to " + to_text(down.address) +
+                  ": Connection refused (the machine is up, but the service is not running)");
+}
+
+TEST(delivery, does_not_wait_for_one_unit_before_it_sends_to_the_next) {
+    const loopback_unit slow, quick;
+    slow.listen();
+    quick.listen();
+    bytes taken;
+    std::thread service = serve_once(quick, taken);
+    std::thread slow_service; // which begins when the other one has been served
+    std::vector<std::string> order;
+    const auto report = [&](const delivery_result &result) {
+        order.push_back(result.unit.name);
+        if (order.size() == 1) {
+            slow_service = serve_once(slow, taken);
+        }
+    };
+    deliver(
+        {named("slow", slow), named("quick", quick)}, [] { return bytes{1}; },
+        settings_with(long_time), report);
+    service.join();
+    slow_service.join();
+    EXPECT_EQ(order, (std::vector<std::string>{"quick", "slow"}));
 }
 
 TEST(delivery, sends_to_no_more_units_at_once_than_it_may) {
@@ -156,6 +200,27 @@ TEST(delivery, has_one_connection_to_a_unit) {
     service.join();
     EXPECT_EQ(results.at(0).failure, "");
     EXPECT_EQ(results.at(1).failure, "not sent: " + to_text(unit.address) + " is a, too");
+}
+
+TEST(delivery, waits_for_descriptors_where_others_are_in_use) {
+    const std::vector<loopback_unit> hanging(3);
+    std::vector<inventory_unit> units;
+    for (const loopback_unit &unit : hanging) {
+        unit.listen();
+        units.push_back(named(std::to_string(units.size()), unit));
+    }
+    rlimit before{};
+    getrlimit(RLIMIT_NOFILE, &before);
+    const int free_one = dup(hanging[0].socket_fd.get()); // the next one that is free
+    close(free_one);
+    const rlimit one_more{static_cast<rlim_t>(free_one) + 1, before.rlim_max};
+    setrlimit(RLIMIT_NOFILE, &one_more);
+    const auto results = results_of(units, settings_with(short_time));
+    setrlimit(RLIMIT_NOFILE, &before);
+    for (const known_result &result : results) {
+        EXPECT_TRUE(result.failure.starts_with("the message was sent, but")) << result.failure;
+        EXPECT_EQ(result.attempts, 1);
+    }
 }
 
 TEST(delivery, tells_of_a_name_that_nobody_knows) {

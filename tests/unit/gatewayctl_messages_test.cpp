@@ -163,7 +163,15 @@ TEST(messages, unit_is_a_name_with_a_colour) {
     EXPECT_EQ(parse_unit("E1:16").color, 16);
     EXPECT_EQ(parse_unit("A:B:3").name, "A:B");
     EXPECT_EQ(parse_unit("E1").color, 1);
-    for (const char *text : {"E1:", "E1:red", "E1:-1", "E1:1x", "E1:9999"}) {
+    EXPECT_EQ(parse_unit("E1:red").color, 1);
+    EXPECT_EQ(parse_unit("E1:Teal").color, 12);
+    EXPECT_EQ(parse_unit("E1:gray").color, 16);
+    EXPECT_EQ(parse_unit("red").name, "red");
+    EXPECT_EQ(refusal([] { parse_unit("E1:mauve"); }),
+              "in the unit \"E1:mauve\" the color is neither a number nor one of red, blue, green, "
+              "yellow, orange, purple, cyan, white, pink, lime, brown, teal, navy, maroon, silver, "
+              "gray");
+    for (const char *text : {"E1:", "E1:mauve", "E1:-1", "E1:1x", "E1:9999"}) {
         EXPECT_NE(refusal([&] { parse_unit(text); }), "") << text;
     }
 }

@@ -81,6 +81,15 @@ TEST(delivery_report, shows_on_a_terminal_how_far_it_has_come) {
               said(report_form::one_unit, channel::tcp).err);
 }
 
+TEST(delivery_report, reserves_nothing_where_nothing_was_taken) {
+    testing::internal::CaptureStdout();
+    delivery_report report(report_form::table, units, channel::tcp, 1, false);
+    report.add(failed(0));
+    report.finish();
+    EXPECT_TRUE(
+        testing::internal::GetCapturedStdout().ends_with("\n1 byte taken by 0 of 3, 1 failed\n"));
+}
+
 TEST(delivery_report, keeps_the_failed_units) {
     testing::internal::CaptureStdout();
     delivery_report report(report_form::table, units, channel::tcp, 1, false);

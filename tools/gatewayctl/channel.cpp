@@ -1,26 +1,12 @@
 #include "tools/gatewayctl/channel.h"
 
 #include "tools/gatewayctl/address.h"
-#include "tools/gatewayctl/exchange.h"
 #include "tools/gatewayctl/failure.h"
 #include "tools/gatewayctl/own_address.h"
 #include "tools/gatewayctl/socket.h"
 
 #include <cerrno>
 #include <sys/socket.h>
-
-void send_over_tcp(const sockaddr_in &unit, const message_bytes &message,
-                   std::chrono::milliseconds limit) {
-    const auto end = clock_type::now() + limit;
-    exchange sending(open_socket(exchange::socket_type), unit, message, end);
-    sending.start();
-    for (bool is_taken = false; !is_taken;) {
-        poll_set events(end);
-        sending.watch(events);
-        events.wait();
-        is_taken = sending.advance(events);
-    }
-}
 
 void send_over_udp(const sockaddr_in &unit, const message_bytes &message) {
     const descriptor_owner sender = open_socket(SOCK_DGRAM);

@@ -32,6 +32,8 @@ _gatewayctl() {
         rotation reboot play-audio set-gateway raw roll-call serve decode"
     local common="--help --to --units --group --bind --udp --dry-run --force --timeout --parallel --retries
         --json --failed-to --config --version"
+    local colors="red blue green yellow orange purple cyan white pink lime brown teal navy maroon
+        silver gray"
     local word command="" current=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD - 1]}
     for word in "${COMP_WORDS[@]:1:COMP_CWORD-1}"; do
         case " ${commands//$'\n'/ } " in
@@ -52,6 +54,10 @@ _gatewayctl() {
     serve) words="--rotation --roll-call --every" ;;
     decode) words="--file --record" ;;
     esac
+    if [ "$COMP_CWORD" -gt 3 ] && [ "${COMP_WORDS[COMP_CWORD - 3]}$previous" = --unit: ]; then
+        mapfile -t COMPREPLY < <(compgen -W "$colors" -- "$current")
+        return
+    fi
     case $previous in
     --to) mapfile -t COMPREPLY < <(compgen -W "$(_gatewayctl_units name)" -- "$current") ;;
     --group) mapfile -t COMPREPLY < <(compgen -W "$(_gatewayctl_units group)" -- "$current") ;;

@@ -9,6 +9,7 @@
 #include <cctype>
 #include <cstddef>
 #include <initializer_list>
+#include <iterator>
 #include <string_view>
 
 namespace {
@@ -123,6 +124,28 @@ int digit_value(char c) {
     return letter >= 'a' && letter <= 'f' ? letter - 'a' + 10 : -1;
 }
 
+constexpr const char *color_names[] = {"red",  "blue",   "green",  "yellow", "orange", "purple",
+                                       "cyan", "white",  "pink",   "lime",   "brown",  "teal",
+                                       "navy", "maroon", "silver", "gray"};
+
+int parse_color(const std::string &text, const std::string &unit) {
+    const auto *const name = std::ranges::find(color_names, lower_case(text));
+    if (name != std::end(color_names)) {
+        return static_cast<int>(name - std::begin(color_names)) + 1;
+    }
+    const bool is_number = !text.empty() && text.size() <= 3 &&
+                           std::ranges::all_of(text, [](char c) { return c >= '0' && c <= '9'; });
+    if (is_number) {
+        return std::stoi(text);
+    }
+    std::string names;
+    for (const char *one : color_names) {
+        names += (names.empty() ? "" : ", ") + std::string(one);
+    }
+    throw usage_failure("in the unit " + quoted(unit) +
+                        " the color is neither a number nor one of " + names);
+}
+
 bool is_separator(char c) {
     return std::isspace(static_cast<unsigned char>(c)) != 0 || c == ':' || c == ',';
 }
@@ -187,13 +210,7 @@ called_unit parse_unit(const std::string &text) {
     if (colon == std::string::npos) {
         return {text, 1};
     }
-    const std::string color = text.substr(colon + 1);
-    const bool is_number = !color.empty() && color.size() <= 3 &&
-                           std::ranges::all_of(color, [](char c) { return c >= '0' && c <= '9'; });
-    if (!is_number) {
-        throw usage_failure("in the unit " + quoted(text) + " the color is not a number");
-    }
-    return {text.substr(0, colon), std::stoi(color)};
+    return {text.substr(0, colon), parse_color(text.substr(colon + 1), text)};
 }
 
 message_bytes make_hdtv_alert(int turnout) {

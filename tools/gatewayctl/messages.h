@@ -40,7 +40,7 @@ message_bytes make_detail_alert(const detail_alert_settings &settings, channel v
 /// A text as typed on the command line: "\n" starts a new line, and "\\" is one backslash.
 std::string unescape(const std::string &typed);
 
-/// "NAME:COLOR", or just a name, which gets color 1.
+/// "NAME:COLOR" with the color's number or name ("E1:2", "E1:blue"), or just a name, which gets color 1.
 called_unit parse_unit(const std::string &text);
 
 message_bytes make_hdtv_alert(int turnout);

@@ -108,14 +108,14 @@ std::string json_quoted(std::string_view text) {
     std::string result = "\"";
     while (!text.empty()) {
         const character next = first_character(text);
-        const std::size_t size = std::max<std::size_t>(next.size, 1);
+        const std::size_t length = std::max<std::size_t>(next.size, 1);
         if (next.size == 0 || is_deceptive(next.code)) {
             result += json_escaped(next.size == 0 ? U'\ufffd' : next.code);
         } else {
             result += text.front() == '"' || text.front() == '\\' ? "\\" : "";
-            result += text.substr(0, size);
+            result += text.substr(0, length);
         }
-        text.remove_prefix(size);
+        text.remove_prefix(length);
     }
     return result + '"';
 }

@@ -172,9 +172,13 @@ end
 
 local function hdtv_alert(tree, buffer)
     local timer = buffer:len() - 5
-    if timer < 1 then
+    if timer < 0 then
         tree:add_proto_expert_info(e.short)
         return ""
+    end
+    if timer == 0 then
+        tree:add_proto_expert_info(e.value,
+            "The turnout timer is taken from the type byte and the one after it")
     end
     add_unread(tree, buffer, 1, timer - 1)
     tree:add(f.turnout_timer, buffer(timer, 2))
@@ -196,12 +200,17 @@ local function add_unit(tree, buffer, slot)
     end
     local text, length = add_text(unit, f.unit_name, buffer, name, name + 32)
     unit:set_text("Unit: " .. text:gsub("%c", " ") .. ", slot " .. slot + 1)
-    if length == 32 then
+    local is_empty = buffer(color, 1):uint() == 0
+    if buffer(name + 31, 1):uint() ~= 0 then
         unit:add_proto_expert_info(e.unit, "The name has no terminating zero: it is cut to 31 bytes")
+    end
+    if is_empty then
+        unit:add_proto_expert_info(e.unit, "The unit has color 0: its slot counts as empty")
     elseif length == 0 then
         unit:add_proto_expert_info(e.unit, "The unit has no name")
-    elseif buffer(color, 1):uint() == 0 then
-        unit:add_proto_expert_info(e.unit, "The unit has color 0: its slot counts as empty")
+    elseif buffer(name, math.min(length, 31)):raw():find('"', 1, true) then
+        unit:add_proto_expert_info(e.unit,
+            "A quotation mark in a name makes the alert document unreadable")
     end
 end
 
@@ -246,6 +255,10 @@ local function set_map_address(tree, buffer)
     if text ~= "" and not text:lower():match("^https?://") then
         tree:add_proto_expert_info(e.value, "The page follows http and https addresses only")
     end
+    if text:find('"', 1, true) then
+        tree:add_proto_expert_info(e.value,
+            "A quotation mark in the address makes the alert document unreadable")
+    end
     return text
 end
 
@@ -261,16 +274,20 @@ local function hdtv_settings(tree, buffer)
     return 90 * turns .. " degrees"
 end
 
--- As the unit reads it: a member is recognized only in the exact form "key":"value".
+-- As the unit looks for it: in the exact form "key":"value", wherever that begins.
+local function has_member(object, key)
+    local _, last = object:find('"' .. key .. '":"', 1, true)
+    return last ~= nil and object:find('"', last + 1, true) ~= nil
+end
+
 local function json_control(tree, buffer)
     local text, length = add_last_text(tree, f.json, buffer, 0)
-    local is_known = false
-    for at, key, value in buffer(0, length):raw():gmatch('()"([^"]*)":"([^"]*)"') do
+    local object = buffer(0, length):raw()
+    for at, key, value in object:gmatch('()"([^"]*)":"([^"]*)"') do
         tree:add(f.json_key, buffer(at, #key), printable(key))
         tree:add(f.json_value, buffer(at + #key + 3, #value), printable(value))
-        is_known = is_known or key == "play_audio" or key == "comm_gw"
     end
-    if not is_known then
+    if not has_member(object, "play_audio") and not has_member(object, "comm_gw") then
         tree:add_proto_expert_info(e.value, "There is neither \"play_audio\" nor \"comm_gw\"")
     end
     return text

@@ -40,8 +40,10 @@ void add_detail_alert(CLI::App &app) {
                     "The text, \\n for a new line; an empty one ends the alert")
         ->required();
     command
-        .add_option("--unit", units,
-                    "A unit and its color, 1 to 16, e.g. E1:2; may be given up to 16 times")
+        .add_option(
+            "--unit", units,
+            "A unit and its color, 1 to 16 or its name, e.g. E1:2 or E1:blue; may be given up to\n"
+            "16 times")
         ->allow_extra_args(false)
         ->type_name("NAME[:COLOR]");
     command.add_option("--flag", settings.flag, "The alert flag: 1 is on")->capture_default_str();

@@ -73,13 +73,13 @@ void record_inbox::advance(const poll_set &events, const take_fn &take) {
         }
     }
     arrivals_ = std::move(coming);
-    // One at a time: those that have been accepted go on in between, and none of them is dropped.
     if (events.has_event(listening_.get())) {
-        accept_arrival();
+        while (accept_arrival() && arrivals_.size() < most_arrivals) {
+        }
     }
 }
 
-void record_inbox::accept_arrival() {
+bool record_inbox::accept_arrival() {
     arrival coming;
     socklen_t size = sizeof coming.from;
     coming.connection =
@@ -89,13 +89,14 @@ void record_inbox::accept_arrival() {
         if (is_shortage(errno)) {
             lack_.note();
         }
-        return;
+        return false;
     }
     coming.end = clock_type::now() + longest_arrival;
     if (arrivals_.size() == most_arrivals) {
         arrivals_.erase(arrivals_.begin());
     }
     arrivals_.push_back(std::move(coming));
+    return true;
 }
 
 bool record_inbox::is_complete(arrival &coming, const poll_set &events) {
@@ -103,11 +104,15 @@ bool record_inbox::is_complete(arrival &coming, const poll_set &events) {
     if (!events.has_event(coming.connection.get())) {
         return is_late;
     }
+    // To its end, if that is there: whole records make room before more connections are accepted.
     std::array<std::uint8_t, most_bytes> buffer{};
-    const ssize_t count = recv(coming.connection.get(), buffer.data(), buffer.size(), 0);
-    if (count > 0) {
-        coming.bytes.insert(coming.bytes.end(), buffer.begin(), buffer.begin() + count);
-        return is_late || coming.bytes.size() >= most_bytes;
+    while (coming.bytes.size() < most_bytes) {
+        const ssize_t count = recv(coming.connection.get(), buffer.data(), buffer.size(), 0);
+        if (count > 0) {
+            coming.bytes.insert(coming.bytes.end(), buffer.begin(), buffer.begin() + count);
+        } else if (count == 0 || errno != EINTR) {
+            return is_late || count == 0 || errno != EAGAIN;
+        }
     }
-    return is_late || count == 0 || (errno != EAGAIN && errno != EINTR);
+    return true;
 }

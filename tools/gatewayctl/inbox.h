@@ -34,7 +34,7 @@ class record_inbox {
         std::vector<std::uint8_t> bytes;
     };
 
-    void accept_arrival();
+    bool accept_arrival();
     static bool is_complete(arrival &coming, const poll_set &events);
 
     shortage &lack_;

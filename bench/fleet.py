@@ -24,7 +24,7 @@ from simulation.station import CONFINED, DOCUMENT, Station, dying_with_starter, 
 SIZES = (1, 10, 50, 200)
 ENDED, UNPLUGGED, HANGING = SICK = 1, 2, 3  # numbers of units
 ROLL_CALL, ALERT, FIRST_ALERT = "roll call", "alert", "alert, first"
-PEEK = 0.01  # seconds between looks at the memory
+PEEK = 0.002  # seconds between looks at the memory; a short run may end before it is looked at
 # Without the defaults that a user may have set for gatewayctl.
 ENVIRONMENT = {"PATH": "/usr/sbin:/usr/bin:/sbin:/bin", "HOME": "/nonexistent"}
 RECORDS = 3  # of a unit that has got neither its date nor its settings

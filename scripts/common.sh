@@ -112,7 +112,7 @@ run_bench() {
     local name=$1
     shift
     install_packages "${station_packages[@]}"
-    build release hdtv station-standin station-launch bench-bare-writer bench-alert-client \
+    build release hdtv gatewayctl station-standin station-launch bench-bare-writer bench-alert-client \
         bench-step-counter >&2
     export PYTHONPATH=$top PYTHONDONTWRITEBYTECODE=1
     exec "$python" "$top/bench/$name.py" "$@"

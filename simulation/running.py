@@ -99,7 +99,9 @@ def _opened(record: Record, name: str) -> Iterator[tuple[list[str], bool]]:
     """Opens one side's namespaces and root, and checks them. What nsenter is then given is what
     has been checked, whatever happens to the processes meanwhile: its options, and whether the
     side has users of its own."""
-    side = next(side for side in record["sides"] if side["side"] == name)
+    side = next((side for side in record["sides"] if side["side"] == name), None)
+    if side is None:
+        raise NotEntered(f"The station {record['name']} has no {name}.")
     with contextlib.ExitStack() as stack:
         try:
             process = stack.enter_context(_directory(f"/proc/{side['pid']}"))

@@ -11,10 +11,11 @@ import sys
 import tempfile
 import threading
 from collections.abc import Iterator, Mapping, Sequence
+from dataclasses import asdict, dataclass
 from pathlib import Path
 from typing import Any
 
-from simulation import dangers, linux
+from simulation import dangers, linux, whereabouts
 from simulation.journal import Call, read_journal
 from simulation.waiting import DEADLINE, wait_for
 
@@ -232,6 +233,7 @@ class Process:
         if self.is_running():
             with contextlib.suppress(ProcessLookupError):
                 os.kill(self.pid, signal.SIGKILL)
+                os.kill(self._process.pid, signal.SIGCONT)  # it stopped along with the program
             self._process.wait(DEADLINE)
 
     def wait_for_output(self, text: str, count: int = 1, deadline: float = DEADLINE) -> None:
@@ -248,8 +250,17 @@ class Process:
         os.close(self._errors)
 
 
+@dataclass(frozen=True)
+class Identity:
+    """A unit's own, on the station network."""
+
+    address: str | None
+    hardware_address: str
+
+
 class Station:
-    """A station with its gateway side. Use it in a with statement."""
+    """A station with its gateway side. Use it in a with statement. With further units it is a fleet
+    (simulation/fleet.py), and what it says of its unit is said of the first one."""
 
     def __init__(
         self,
@@ -261,20 +272,25 @@ class Station:
         has_display: bool = False,
         is_board_root: bool = False,
         has_page: bool = True,
+        further_units: Sequence[Identity] | None = None,
     ) -> None:
         """is_board_root is for tests of the board's own scripts: programs may become other users,
         mount, and create namespaces, in a user namespace that affects only the unit."""
         self.processes: list[Process] = []
         self._has_display = has_display
         self.is_emulated = is_for_arm(build_directory() / "hdtv" / "hdtv")
+        identity = Identity(address, hardware_address)
         behaviours = {**STAND_INS, **(BOARD_TOOLS if is_board_root else {})}
         settings = {
             **machine_settings(is_board_root),
             "is_board_root": is_board_root,
             "own_kernel_settings": _BOARD_SETTINGS if is_board_root else (),
-            "address": address,
             "interface": interface,
-            "hardware_address": hardware_address,
+            "units": [
+                {"side": whereabouts.unit_side(number), **asdict(unit)}
+                for number, unit in enumerate((identity, *(further_units or ())))
+            ],
+            "has_bridge": further_units is not None,
             "gateway_addresses": GATEWAY_ADDRESSES,
             "stand_ins": list(STAND_INS),
             "behaviour": {
@@ -286,15 +302,19 @@ class Station:
             "lent": self._lent(has_page),
             "lent_files": self._versions(has_page),
         }
-        self.gateway_pid, self.unit_pid = self._start_world(name, settings)
-        self.root = Path(f"/proc/{self.unit_pid}/root")
+        self.gateway_pid, self.unit_pids = self._start_world(name, settings)
         self._gateway_network = os.open(f"/proc/{self.gateway_pid}/ns/net", os.O_RDONLY)
-        self._unit_network = os.open(f"/proc/{self.unit_pid}/ns/net", os.O_RDONLY)
         self._own_network = os.open("/proc/thread-self/ns/net", os.O_RDONLY)
         # Each thread may be in another one.
         self._current_network = threading.local()
         self._kicks = 0
         self._counting_kicks = threading.Lock()
+        self._look_into(self.unit_pids[0])
+
+    def _look_into(self, unit_pid: int) -> None:
+        self.unit_pid = unit_pid
+        self.root = Path(f"/proc/{unit_pid}/root")
+        self._unit_network = os.open(f"/proc/{unit_pid}/ns/net", os.O_RDONLY)
 
     def _lent(self, has_page: bool) -> dict[str, str]:
         libraries = str(build_directory().parent / BOARD_LIBRARIES)
@@ -326,7 +346,7 @@ class Station:
             **{name: str(path) for name, path in more.items()},
         }
 
-    def _start_world(self, name: str, settings: Mapping[str, Any]) -> tuple[int, int]:
+    def _start_world(self, name: str, settings: Mapping[str, Any]) -> tuple[int, list[int]]:
         ours, theirs = socket.socketpair(socket.AF_UNIX, socket.SOCK_SEQPACKET)
         ours.settimeout(DEADLINE)
         with ours, theirs:
@@ -349,12 +369,12 @@ class Station:
                 self._keeper.kill()
                 raise
 
-    def _receive_pids(self, channel: socket.socket) -> tuple[int, int]:
-        text = channel.recv(65536)
+    def _receive_pids(self, channel: socket.socket) -> tuple[int, list[int]]:
+        text = channel.recv(1 << 18)
         if not text:
             raise StationError(self._last_words())
-        pids = {side["side"]: side["pid"] for side in json.loads(text)["sides"]}
-        return pids["gateway"], pids["unit"]
+        gateway, *units = (side["pid"] for side in json.loads(text)["sides"])
+        return gateway, units
 
     def _last_words(self) -> str:
         self._keeper.kill()

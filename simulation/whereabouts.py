@@ -19,7 +19,7 @@ _COMPLETE = fcntl.F_SEAL_SHRINK | fcntl.F_SEAL_GROW | fcntl.F_SEAL_WRITE | fcntl
 
 
 class Side(TypedDict):
-    side: str  # gateway or unit
+    side: str  # gateway, or as unit_side() names it
     pid: int  # of its first process, in the keeper's PID namespace
     namespaces: dict[str, int]  # inode numbers by kind
     root: list[int]  # device and inode number
@@ -28,7 +28,12 @@ class Side(TypedDict):
 class Record(TypedDict):
     name: str  # of the station
     pid_namespace: int  # the keeper's, as an inode number
-    sides: list[Side]
+    sides: list[Side]  # the gateway's first, then the units' in their order
+
+
+def unit_side(number: int) -> str:
+    """The first unit, most often the only one, goes without its number."""
+    return f"unit {number}" if number else "unit"
 
 
 def name_file(station: str, side: str) -> str:

@@ -7,9 +7,11 @@ machine's root, so nothing it writes ends up anywhere else.
 
     starter > keeper > gateway side (pid 1) > builder > unit (pid 1)
 
-The keeper records who and where both sides are, for a second terminal (whereabouts.py).
+The keeper records who and where all sides are, for a second terminal (whereabouts.py).
 Each dies with its neighbors in this chain, and the two pids 1 take everything else with them:
 however the starter ends, there is nothing to clean up.
+
+A fleet has a builder and a unit for each of its units; gw0 is then a bridge that they are plugged into.
 """
 
 import json
@@ -55,8 +57,9 @@ def main() -> None:
         reports.close()
         keep_gateway_side(settings, report, outside)
     report.close()
-    sides = receive_sides(reports)
-    if len(sides) == 2:
+    names = ["gateway", *(unit["side"] for unit in settings["units"])]
+    sides = receive_sides(reports, names)
+    if sides:
         starter.send(
             whereabouts.keep({"name": settings["name"], "pid_namespace": own_pids, "sides": sides})
         )
@@ -64,17 +67,18 @@ def main() -> None:
     os.waitpid(pid, 0)
 
 
-def receive_sides(reports: socket.socket) -> list[whereabouts.Side]:
-    """Fewer than two if one of them has ended. The kernel says which processes they are."""
-    sides: list[whereabouts.Side] = []
-    while len(sides) < 2:
+def receive_sides(reports: socket.socket, names: list[str]) -> list[whereabouts.Side]:
+    """In the order of their names; none if one of them has ended. The kernel says which processes
+    they are."""
+    sides: dict[str, whereabouts.Side] = {}
+    while len(sides) < len(names):
         text, pid = linux.receive_with_pid(reports)
         if not text:
-            break
+            return []
         side: whereabouts.Side = json.loads(text)
         side["pid"] = pid
-        sides.append(side)
-    return sides
+        sides[side["side"]] = side
+    return [sides[name] for name in names]
 
 
 def keep_gateway_side(
@@ -84,40 +88,57 @@ def keep_gateway_side(
     linux.mount("none", "/", flags=linux.MS_REC | linux.MS_PRIVATE)
     linux.mount("proc", "/proc", "proc")
     linux.sethostname("gateway")
-    unshared, connected = socket.socketpair(), socket.socketpair()
-    builder = os.fork()
-    if builder == 0:
-        linux.die_with_parent()
-        users, network = make_user_namespace(ALL_IDS if settings["is_board_root"] else 1)
-        linux.unshare(linux.NEW_WORLD)
-        if settings["is_board_root"]:
-            linux.setns(network, linux.CLONE_NEWNET)
-        os.close(network)
-        unshared[1].send(b".")
-        connected[0].recv(1)
-        unit = os.fork()
-        if unit == 0:
-            keep_unit(settings, report, outside, users)
-        report.close()
-        reap_until(unit)
-    unshared[0].recv(1)
-    connect_networks(settings, builder)
+    unshared, connected = os.pipe(), os.pipe()
+    builders = []
+    for unit in settings["units"]:
+        builders.append(os.fork())
+        if builders[-1] == 0:
+            os.close(connected[1])
+            build_unit({**settings, **unit}, report, outside, unshared[1], connected[0])
+    os.close(unshared[1])
+    for _ in builders:
+        os.read(unshared[0], 1)
+    connect_networks(settings, builders)
     confinement.confine_gateway_side(settings, outside)
     report.send(whereabouts.describe_self("gateway"))
     report.close()
-    connected[1].send(b".")
-    reap_until(builder)
+    os.close(connected[1])
+    reap_until(builders)
 
 
-def make_user_namespace(ids: int) -> tuple[int, int]:
-    """Maps the first ids of this machine to themselves. Also creates a network namespace that
-    belongs to it. Its root has no rights over anything that belongs to the machine."""
+def build_unit(
+    settings: dict[str, Any],
+    report: socket.socket,
+    outside: list[str],
+    unshared: int,
+    connected: int,
+) -> NoReturn:
+    linux.die_with_parent()
+    users, network = make_user_namespace(settings["is_board_root"])
+    linux.unshare(linux.NEW_WORLD)
+    if settings["is_board_root"]:
+        linux.setns(network, linux.CLONE_NEWNET)
+    os.close(network)
+    os.write(unshared, b".")
+    os.read(connected, 1)  # until the gateway side closes its end
+    unit = os.fork()
+    if unit == 0:
+        keep_unit(settings, report, outside, users)
+    report.close()
+    reap_until([unit])
+
+
+def make_user_namespace(is_board_root: bool) -> tuple[int, int]:
+    """Maps the first ids of this machine to themselves. For a board's root, also creates a network
+    namespace that belongs to it. Its root has no rights over anything that belongs to the machine.
+    """
+    ids, network = (ALL_IDS, linux.CLONE_NEWNET) if is_board_root else (1, 0)
     ours, theirs = socket.socketpair()
     maker = os.fork()
     if maker == 0:
         linux.die_with_parent()
         ours.close()
-        linux.unshare(linux.CLONE_NEWUSER | linux.CLONE_NEWNET)
+        linux.unshare(linux.CLONE_NEWUSER | network)
         theirs.send(b".")
         theirs.recv(1)
         os._exit(0)
@@ -131,16 +152,27 @@ def make_user_namespace(ids: int) -> tuple[int, int]:
     return made[0], made[1]
 
 
-def connect_networks(settings: dict[str, Any], unit: int) -> None:
-    interface = settings["interface"]
-    ip("link set lo up")
-    ip(
-        f"link add gw0 type veth peer name {interface}"
-        f" address {settings['hardware_address']} netns {unit}"
-    )
-    for address in settings["gateway_addresses"]:
-        ip(f"address add {address}/24 dev gw0")
-    ip("link set gw0 up")
+def connect_networks(settings: dict[str, Any], builders: list[int]) -> None:
+    interface, has_bridge = settings["interface"], settings["has_bridge"]
+    commands = ["link set lo up"]
+    if has_bridge:
+        commands += ["link add gw0 type bridge"]
+    for number, (unit, builder) in enumerate(zip(settings["units"], builders, strict=True)):
+        end = f"unit{number}" if has_bridge else "gw0"
+        peer = f"{interface} address {unit['hardware_address']} netns {builder}"
+        commands += [f"link add {end} type veth peer name {peer}"]
+        if has_bridge:
+            # Units have nothing to say to each other, and this one machine would have to receive each of
+            # their broadcasts for all of them.
+            commands += [
+                f"link set {end} master gw0 up",
+                f"link set {end} type bridge_slave isolated on",
+            ]
+    commands += [f"address add {address}/24 dev gw0" for address in settings["gateway_addresses"]]
+    ip(*commands, "link set gw0 up")
+    if has_bridge:
+        for number in range(len(builders)):
+            linux.give_own_receive_queue(f"unit{number}")
 
 
 def ip(*commands: str) -> None:
@@ -160,6 +192,8 @@ def keep_unit(
         commands += [f"address add {address}/24 dev {interface}"]
         commands += [f"route add default dev {interface}"]
     ip(*commands)
+    if settings["has_bridge"]:
+        linux.give_own_receive_queue(interface)
     build_root(settings, outside)
     # For the browser, which needs to mount.
     confinement.lend_file(f"/proc/self/fd/{users}", f"{ROOT}/run/station/user-namespace")
@@ -170,9 +204,9 @@ def keep_unit(
         linux.unshare(linux.CLONE_NEWNS)
         linux.die_with_parent()  # the change of credentials cleared it
     os.close(users)
-    report.send(whereabouts.describe_self("unit"))
+    report.send(whereabouts.describe_self(settings["side"]))
     report.close()
-    reap_until(None)
+    reap_until([])
 
 
 def build_root(settings: dict[str, Any], outside: list[str]) -> None:
@@ -231,19 +265,19 @@ def build_station_directory(settings: dict[str, Any], outside: list[str]) -> Non
     confinement.write_lines(f"{station}/dangerous", settings["dangerous_names"])
     confinement.write_lines(f"{station}/outside", outside)
     Path(f"{ROOT}/{whereabouts.NAME_FILE}").write_text(
-        whereabouts.name_file(settings["name"], "unit")
+        whereabouts.name_file(settings["name"], settings["side"])
     )
 
 
-def reap_until(last: int | None) -> NoReturn:
-    """Reaps every child, as pid 1 must, until the one called last exits; if None, forever."""
+def reap_until(last: list[int]) -> NoReturn:
+    """Reaps every child, as pid 1 must, until one of those called last exits; if none, forever."""
     while True:
         try:
             pid, _ = os.wait()
         except ChildProcessError:
             signal.sigwait({signal.SIGCHLD})
             continue
-        if pid == last:
+        if pid in last:
             os._exit(1)
 
 

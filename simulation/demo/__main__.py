@@ -6,9 +6,10 @@ import signal
 import sys
 from pathlib import Path
 
-from simulation import linux, running
+from simulation import linux, running, whereabouts
 from simulation.console import client
 from simulation.demo.arguments import parse_arguments
+from simulation.demo.fleet import show_fleet
 from simulation.demo.pictures import Pictures
 from simulation.demo.gateway_side import open_door, open_gateway_side, tell_door
 from simulation.demo.play import play_all, wait_for_end
@@ -41,12 +42,15 @@ def main() -> int:
     linux.open_standard_descriptors()
     arguments = parse_arguments()
     if arguments.command == "exec":
-        return run_inside(arguments.name, arguments.program, arguments.gateway)
+        side = "gateway" if arguments.gateway else whereabouts.unit_side(arguments.unit)
+        return run_inside(arguments.name, arguments.program, side)
     if arguments.command not in (None, "run"):
         return client.run(arguments, running.gateway_pid(arguments.name))
     try:
         listen_to_signals()
         with contextlib.closing(contextlib.ExitStack()) as stack:
+            if arguments.units:
+                return show_fleet(arguments.units, arguments.name, stack)
             return run_station(arguments, stack)
     except (StationError, DoorError) as error:
         print(error, file=sys.stderr)
@@ -173,14 +177,14 @@ def prepare_pictures(
     return Pictures(directory, screen, television)
 
 
-def run_inside(name: str, program: list[str], on_gateway: bool) -> int:
+def run_inside(name: str, program: list[str], side: str) -> int:
     # The terminal sends them to the program, too, which gets them as usual: it decides what they do.
     for number in (signal.SIGINT, signal.SIGQUIT):
         signal.signal(number, signal.SIG_IGN)
     try:
-        if on_gateway:
-            return running.run_inside(name, "gateway", program)
-        return running.run_inside(name, "unit", program, UNIT_ENVIRONMENT)
+        return running.run_inside(
+            name, side, program, {} if side == "gateway" else UNIT_ENVIRONMENT
+        )
     except running.NotEntered as error:
         print(error, file=sys.stderr)
         return 1

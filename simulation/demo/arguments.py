@@ -6,7 +6,9 @@ from pathlib import Path
 
 from simulation import scenario
 from simulation.console import client
+from simulation.demo.fleet import DEMONSTRATION
 from simulation.demo.play import INCIDENT
+from simulation.fleet import MOST_UNITS, identity
 from simulation.gateway import RECORD_PORT
 
 CONSOLE_PORT = 8081
@@ -34,6 +36,8 @@ Without the station's own gateway, with another one inside or on this machine's 
 
 With --console a page in this machine's browser operates all of it, and so do commands from a second
 terminal, such as "tv off" and "fail wget": docs/workbench.md. The incident is then not played.
+
+With --units it starts a whole fleet instead, and tells what its units show.
 """
 
 
@@ -63,11 +67,25 @@ def parse_arguments() -> argparse.Namespace:
         help="the same for a gateway on this machine: the unit is at 127.0.0.1, TCP and UDP port"
         " 4000, and its records go to this PORT of 127.0.0.1 (default: %(const)s). Loopback only",
     )
+    parser.add_argument(
+        "--units",
+        type=_unit_count,
+        metavar="N",
+        help=f"no incident, but N units on one network, at most {MOST_UNITS}, without televisions and"
+        " with stand-ins for their browsers: for trying a gateway on all of them",
+    )
     commands = parser.add_subparsers(dest="command", metavar="COMMAND")
     client.add_commands(commands)
     inside = commands.add_parser("exec", help="run a program inside the running station")
     inside.add_argument(
         "--gateway", action="store_true", help="on the gateway's side (10.87.33.1, .20, .21)"
+    )
+    inside.add_argument(
+        "--unit",
+        type=_unit_number,
+        default=0,
+        metavar="ADDRESS",
+        help="in this one of several units (default: the first)",
     )
     inside.add_argument("program", metavar="PROGRAM", nargs=argparse.REMAINDER)
     run = commands.add_parser(
@@ -142,11 +160,13 @@ def _settle(parser: argparse.ArgumentParser, arguments: argparse.Namespace) -> N
         option = "--no-gateway" if arguments.forward is None else "--forward"
         if is_run or arguments.once or arguments.pictures:
             parser.error(f"{option} does not go with a scenario: its gateway is the station's own")
+    if arguments.units:
+        _settle_fleet(parser, arguments)
     arguments.no_gateway = arguments.no_gateway or arguments.forward is not None
     arguments.has_browser = not is_run or is_shown
     if arguments.name is None:
         # Not the same: a second terminal keeps entering the station that was there before.
-        arguments.name = "scenario" if is_run else "demonstration"
+        arguments.name = "scenario" if is_run else DEMONSTRATION
     if arguments.pause is None:
         arguments.pause = 0.0 if is_run else 1.0
     # With a console, people play.
@@ -159,11 +179,32 @@ def _settle(parser: argparse.ArgumentParser, arguments: argparse.Namespace) -> N
         _load(parser, arguments)
 
 
+def _settle_fleet(parser: argparse.ArgumentParser, arguments: argparse.Namespace) -> None:
+    if arguments.once or arguments.window or arguments.pictures:
+        parser.error("--units plays no incident, and has no browser to show")
+    is_handled = arguments.console is not None or arguments.record
+    if is_handled or arguments.command or arguments.no_gateway or arguments.forward is not None:
+        parser.error("--units stands alone: it has no gateway, no console and no scenario")
+
+
 def _load(parser: argparse.ArgumentParser, arguments: argparse.Namespace) -> None:
     try:
         arguments.scenario = None if arguments.no_gateway else scenario.load(arguments.scenario)
     except scenario.ScenarioError as error:
         parser.error(str(error))
+
+
+def _unit_count(text: str) -> int:
+    if not 1 <= int(text) <= MOST_UNITS:
+        raise argparse.ArgumentTypeError(f"there are 1 to {MOST_UNITS} units")
+    return int(text)
+
+
+def _unit_number(text: str) -> int:
+    for number in range(MOST_UNITS):
+        if text == identity(number).address:
+            return number
+    raise argparse.ArgumentTypeError(f"units are {identity(0).address} and on")
 
 
 def _port(text: str) -> int:

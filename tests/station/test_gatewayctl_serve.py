@@ -168,6 +168,21 @@ def test_unit_that_asks_on_and_on_fills_no_memory(station: Station, make_units: 
     server.wait_for_output("has taken the date", 18)
 
 
+def test_records_of_a_whole_fleet_may_come_at_once(station: Station) -> None:
+    """As those of a hundred units do when the roll is called: three each."""
+    server = start_serve(station)
+    server.suspend()
+    for number in range(300):
+        with station.on_gateway():
+            source = (f"127.0.{1 + number // 250}.{1 + number % 250}", 0)
+            connection = socket.create_connection(("127.0.0.1", 5000), 5, source_address=source)
+        with connection:
+            connection.sendall(bytes([2, 2, 0, 0, 0, 0, 0, 12, VERSION]))
+    server.resume()
+    server.wait_for_output(f"is up, version {VERSION}", 300, deadline=10)
+    assert len({line.split()[1] for line in server.output.splitlines()[1:]}) == 300
+
+
 def is_ended(connection: socket.socket) -> bool:
     """Whether gatewayctl has closed it."""
     connection.setblocking(False)

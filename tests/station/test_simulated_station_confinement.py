@@ -9,6 +9,7 @@ from pathlib import Path
 
 import pytest
 from command_support import KEPT_CAPABILITIES, STATUS, capabilities_of
+from confinement_support import ATTEMPTS
 from support import StationMaker
 
 from simulation import dangers
@@ -103,32 +104,6 @@ def test_programs_have_the_kept_capabilities_only(
 
 # chown, fowner, fsetid, setgid, setuid, sys_admin
 BOARD_ROOT_CAPABILITIES = KEPT_CAPABILITIES | {0, 3, 4, 6, 7, 21}
-
-# What only this machine's root may do, and what is locked for a unit's root.
-ATTEMPTS = """
-import ctypes, os, time
-libc = ctypes.CDLL(None, use_errno=True)
-remount, bind = 32, 4096
-
-def refused(result):
-    return result == -1 and ctypes.get_errno() == 1
-
-def mount(target, kind, flags):
-    return libc.mount(b"none", target, kind, flags, None)
-
-assert refused(libc.reboot(0))
-assert refused(libc.swapoff(b"/etc/passwd"))
-assert refused(libc.adjtimex(ctypes.create_string_buffer(b"\\1" + bytes(300))))
-for path in (b"/proc/sys", b"/proc/irq", b"/sys", b"/run/station/bin/hdtv"):
-    assert refused(mount(path, None, remount | bind)), path
-    assert libc.umount2(path, 2) == -1, path
-for kind in (b"proc", b"sysfs", b"devtmpfs", b"debugfs"):
-    assert refused(mount(b"/mnt", kind, 0)), kind
-try:
-    os.mknod("/tmp/disk", 0o060600, os.makedev(8, 0))
-except PermissionError:
-    print("out of reach")
-"""
 
 
 def test_boards_root_is_none_of_the_machines(make_station: StationMaker) -> None:

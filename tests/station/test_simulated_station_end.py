@@ -26,14 +26,16 @@ from simulation.waiting import wait_for
 pytestmark = pytest.mark.once
 
 
-def test_killed_starter_leaves_nothing_behind(tmp_path: Path) -> None:
+@pytest.mark.parametrize("made", ["Station()", "Fleet(3)"])
+def test_killed_starter_leaves_nothing_behind(made: str) -> None:
     script = (
         "import sys, time\n"
+        "from simulation.fleet import Fleet\n"
         "from simulation.station import Station\n"
-        "station = Station()\n"
+        f"station = {made}\n"
         "service = station.start_service()\n"
         "station.wait_for_calls('qt-webkit-kiosk')\n"
-        "print(station.gateway_pid, station.unit_pid, service.pid, flush=True)\n"
+        "print(station.gateway_pid, *station.unit_pids, service.pid, flush=True)\n"
         "time.sleep(1000)\n"
     )
     with subprocess.Popen(
@@ -45,7 +47,7 @@ def test_killed_starter_leaves_nothing_behind(tmp_path: Path) -> None:
         try:
             assert starter.stdout is not None
             pids = [int(pid) for pid in starter.stdout.readline().split()]
-            assert len(pids) == 3
+            assert len(pids) == (5 if made == "Fleet(3)" else 3)
             mounts = Path("/proc/self/mounts").read_text()
         finally:
             starter.kill()

@@ -104,11 +104,15 @@ bool record_inbox::is_complete(arrival &coming, const poll_set &events) {
     if (!events.has_event(coming.connection.get())) {
         return is_late;
     }
+    // To its end, if that is there: whole records make room before more connections are accepted.
     std::array<std::uint8_t, most_bytes> buffer{};
-    const ssize_t count = recv(coming.connection.get(), buffer.data(), buffer.size(), 0);
-    if (count > 0) {
-        coming.bytes.insert(coming.bytes.end(), buffer.begin(), buffer.begin() + count);
-        return is_late || coming.bytes.size() >= most_bytes;
+    while (coming.bytes.size() < most_bytes) {
+        const ssize_t count = recv(coming.connection.get(), buffer.data(), buffer.size(), 0);
+        if (count > 0) {
+            coming.bytes.insert(coming.bytes.end(), buffer.begin(), buffer.begin() + count);
+        } else if (count == 0 || errno != EINTR) {
+            return is_late || count == 0 || errno != EAGAIN;
+        }
     }
-    return is_late || count == 0 || (errno != EAGAIN && errno != EINTR);
+    return true;
 }

@@ -39,6 +39,15 @@ else()
   add_compile_options($<$<CONFIG:Release>:-U_FORTIFY_SOURCE> $<$<CONFIG:Release>:-D_FORTIFY_SOURCE=2>)
 endif()
 
+# The package's debugger files name the sources by a path that is the same wherever they are built, and
+# a build-id holds each of them to its program.
+if(HDTV_DEBIAN)
+  # The last one that fits counts.
+  add_compile_options(-g -ffile-prefix-map=${PROJECT_SOURCE_DIR}=/usr/src/hdtv
+                      -ffile-prefix-map=${CMAKE_BINARY_DIR}=/usr/src/hdtv/build)
+  add_link_options(-Wl,--build-id=sha1)
+endif()
+
 # libFuzzer follows what every file executes, the product's above all.
 if(HDTV_FUZZ)
   add_compile_options(-fsanitize=fuzzer-no-link)

@@ -68,7 +68,7 @@ class Neighbor(Station):
     def __init__(self, fleet: Fleet, unit_pid: int) -> None:
         self._fleet = fleet
         self.processes = []
-        self._has_display, self.is_emulated = fleet._has_display, fleet._is_emulated
+        self._has_display, self.is_emulated = fleet._has_display, fleet.is_emulated
         self.gateway_pid = fleet.gateway_pid
         self._gateway_network = fleet._gateway_network
         self._look_into(unit_pid)

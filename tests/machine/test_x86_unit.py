@@ -4,12 +4,13 @@ the machine's watchdog does when the service hangs. The tests share one machine 
 import json
 import re
 import socket
+import subprocess
 from collections.abc import Iterator
 from pathlib import Path
 
 import pytest
 from loudspeaker import hear, make_clip
-from machine import gateway_network, wait_for
+from machine import TOP, gateway_network, wait_for
 from x86_unit import ADDRESS, HARDWARE_ADDRESS, PACKAGE, X86Unit
 
 from simulation import gateway
@@ -26,6 +27,7 @@ JOURNAL = (
 )
 DOCUMENT = "wget -q -O - http://127.0.0.1/station_web/alerts.json"
 BROWSER = "ps -e -o args | grep '^-u http://127'"
+SECURITY = (TOP / "docs" / "security.md").read_text()
 INSTALL = f"dpkg --force-unsafe-io -i {PACKAGE}"
 
 
@@ -57,8 +59,20 @@ def watchdog(unit: X86Unit) -> list[str]:
     return unit.run("cd /sys/class/watchdog/watchdog0; cat identity state timeout").splitlines()[:3]
 
 
+def test_rights_of_the_units_are_as_documented() -> None:
+    """As systemd counts them. Only this machine is needed for it."""
+    for name in ("hdtv", "hdtv-upkeep", "station-web"):
+        command = ["systemd-analyze", "security", "--offline=true", "--no-pager"]
+        file = str(TOP / "board" / "debian" / f"{name}.service")
+        report = subprocess.run([*command, file], check=True, capture_output=True, text=True).stdout
+        found = re.search(r"Overall exposure level for \S+: ([\d.]+)", report)
+        row = re.search(rf"^\| `{name}.service` +\| +([\d.]+) \|", SECURITY, re.MULTILINE)
+        assert found and row and found[1] == row[1]
+
+
 def test_installed_package_starts_nothing_by_itself(unit: X86Unit) -> None:
-    unit.run(INSTALL)
+    """A former one, for now."""
+    assert "Setting up hdtv (47)" in unit.run(f"dpkg --force-unsafe-io -i {unit.former_package}")
     assert unit.run("systemctl is-enabled hdtv station-web").split() == ["disabled", "disabled"]
     assert state(unit, "hdtv") == "inactive"
     assert watchdog(unit)[1] == "inactive"
@@ -78,6 +92,39 @@ def test_enabled_service_runs_with_its_page_in_the_other_web_servers_place(unit:
     assert "turn a television into" in manuals
     assert "command-line gateway" in manuals
     assert "roll-call" in unit.run("gatewayctl --help")
+
+
+def show(unit: X86Unit, network: Station, text: str) -> None:
+    """Over UDP, so that no connection keeps the service's port busy afterward."""
+    gateway.send_datagram(network, gateway.display_alert(text), destination=ADDRESS)
+    unit.wait_for_output(DOCUMENT, f'"alert_area":"{text}"')
+
+
+SETTINGS = '{"comm_gw":"10.87.33.9","rotation":"0"}'
+
+
+def test_upgrade_during_an_alert_waits_for_its_end_and_keeps_the_settings(
+    unit: X86Unit, network: Station
+) -> None:
+    unit.run(f"echo '{SETTINGS}' >/var/www/config.json; echo ALERT_LIMIT=60 >>/etc/default/hdtv")
+    show(unit, network, "FIRE")
+    processes = "systemctl show -P MainPID hdtv station-web"
+    before = unit.run(processes).split()
+    said = unit.run(f"{INSTALL} </dev/null")
+    assert "Preparing to unpack" in said and "(47)" in said
+    assert "the former version goes on" in said and "(hdtv-upkeep.timer)" in said
+    unit.run("systemctl start hdtv-upkeep")
+    assert unit.run(processes).split() == before
+    assert '"alert_area":"FIRE"' in unit.run(DOCUMENT)
+    show(unit, network, "")
+    unit.run("systemctl start hdtv-upkeep")
+    unit.wait_for_output(JOURNAL, "Starting qt-webkit-kiosk")
+    after = unit.run(processes).split()
+    assert len(after) == 2 and not {*before, "0"} & {*after}
+    assert unit.run(f"readlink /proc/{main_process(unit)}/exe").strip() == "/usr/sbin/hdtv"
+    assert unit.run("cat /var/www/config.json").strip() == SETTINGS
+    assert "\nALERT_LIMIT=60\n" in unit.run("cat /etc/default/hdtv")
+    unit.run("cp /usr/share/hdtv/config.json /var/www; rm /etc/default/hdtv")
 
 
 def test_pages_sign_of_life_reaches_the_service(unit: X86Unit) -> None:
@@ -271,12 +318,6 @@ def timeouts(unit: X86Unit) -> int:
     return int(unit.run("nstat -asz TcpExtTCPTimeouts").split()[-2])
 
 
-def show(unit: X86Unit, network: Station, text: str) -> None:
-    """Over UDP, so that no connection keeps the service's port busy afterward."""
-    gateway.send_datagram(network, gateway.display_alert(text), destination=ADDRESS)
-    unit.wait_for_output(DOCUMENT, f'"alert_area":"{text}"')
-
-
 def test_peer_that_swallows_connections_does_not_end_in_a_reset(
     unit: X86Unit, network: Station
 ) -> None:
@@ -399,12 +440,14 @@ def test_upkeep_counts_a_clips_leftovers(unit: X86Unit, network: Station) -> Non
 
 
 def test_upkeep_says_once_a_day_that_all_is_well(unit: X86Unit) -> None:
-    first = main_process(unit)
+    def well() -> list[str]:
+        return [line for line in unit.run(UPKEEP_JOURNAL).splitlines() if "as it should be" in line]
+
+    first, before = main_process(unit), len(well())
     unit.run("date -s '2027-04-03 05:00'; systemctl start hdtv-upkeep; systemctl start hdtv-upkeep")
-    unit.wait_for_output(UPKEEP_JOURNAL, "as it should be")
-    well = [line for line in unit.run(UPKEEP_JOURNAL).splitlines() if "as it should be" in line]
-    assert len(well) == 1
-    figures = re.findall(r"(\d+)(?: kB)? [a-z ]+ \(mark (\d+)\)", well[0])
+    wait_for(lambda: len(well()) > before, "the look")
+    assert len(well()) == before + 1
+    figures = re.findall(r"(\d+)(?: kB)? [a-z ]+ \(mark (\d+)\)", well()[-1])
     assert [int(mark) for _, mark in figures] == [10000, 1000, 32768]
     assert all(0 <= int(amount) < int(mark) / 2 for amount, mark in figures)
     assert int(figures[0][0]) >= 9 and int(figures[2][0]) > 500
@@ -494,18 +537,37 @@ def test_late_dhcp_server(unit: X86Unit, network: Station) -> None:
     unit.wait_for_output(DOCUMENT, "No Network Connection")
     gateway.start_dhcp_server(network, "br0")
     unit.wait_for_output(DOCUMENT, '"alert_area":"10.87.33.77"')
+    assert unit.run("stat -c %s /etc/resolv.conf").strip() == "1"  # without a name server
     unit.run(f"systemctl stop hdtv; ip address add {ADDRESS}/24 dev eth0")
 
 
+# Whatever the package, the service or the page may have left outside the package's own list.
+OWN = (
+    "{ find /etc/default /etc/systemd /var/www /var/lib/systemd /run /dev/shm"
+    " -path /run/systemd -prune -o -print; ls -d /tmp/* 2>/dev/null; }"
+    " | grep -E '^/([^t].*hdtv|.*/station.web|var/www/config|dev/shm/[acw]|tmp/(alerts|play)[.])'"
+)
+
+
 def test_purged_package_leaves_nothing(unit: X86Unit) -> None:
-    files = "$(dpkg -L hdtv | grep hdtv) /etc/systemd/system/*/hdtv.service /var/www/config.json"
-    unit.run(f"ls -d {files} /var/www/station_web /run/hdtv.looked >/tmp/files")
-    assert len(unit.run("cat /tmp/files").split()) >= 15
+    files = "$(dpkg -L hdtv | grep -e hdtv -e station-web) /etc/systemd/system/*/hdtv.service"
+    unit.run("echo RIFF >/tmp/play.wav; echo '# mine' >>/etc/default/hdtv; touch /tmp/mine")
+    unit.run(f"ls -d {files} $({OWN}) >/root/files")
+    own = unit.run(OWN).split()
+    assert {"/var/www/config.json", "/tmp/alerts.log", "/dev/shm/alerts.json"} <= {*own}
+    assert len(unit.run("cat /root/files").split()) >= 25
+    assert unit.run("sysctl -n net.ipv4.tcp_syn_retries").strip() == "1"
     assert "Purging" in unit.run("dpkg --force-unsafe-io -P hdtv 2>&1")
     assert state(unit, "station-web") == "inactive"
     assert state(unit, "hdtv-upkeep.timer") == "inactive"
-    assert unit.run("ls -d $(cat /tmp/files) 2>/dev/null").strip() == ""
+    assert unit.run("ls -d $(cat /root/files) 2>/dev/null; rm /root/files").strip() == ""
+    assert unit.run(OWN).strip() == ""
+    assert unit.run("ls /tmp/mine").strip() == "/tmp/mine"
     assert unit.run("getent passwd hdtv-kiosk").strip() == ""
+    assert int(unit.run("sysctl -n net.ipv4.tcp_syn_retries")) > 1
+    unit.run("systemctl start lighttpd; systemctl disable --now lighttpd")
+    assert state(unit, "lighttpd") == "inactive"
+    unit.run("systemctl enable lighttpd")
 
 
 def test_enabled_service_starts_with_the_machine(unit: X86Unit, network: Station) -> None:

@@ -1,6 +1,7 @@
 """A whole emulated unit that runs Debian: its own kernel and systemd, this machine's root file system
 read-only under a disk of its own."""
 
+import re
 import shutil
 import subprocess
 from pathlib import Path
@@ -151,6 +152,18 @@ def make_package_database(root: Path) -> None:
                 shutil.copy(file, root / "info")
 
 
+def make_former_package(directory: Path) -> Path:
+    """What the package is an upgrade of: the same with the version that all of them once had."""
+    root, package = directory / "former", directory / "hdtv_47.deb"
+    subprocess.run(["dpkg-deb", "--raw-extract", str(PACKAGE), str(root)], check=True)
+    control = root / "DEBIAN" / "control"
+    text = re.sub("^Version: .*", "Version: 47", control.read_text(), flags=re.MULTILINE)
+    control.write_text(text)
+    build = ["dpkg-deb", "--root-owner-group", "-Znone", "--build", str(root), str(package)]
+    subprocess.run(build, check=True, stdout=subprocess.DEVNULL)
+    return package
+
+
 def make_disk(path: Path) -> Path:
     with open(path, "wb") as file:
         file.truncate(1 << 30)
@@ -164,6 +177,7 @@ class X86Unit(machine.Machine):
     def __init__(self, station: Station, directory: Path) -> None:
         archive = make_initramfs(directory / "initramfs")
         disk = make_disk(directory / "disk")
+        self.former_package = make_former_package(directory)
         version = machine.kernel_version(CACHE)
         self.recording = directory / "sound.wav"
         host = "local,path=/,mount_tag=host,security_model=none,readonly=on,multidevs=remap"

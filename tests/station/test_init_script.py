@@ -109,7 +109,7 @@ def test_wrong_word_is_answered_with_the_right_ones(board: Board) -> None:
         2,
         "usage: /run/station/bin/S90hdtv"
         " start|stop|restart|status|respawn|wait-for-port|retry-port|disarm-watchdog"
-        "|restart-if-quiet|restart-unless-alert\n",
+        "|restart-if-quiet|restart-unless-alert|is-quiet|is-alert-shown\n",
     )
 
 

@@ -1,13 +1,18 @@
 """What the Debian package does to a modified machine: its scripts, run on their own."""
 
+import subprocess
+from pathlib import Path
+
 import pytest
 from support import StationMaker
 
+from simulation import gateway
 from simulation.station import STATION_WEB, Station, top_directory
 
 pytestmark = pytest.mark.once
 
 DEBIAN = top_directory() / "board" / "debian"
+CMAKE = top_directory() / "cmake"
 PAGE = "/usr/share/hdtv/station_web"
 USER = "hdtv-kiosk"
 
@@ -102,3 +107,171 @@ def test_wget_of_the_service_takes_no_option_for_an_address(make_station: Statio
     for address in ("http://x/a.wav", "10.87.33.20/a b.wav", "$(id)`id`.wav"):
         assert station.start("/run/station/bin/wget", *fixed, address).wait() == 0
         assert station.calls("wget")[-1].argv[1:] == [*fixed, address]
+
+
+class Upgrade:
+    """A running service in a unit whose package has just been replaced. What would restart its units
+    says so instead."""
+
+    def __init__(self, station: Station) -> None:
+        self.station = station
+        self.service = station.start_service()
+        station.wait_for_calls("qt-webkit-kiosk")
+        station.run("mkdir", "--parents", "/usr/lib/hdtv", "/tmp/fakes")
+        script = station.path("/usr/lib/hdtv/S90hdtv")
+        script.write_bytes((DEBIAN.parent / "package" / "hdtv" / "S90hdtv").read_bytes())
+        script.chmod(0o755)
+        (pid,) = station.run("pidof", "hdtv").split()
+        self._fake(
+            "systemctl", f'case "$*" in show*) echo {pid} ;; *is-active*) exec $TIMER ;; esac'
+        )
+        self._fake("deb-systemd-invoke", 'echo "$@" >>/tmp/restarts')
+
+    def _fake(self, name: str, script: str) -> None:
+        path = self.station.path(f"/tmp/fakes/{name}")
+        path.write_text(f"#!/bin/sh\n{script}\n")
+        path.chmod(0o755)
+
+    def renew(self, *words: str, timer: str = "true") -> str:
+        path = "PATH=/tmp/fakes:/usr/sbin:/usr/bin:/sbin:/bin"
+        return self.station.run("env", path, f"TIMER={timer}", "/run/station/bin/renew", *words)
+
+    def restarts(self) -> list[str]:
+        path = self.station.path("/tmp/restarts")
+        return path.read_text().splitlines() if path.exists() else []
+
+    def show(self, text: str) -> None:
+        """Over UDP, so that no connection is left."""
+        gateway.send_datagram(self.station, gateway.display_alert(text))
+        self.service.wait_for_output(f'"alert_area":"{text}"')
+
+
+@pytest.fixture
+def upgrade(make_station: StationMaker) -> Upgrade:
+    return Upgrade(make_station(programs={"renew": DEBIAN / "renew"}, is_board_root=True))
+
+
+BOTH = "try-restart station-web.service hdtv.service"
+
+
+def test_upgrade_on_a_quiet_unit_restarts_what_runs_at_once(upgrade: Upgrade) -> None:
+    assert upgrade.renew() == "" and upgrade.restarts() == []
+    assert upgrade.renew("begin") == ""
+    assert upgrade.restarts() == [BOTH]
+    upgrade.renew()
+    assert upgrade.restarts() == [BOTH]
+
+
+def test_upgrade_during_an_alert_waits_for_its_end_however_long(upgrade: Upgrade) -> None:
+    upgrade.show("FIRE")
+    said = upgrade.renew("begin")
+    assert "an alert is shown" in said and "(hdtv-upkeep.timer)" in said
+    assert said.endswith("hdtv:   systemctl restart station-web hdtv\n")
+    assert "by hand" in upgrade.renew("begin", timer="false")
+    upgrade.station.run("touch", "--date=2 days ago", "/run/hdtv.renew")
+    assert upgrade.renew() == ""
+    assert upgrade.restarts() == []
+    upgrade.show("")
+    assert upgrade.renew() == ""
+    assert upgrade.restarts() == [BOTH]
+
+
+def test_upgrade_waits_an_hour_for_a_free_port(upgrade: Upgrade) -> None:
+    gateway.deliver(upgrade.station, gateway.display_alert(""))
+    assert "a message has just come" in upgrade.renew("begin")
+    upgrade.station.run("touch", "--date=59 minutes ago", "/run/hdtv.renew")
+    upgrade.renew()
+    assert upgrade.restarts() == []
+    upgrade.station.run("touch", "--date=62 minutes ago", "/run/hdtv.renew")
+    upgrade.renew()
+    assert upgrade.restarts() == [BOTH]
+
+
+def test_upgrade_leaves_a_service_alone_that_already_runs_the_new_version(upgrade: Upgrade) -> None:
+    """Because it died in the meantime, or somebody restarted it."""
+    program = upgrade.station.service_command[0]
+    upgrade.station.run("cp", "--remove-destination", program, "/usr/sbin/hdtv")
+    new = upgrade.station.start("/usr/sbin/hdtv")
+    new.wait_for_output("Starting qt-webkit-kiosk")
+    pids = upgrade.station.run("pidof", "hdtv").split()
+    upgrade._fake("systemctl", f"echo {pids[0]}")
+    upgrade.renew("begin")
+    assert upgrade.restarts() == ["try-restart station-web.service"]
+
+
+DAY = "2026-11-22T23:30:00Z"
+AUTHOR = ["-c", "user.name=n", "-c", "user.email=n@example"]
+
+
+def git(directory: Path, *words: str) -> str:
+    """Its commits are made late in the evening (UTC), which elsewhere is the next day."""
+    return subprocess.run(
+        ["git", "-C", str(directory), *AUTHOR, *words],
+        env={"PATH": "/usr/bin:/bin", "GIT_COMMITTER_DATE": DAY, "HOME": str(directory)},
+        capture_output=True,
+        text=True,
+        check=True,
+    ).stdout.strip()
+
+
+def package_version(sources: Path) -> str:
+    script = str(CMAKE / "commit.cmake")
+    where = [f"-DPROJECT_SOURCE_DIR={sources}", "-DPROJECT_VERSION=47"]
+    result = subprocess.run(
+        ["cmake", *where, "-P", script],
+        env={"PATH": "/usr/bin:/bin", "TZ": "Pacific/Auckland"},
+        capture_output=True,
+        text=True,
+        check=True,
+    )
+    return result.stdout.splitlines()[-1].removeprefix("-- Package version ")
+
+
+def make_sources(path: Path) -> Path:
+    (path / "cmake").mkdir(parents=True)
+    (path / "cmake" / "commit").write_bytes((CMAKE / "commit").read_bytes())
+    (path / ".gitattributes").write_bytes((CMAKE.parent / ".gitattributes").read_bytes())
+    return path
+
+
+def test_version_of_the_package_names_the_commit(tmp_path: Path) -> None:
+    sources = make_sources(tmp_path / "sources")
+    assert package_version(sources) == "47+0.unknown"
+    git(sources, "init", "--quiet")
+    git(sources, "add", ".")
+    git(sources, "commit", "--quiet", "--message=first")
+    version = "47+20261122." + git(sources, "rev-parse", "HEAD")[:10]
+    assert package_version(sources) == version
+    (sources / "new.html").touch()
+    assert package_version(sources) == version + "+modified"
+
+
+def test_version_of_the_package_is_known_without_git(tmp_path: Path) -> None:
+    sources = make_sources(tmp_path / "sources")
+    git(sources, "init", "--quiet")
+    git(sources, "add", ".")
+    git(sources, "commit", "--quiet", "--message=first")
+    version = package_version(sources)
+    archive, unpacked = str(tmp_path / "sources.tar"), tmp_path / "other" / "unpacked"
+    git(sources, "archive", "--output", archive, "HEAD")
+    unpacked.mkdir(parents=True)
+    subprocess.run(["tar", "-xf", archive, "-C", str(unpacked)], check=True)
+    assert package_version(unpacked) == version
+    # The commit of what it happens to lie in is another project's.
+    git(tmp_path / "other", "init", "--quiet")
+    assert package_version(unpacked) == version
+
+
+@pytest.mark.parametrize(
+    "earlier, later",
+    [
+        ("47", "47+0.unknown"),
+        ("47+0.unknown", "47+20261122.0000000000"),
+        ("47+20261122.ffffffffff", "47+20261123.0000000000"),
+        ("47+20261122.ffffffffff", "47+20261122.ffffffffff+modified"),
+        ("47+20261122.ffffffffff+modified", "47+20261123.0000000000"),
+        ("47+20261231.0000000000+modified", "48+20270101.0000000000"),
+    ],
+)
+def test_later_package_is_an_upgrade(earlier: str, later: str) -> None:
+    subprocess.run(["dpkg", "--compare-versions", earlier, "lt", later], check=True)

@@ -1,4 +1,4 @@
-# A package for boards and machines that run Debian: the service under systemd, the page, gatewayctl.
+# A package for boards and machines that run Debian: the service under systemd, the page, the tools.
 set(BOARD ${PROJECT_SOURCE_DIR}/board)
 set(DOCUMENTS ${CMAKE_INSTALL_DATADIR}/doc/hdtv)
 
@@ -25,8 +25,8 @@ set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "turns a television into a station's alert
 set(CPACK_PACKAGE_DESCRIPTION "When a station is alerted, everybody in it sees at once what happened, where,
 and who goes. The service takes messages from the station's alerting gateway,
 wakes the television over HDMI-CEC and keeps the document that the station
-page shows; the page and its web server are included, and gatewayctl, a
-gateway for the command line.
+page shows; the page and its web server are included, gatewayctl, a gateway for
+the command line, and hdtv-doctor, which says what is wrong with a unit.
 .
 As root the service resets the machine when it hears no gateway, sets its
 clock and kills processes by name. It is not started until it is enabled.")

@@ -114,7 +114,10 @@ def test_installation_works_as_written(make_station: StationMaker, tmp_path: Pat
             timeout=300,
         )
     installed = {str(p.relative_to(root)) for p in root.rglob("*") if p.is_file()}
-    assert {"usr/local/sbin/hdtv", "usr/local/bin/gatewayctl"} <= installed
+    programs = {"usr/local/sbin/hdtv", "usr/local/sbin/hdtv-doctor", "usr/local/bin/gatewayctl"}
+    assert programs <= installed
+    assert "usr/local/share/man/man1/hdtv-doctor.1" in installed
+    assert "usr/local/share/bash-completion/completions/hdtv-doctor" in installed
     page = {p.name for p in (root / STATION_WEB.lstrip("/")).iterdir()}
     assert page == {p.name for p in (TOP / "station_web").iterdir()} - {"CMakeLists.txt"}
     version = str(gateway.VERSION)

@@ -34,6 +34,8 @@ config BR2_arm
 	def_bool y
 config BR2_PACKAGE_LIBEVENT
 	bool
+config BR2_PACKAGE_CLI11
+	bool
 config BR2_PACKAGE_RPI_USERLAND
 	bool
 config BR2_PACKAGE_LIGHTTPD
@@ -121,11 +123,19 @@ def test_service_takes_the_kernels_television_unless_told_otherwise(builder: Ima
     assert {"BR2_PACKAGE_HDTV_CEC_LINUX=y", "BR2_PACKAGE_LIBEVENT=y"} <= chosen
     assert "BR2_PACKAGE_RPI_USERLAND=y" not in chosen
     said = builder.run("make", "configure")
-    assert "dependencies: host-pkgconf libevent\n" in said
+    assert "dependencies: host-pkgconf libevent cli11\n" in said
     assert "not used by the project" not in said
     cache = (builder.directory / "build" / "CMakeCache.txt").read_text()
     assert "CEC_PORT:STRING=linux" in cache
     assert "HDTV_TESTS:BOOL=OFF" in cache
+    assert {"HDTV_TOOLS:BOOL=OFF", "HDTV_DOCTOR:BOOL=ON"} <= set(cache.splitlines())
+
+
+def test_image_can_do_without_the_doctor(builder: ImageBuilder) -> None:
+    chosen = builder.choose("BR2_PACKAGE_HDTV=y", "# BR2_PACKAGE_HDTV_DOCTOR is not set")
+    assert "BR2_PACKAGE_CLI11=y" not in chosen
+    said = builder.run("make", "--dry-run", "configure")
+    assert "-DHDTV_DOCTOR=ON" not in said and "cli11" not in said
 
 
 def test_service_can_take_the_boards_libraries(builder: ImageBuilder) -> None:

@@ -67,10 +67,9 @@ findings look_beside_service(const process *service) {
     view.adapter = state_of_socket();
     view_notes notes;
     notes.adapter = bus_name();
-    notes.limit =
-        view.adapter == adapter_state::open
-            ? "the bus serves one program at a time, the service: --stop-service asks in its place"
-            : "there is no bus";
+    notes.limit = view.adapter == adapter_state::open
+                      ? "the bus serves the service alone: --stop-service asks in its place"
+                      : "there is no bus";
     findings found = grade_television(view, notes);
     found.push_back(about_connection(service));
     return found;

@@ -20,6 +20,11 @@ else
 HDTV_CONF_OPTS += -DCEC_PORT=linux
 endif
 
+ifeq ($(BR2_PACKAGE_HDTV_DOCTOR),y)
+HDTV_CONF_OPTS += -DHDTV_DOCTOR=ON
+HDTV_DEPENDENCIES += cli11
+endif
+
 define HDTV_INSTALL_INIT_SYSV
 	$(INSTALL) -D -m 755 $(HDTV_PKGDIR)/S90hdtv $(TARGET_DIR)/etc/init.d/S90hdtv
 	$(INSTALL) -D -m 755 $(HDTV_PKGDIR)/upkeep $(TARGET_DIR)/usr/lib/hdtv/upkeep

@@ -135,8 +135,7 @@ finding about_active_source(const television_view &view, const view_notes &notes
                                                                     : ", another device"));
     }
     if (view.power != power_answer::told) {
-        return cannot_tell(link,
-                           view.is_answered ? "the television does not answer" : notes.limit);
+        return cannot_tell(link, view.is_answered ? "the television does not answer" : notes.limit);
     }
     return cannot_tell(link, "nobody says so: this unit itself, or an input without CEC");
 }

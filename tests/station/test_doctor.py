@@ -8,6 +8,7 @@ from collections.abc import Callable, Iterator
 import pytest
 from doctor_support import (
     CONFIG,
+    PROGRAM,
     PROGRAMS,
     Report,
     examine,
@@ -318,6 +319,25 @@ def test_report_reads_like_a_checklist(unit: Unit) -> None:
     assert lines[place + 1].endswith('("When something is wrong")')
     assert lines[-2].endswith(" cannot tell") and " 1 FAIL, " in lines[-2]
     assert "\x1b" not in doctor.output
+
+
+def test_colors_are_for_terminals_that_want_them(unit: Unit) -> None:
+    on_terminal = ("/usr/bin/script", "--quiet", "--command", PROGRAM, "/dev/null")
+    colored = unit.station.start(*on_terminal)
+    assert colored.wait() == 0
+    assert "\x1b[32mok\x1b[0m           version: 47" in colored.output
+    plain = unit.station.start(*on_terminal, environment={"NO_COLOR": "1"})
+    assert plain.wait() == 0
+    assert "  ok           version: 47" in plain.output and "\x1b" not in plain.output
+
+
+def test_others_than_root_are_told_what_they_cannot_see(unit: Unit) -> None:
+    nobody = ("/usr/bin/setpriv", "--reuid=65534", "--clear-groups", "--", PROGRAM)
+    doctor = unit.station.start(*nobody)
+    assert doctor.wait() == 0
+    for link in ("TCP port 4000", "UDP port 4000", "watchdog", "service's adapter"):
+        (line,) = [x for x in doctor.output.splitlines() if f"  {link}: " in x]
+        assert "cannot tell" in line and "only root" in line
 
 
 @pytest.mark.waits

@@ -170,7 +170,7 @@ finding about_connectors() {
             return is_ok(link, name + " connected" + (mode.empty() ? "" : ", prefers " + mode));
         }
         if (!status.empty()) {
-            seen += (seen.empty() ? "" : ", ") + name + " " + status;
+            seen.append(seen.empty() ? "" : ", ").append(name).append(" ").append(status);
         }
     }
     if (seen.empty()) {
@@ -211,8 +211,7 @@ finding about_headers(const web_answer &page) {
     for (const auto &[name, value] : expected) {
         const std::string sent = header_of(page, name);
         if (sent != value) {
-            return has_failed(link,
-                              sent.empty() ? name + " is missing" : name + " is \"" + sent + "\"",
+            return has_failed(link, name + (sent.empty() ? " is missing" : " is not as shipped"),
                               "use the lighttpd.conf that comes with the page", chapter::parts);
         }
     }

@@ -37,6 +37,7 @@ class spawn_settings {
 
     bool start(const std::vector<std::string> &command, pid_t &pid) const {
         std::vector<char *> arguments;
+        arguments.reserve(command.size() + 1);
         for (const std::string &word : command) {
             arguments.push_back(const_cast<char *>(word.c_str()));
         }

@@ -9,7 +9,7 @@ namespace {
 std::string service_version() {
     // Where an installation, with or without a package, has it.
     for (const char *place : {"/usr/local/share/hdtv/version", "/usr/share/hdtv/version"}) {
-        const std::string version = first_line(place);
+        std::string version = first_line(place);
         if (!version.empty()) {
             return version;
         }

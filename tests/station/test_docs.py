@@ -46,8 +46,8 @@ def test_operations_explain_every_line_of_the_service() -> None:
 
 LINKING = [
     *("README.md", "CONTRIBUTING.md", "CHANGES.md"),
-    *("docs/architecture.md", "docs/extending.md", "docs/operations.md", "docs/reliability.md"),
-    "docs/security.md",
+    *("docs/architecture.md", "docs/extending.md", "docs/first-hour.md", "docs/operations.md"),
+    *("docs/reliability.md", "docs/security.md"),
 ]
 
 

@@ -1,4 +1,4 @@
-"""The transcript of an installer's first hour in docs/operations.md: it is played here, and what
+"""The transcript of an installer's first hour in docs/first-hour.md: it is played here, and what
 hdtv-doctor prints is what stands there."""
 
 import re
@@ -15,8 +15,7 @@ from simulation.waiting import wait_for
 
 pytestmark = [pytest.mark.tool, pytest.mark.once, pytest.mark.waits]
 
-OPERATIONS = (top_directory() / "docs" / "operations.md").read_text()
-START = "An installer's first hour"
+TRANSCRIPT = (top_directory() / "docs" / "first-hour.md").read_text()
 
 
 def without_numbers(text: str) -> str:
@@ -37,7 +36,7 @@ def failures(lines: list[str]) -> list[str]:
 
 
 def expect_told(lines: list[str]) -> None:
-    transcript = without_numbers(OPERATIONS[OPERATIONS.index(START) :])
+    transcript = without_numbers(TRANSCRIPT)
     for line in lines:
         # This machine's clock may be synchronized.
         if line and " clock: " not in line:

@@ -21,6 +21,7 @@ from simulation.station import (
     Process,
     Station,
     StationError,
+    host_build_directory,
     launch_command,
 )
 from simulation.television import IN_STANDBY, Television
@@ -42,6 +43,7 @@ same page at http://127.0.0.1:8080/station_web/.
 
 From a second terminal, inside the running station:
   ./scripts/station exec cat /dev/shm/alerts.json
+  ./scripts/station exec /run/station/bin/hdtv-doctor
   ./scripts/station exec bash -c "printf '\\3\\1\\0\\0\\0\\4FIRE' > /dev/tcp/127.0.0.1/4000"
 """
 
@@ -135,8 +137,16 @@ def end(number: int, _: object) -> None:
     raise Ended(number)
 
 
+def unit_tools() -> dict[str, Path]:
+    """What a person may start in the unit, if it has been built."""
+    doctor = host_build_directory() / "tools" / "doctor" / "hdtv-doctor"
+    return {doctor.name: doctor} if doctor.exists() else {}
+
+
 def run_station(arguments: argparse.Namespace, stack: contextlib.ExitStack) -> int:
-    station = stack.enter_context(Station(name=arguments.name, has_display=arguments.window))
+    station = stack.enter_context(
+        Station(name=arguments.name, has_display=arguments.window, programs=unit_tools())
+    )
     records = stack.enter_context(gateway.record_listener(station))
     serve_clip_and_map(station, stack)
     television = stack.enter_context(

@@ -15,9 +15,6 @@
 
 namespace {
 
-constexpr const char *osd_name = "ZELT";
-constexpr std::uint32_t vendor_id = 0x18C086; // of the board's chip vendor
-
 constexpr std::int32_t no_reply = 0;
 
 // The callback's thread and the event loop's share these; each is a single load or store.
@@ -142,8 +139,8 @@ void announce_unit() {
     std::uint32_t logical_address = 0;
     vc_cec_get_logical_address(&logical_address);
     std::printf("logical_address: 0x%x\n", logical_address);
-    vc_cec_set_vendor_id(vendor_id);
-    vc_cec_set_osd_name(osd_name);
+    vc_cec_set_vendor_id(cec_vendor_id);
+    vc_cec_set_osd_name(cec_osd_name);
     std::uint16_t own = 0;
     vc_cec_get_physical_address(&own);
     physical_address = own;

@@ -1,7 +1,13 @@
 #pragma once
 
+#include <cstdint>
+
 /// Television control over HDMI-CEC: it is woken and switched to this unit for an alert, and handed
 /// back afterwards. Call from the event loop's thread only.
+
+/// How the unit announces itself on the bus.
+constexpr const char *cec_osd_name = "ZELT";
+constexpr std::uint32_t cec_vendor_id = 0x18C086; ///< of the board's chip vendor
 
 /// Opens the CEC service, announces the unit and takes the television's input. Returns 0, or -1 if
 /// the service cannot be opened; the other operations may still be called then.

@@ -1,4 +1,4 @@
-# A package for boards and machines that run Debian: the service under systemd, the page, gatewayctl.
+# A package for boards and machines that run Debian: the service under systemd, the page, the tools.
 # The same commit gives the same bytes, wherever it is built: scripts/package --twice.
 include(cmake/commit.cmake)
 set(BOARD ${PROJECT_SOURCE_DIR}/board)
@@ -32,8 +32,8 @@ set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "turns a television into a station's alert
 set(CPACK_PACKAGE_DESCRIPTION "When a station is alerted, everybody in it sees at once what happened, where,
 and who goes. The service takes messages from the station's alerting gateway,
 wakes the television over HDMI-CEC and keeps the document that the station
-page shows; the page and its web server are included, and gatewayctl, a
-gateway for the command line.
+page shows; the page and its web server are included, gatewayctl, a gateway for
+the command line, and hdtv-doctor, which says what is wrong with a unit.
 .
 As root the service resets the machine when it hears no gateway, sets its
 clock and kills processes by name. It is not started until it is enabled.")

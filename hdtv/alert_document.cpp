@@ -20,8 +20,6 @@ using namespace std::string_view_literals;
 namespace {
 
 constexpr int initial_turnout_timer = 120; // seconds
-constexpr const char *document_path = "/dev/shm/alerts.json";
-constexpr const char *log_path = "/tmp/alerts.log";
 constexpr mode_t file_mode = 0777;
 
 } // namespace
@@ -170,7 +168,7 @@ std::string_view line_of(std::string_view before, std::string_view document) {
 }
 
 void replace_document(std::string_view document) {
-    const int fd = open(document_path, O_WRONLY | O_CREAT | O_TRUNC, file_mode);
+    const int fd = open(document_file, O_WRONLY | O_CREAT | O_TRUNC, file_mode);
     write_once(fd, document);
     close(fd);
 }
@@ -194,7 +192,7 @@ bstring format_log_prefix() {
 void append_to_log(std::string_view document) {
     // Deliberate leak, see architecture.md.
     const_bstring prefix = format_log_prefix();
-    const int fd = open(log_path, O_RDWR | O_CREAT | O_APPEND, file_mode);
+    const int fd = open(document_log, O_RDWR | O_CREAT | O_APPEND, file_mode);
     write_once(fd, line_of(bstr_text(prefix), document));
     close(fd);
 }
@@ -249,7 +247,7 @@ void set_turnout_timer(int seconds) {
 
 void read_log_alerts() {
     // Deliberate leak, see architecture.md.
-    bstring value = get_config_option(config_file, "log_alerts");
+    bstring value = get_config_option(config_file, config_key::log_alerts);
     if (biseqcstrcaseless(value, "true") == 1) {
         log_alerts = true;
     }

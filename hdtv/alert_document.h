@@ -10,6 +10,9 @@
 /// The alert document: the one line of JSON that tells the station page what to show. Nothing else
 /// writes it.
 
+constexpr const char *document_file = "/dev/shm/alerts.json";
+constexpr const char *document_log = "/tmp/alerts.log";
+
 extern int turnout_timer; ///< seconds, initially 120: how long after its start an alert expires
 extern bool log_alerts;   ///< initially true, never cleared
 

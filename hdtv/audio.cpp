@@ -4,6 +4,7 @@
 #include "bstrlib/bstrlib.h"
 #include "hdtv/child_process.h"
 #include "hdtv/config_store.h"
+#include "hdtv/programs.h"
 
 #include <initializer_list>
 #include <unistd.h>
@@ -15,11 +16,11 @@ constexpr const char *wav_clip = "/tmp/play.wav";
 constexpr const char *raw_clip = "/tmp/play.raw";
 
 void start_mixer(std::initializer_list<const char *> arguments) {
-    start_program("/usr/bin/amixer", arguments);
+    start_program(programs::amixer, arguments);
 }
 
 void start_player(std::initializer_list<const char *> arguments) {
-    start_program("/usr/bin/aplay", arguments);
+    start_program(programs::aplay, arguments);
 }
 
 void set_routing(const_bstring device) {
@@ -37,7 +38,7 @@ void set_volume(bstring volume) {
 
 void fetch(const_bstring address, const char *clip) {
     unlink(clip);
-    run_program("/usr/bin/wget", {"wget", "-O", clip, "-T", "1", bstr_text(address)});
+    run_program(programs::wget, {"wget", "-O", clip, "-T", "1", bstr_text(address)});
 }
 
 bstr_owner value_or(const_bstring json, const char *key, const char *fallback) {

@@ -4,6 +4,7 @@
 #include "bstrlib/bstrlib.h"
 #include "hdtv/child_process.h"
 #include "hdtv/descriptor.h"
+#include "hdtv/programs.h"
 
 #include <array>
 #include <cstdio>
@@ -17,7 +18,7 @@ namespace {
 
 // The first 4095 bytes of the file, up to their first zero byte; empty if it cannot be read.
 bstr_owner read_config(const char *file) {
-    std::array<char, 4096> buffer{};
+    std::array<char, config_limit + 1> buffer{};
     const int fd = open(file, O_RDONLY);
     std::ignore = read(fd, buffer.data(), buffer.size() - 1);
     close(fd);
@@ -46,7 +47,7 @@ void insert_member(bstring cfg, const char *option, const char *value) {
 }
 
 void remount_root(const char *options) {
-    run_program("/bin/mount", {"mount", "-o", options});
+    run_program(programs::mount, {"mount", "-o", options});
 }
 
 void overwrite_config(const char *file, const_bstring cfg) {

@@ -6,6 +6,14 @@
 /// changed as text, by the exact pattern "key":"value" without spaces; the first match wins.
 
 constexpr const char *config_file = "/var/www/config.json";
+constexpr int config_limit = 4095; ///< bytes that are read; what comes after them is ignored
+
+/// The keys that the service reads.
+namespace config_key {
+constexpr const char *comm_gw = "comm_gw";
+constexpr const char *rotation = "rotation";
+constexpr const char *log_alerts = "log_alerts";
+} // namespace config_key
 
 /// The value of parameter in json_obj, or null. The caller releases it.
 bstring get_from_json(const_bstring json_obj, const char *parameter);

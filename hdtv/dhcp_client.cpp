@@ -1,13 +1,14 @@
 #include "hdtv/dhcp_client.h"
 
 #include "hdtv/child_process.h"
+#include "hdtv/programs.h"
 
 pid_t udhcpc_pid;
 
 void setup_dhcp_background_process() {
-    run_program("/usr/bin/killall", {"killall", "-9", "udhcpc"});
+    run_program(programs::killall, {"killall", "-9", "udhcpc"});
     // 30 discovery requests, 30 seconds between rounds, exit once there is an address.
-    udhcpc_pid = start_program("/sbin/udhcpc", {"udhcpc", "-t", "30", "-A", "30", "-q"});
+    udhcpc_pid = start_program(programs::udhcpc, {"udhcpc", "-t", "30", "-A", "30", "-q"});
 }
 
 void reset_dhcp_client_state() {

@@ -7,6 +7,7 @@
 #include "hdtv/gateway_records.h"
 #include "hdtv/kiosk.h"
 #include "hdtv/messages.h"
+#include "hdtv/programs.h"
 #include "hdtv/watchdog.h"
 
 namespace {
@@ -31,12 +32,12 @@ void take_detail_alert(const detail_alert &alert, const gateway_message &message
 }
 
 void reboot_unit() {
-    start_program("/sbin/reboot", {"reboot"});
+    start_program(programs::reboot, {"reboot"});
 }
 
 void set_clock(const set_date &wanted) {
     note_date_arrived();
-    run_program("/bin/date", {"date", "-s", wanted.date});
+    run_program(programs::date, {"date", "-s", wanted.date});
 }
 
 void stop_turnout() {

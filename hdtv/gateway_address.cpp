@@ -15,7 +15,6 @@ bstring current_gateway;
 
 namespace {
 
-constexpr const char *gateway_file = "/dev/shm/current_gateway";
 constexpr mode_t file_mode = 0777;
 
 void write_gateway_file() {

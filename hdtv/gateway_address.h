@@ -6,6 +6,8 @@
 
 /// The alerting gateway's address, as published for the station page.
 
+constexpr const char *gateway_file = "/dev/shm/current_gateway";
+
 extern bstring current_gateway; ///< dotted IPv4 text; null until it is known. Written only here
 
 /// Takes the peer of the first connection as the gateway, publishes it and prints it. Does nothing

@@ -67,7 +67,7 @@ void answer_rollcall(message_sender sender) {
 }
 
 void send_gratuitous_rollcall_reply() {
-    const bstr_owner comm_gw(get_config_option(config_file, "comm_gw"));
+    const bstr_owner comm_gw(get_config_option(config_file, config_key::comm_gw));
     if (!comm_gw) {
         return;
     }

@@ -4,6 +4,8 @@
 #include "bstrlib/bstrlib.h"
 #include "hdtv/child_process.h"
 #include "hdtv/kiosk.h"
+#include "hdtv/network_identity.h"
+#include "hdtv/programs.h"
 #include "hdtv/timer.h"
 
 #include <array>
@@ -23,9 +25,8 @@ constexpr const char *status_marker = "state 0x";
 constexpr const char *mode_separator = ", ";
 constexpr std::ptrdiff_t longest_mode = 10;
 
-constexpr const char *interface_query = "/sbin/ifconfig"; // lists what is up
-constexpr const char *interface_name = "eth0";
-constexpr const char *usb_query = "/usr/bin/lsusb";
+constexpr const char *interface_query = programs::ifconfig; // lists what is up
+constexpr const char *usb_query = programs::lsusb;
 constexpr const char *nic_vendor = "0424:"; // USB vendor id of the network controller
 
 event fb_time_event;
@@ -92,7 +93,7 @@ void check_display() {
         return;
     }
     std::printf("Current Output Resolution: \"%s\"\n", bstr_text(mode.get()));
-    if (biseqcstr(mode.get(), "640x480") != 1 && biseqcstr(mode.get(), "720x480") != 1) {
+    if (!is_fallback_mode(mode.get())) {
         return;
     }
     reset_fb();
@@ -133,13 +134,13 @@ bstring get_fb_resolution() {
 }
 
 void reset_fb() {
-    run_program("/usr/bin/tvservice", {"tvservice", "-o"});
+    run_program(programs::tvservice, {"tvservice", "-o"});
     sleep(1);
-    run_program("/usr/bin/tvservice", {"tvservice", "-p"});
+    run_program(programs::tvservice, {"tvservice", "-p"});
 }
 
 int eth0_is_present() {
-    return count_lines(interface_query, interface_name);
+    return count_lines(interface_query, wired_interface);
 }
 
 unsigned nic_is_present() {
@@ -147,5 +148,5 @@ unsigned nic_is_present() {
 }
 
 void restart_networking() {
-    run_program("/etc/init.d/S40network", {"S40network", "restart"});
+    run_program(programs::network_script, {"S40network", "restart"});
 }

@@ -16,6 +16,11 @@ void fb_time_fn(int fd, short event, void *arg);
 /// it.
 bstring get_fb_resolution();
 
+/// Whether it is one of the low modes that a display falls back to.
+inline bool is_fallback_mode(const_bstring mode) {
+    return biseqcstr(mode, "640x480") == 1 || biseqcstr(mode, "720x480") == 1;
+}
+
 /// Switches the HDMI output off and, a second later, back on in its preferred mode.
 void reset_fb();
 

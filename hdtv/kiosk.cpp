@@ -6,6 +6,7 @@
 #include "hdtv/config_store.h"
 #include "hdtv/descriptor.h"
 #include "hdtv/line.h"
+#include "hdtv/programs.h"
 #include "hdtv/proxy.h"
 
 #include <algorithm>
@@ -24,17 +25,8 @@ int kiosk_pid;
 
 namespace {
 
-constexpr const char *browser_path = "/usr/bin/qt-webkit-kiosk";
 constexpr const char *browser_name = "qt-webkit-kiosk";
 constexpr const char *proxy_settings = "/usr/etc/xdg/QtWebkitKiosk/proxy.ini";
-
-// The rotations as the configuration stores them. Every other text means 0, and every other rotation
-// is stored as "0".
-struct stored_rotation {
-    const char *text;
-    int degrees;
-};
-constexpr stored_rotation stored_rotations[] = {{"90", 90}, {"180", 180}, {"270", 270}};
 
 // Any pid but 0 is signaled, even the -1 left by a failed fork, which reaches every process.
 void stop_browser() {
@@ -68,10 +60,12 @@ void enter_browser_fn() {
 
 void start_browser(const char *address) {
     if (use_oru_proxy) {
-        kiosk_pid = start_program(browser_path, {browser_name, "-c", proxy_settings, "-u", address},
-                                  enter_browser_fn);
+        kiosk_pid =
+            start_program(programs::browser, {browser_name, "-c", proxy_settings, "-u", address},
+                          enter_browser_fn);
     } else {
-        kiosk_pid = start_program(browser_path, {browser_name, "-u", address}, enter_browser_fn);
+        kiosk_pid =
+            start_program(programs::browser, {browser_name, "-u", address}, enter_browser_fn);
     }
 }
 
@@ -146,7 +140,7 @@ void keep_browser_alive() {
 }
 
 void read_rotation() {
-    const bstr_owner value(get_config_option(config_file, "rotation"));
+    const bstr_owner value(get_config_option(config_file, config_key::rotation));
     if (!value) {
         return;
     }
@@ -161,7 +155,7 @@ void read_rotation() {
 void turn_page(int quarter_turns) {
     const int previous = rotation;
     rotation = 90 * quarter_turns;
-    set_config_option(config_file, "rotation", rotation_setting());
+    set_config_option(config_file, config_key::rotation, rotation_setting());
     if (rotation != previous) {
         restart_browser();
     }

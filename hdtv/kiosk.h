@@ -10,6 +10,14 @@
 /// The page that the browser shows unless the gateway has asked for another one.
 constexpr const char *station_page = "http://127.0.0.1/station_web/";
 
+/// The rotations as the configuration stores them. Every other text means 0, and every other rotation
+/// is stored as "0".
+struct stored_rotation {
+    const char *text;
+    int degrees;
+};
+constexpr stored_rotation stored_rotations[] = {{"90", 90}, {"180", 180}, {"270", 270}};
+
 extern bstring url;   ///< the page address without the rotation suffix; null: none
 extern int rotation;  ///< degrees
 extern int kiosk_pid; ///< as the last fork returned it; 0 before the first start, never reset

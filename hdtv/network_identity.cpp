@@ -15,7 +15,6 @@
 
 namespace {
 
-constexpr char interface_name[] = "eth0";
 constexpr std::size_t most_interfaces = 8;
 
 // A record is 32 bytes on the board and 40 on a 64-bit machine; counting records suits both.
@@ -32,7 +31,7 @@ in_addr_t find_address(int fd, interface_list &list, std::size_t count) {
     for (std::size_t i = 0; i < count; ++i) {
         ifreq &record = list[i];
         if (ioctl(fd, SIOCGIFADDR, &record) == 0 &&
-            std::strcmp(record.ifr_name, interface_name) == 0) {
+            std::strcmp(record.ifr_name, wired_interface) == 0) {
             found = address_of(record);
         }
     }
@@ -44,7 +43,7 @@ in_addr_t find_address(int fd, interface_list &list, std::size_t count) {
 void get_mac_address(unsigned char *buf) {
     const int fd = socket(AF_INET, SOCK_DGRAM, 0);
     ifreq request{};
-    std::memcpy(request.ifr_name, interface_name, sizeof interface_name);
+    std::memcpy(request.ifr_name, wired_interface, sizeof wired_interface);
     ioctl(fd, SIOCGIFHWADDR, &request);
     close(fd);
     std::memcpy(buf, request.ifr_hwaddr.sa_data, protocol::hardware_address_size);

@@ -5,6 +5,8 @@
 /// The unit's identity on the station network: the addresses of the interface "eth0", and of no
 /// other.
 
+constexpr char wired_interface[] = "eth0";
+
 /// Writes the 6 bytes of the hardware address to buf; zeros if there is no eth0.
 void get_mac_address(unsigned char *buf);
 

@@ -12,11 +12,7 @@
 
 namespace {
 
-constexpr const char *device_path = "/dev/watchdog";
-constexpr const char *liveness_path = "/dev/shm/web_watchdog";
-constexpr int hardware_timeout = 15; // seconds
-constexpr int full_budget = 900;     // kicks, one per second
-constexpr int staleness_limit = 300; // seconds
+constexpr int full_budget = 900; // kicks, one per second
 
 } // namespace
 
@@ -24,7 +20,7 @@ int wdt_fd;
 int wdt_seconds = full_budget;
 
 void configure_watchdog() {
-    wdt_fd = open(device_path, O_RDWR | O_NOCTTY);
+    wdt_fd = open(watchdog_device, O_RDWR | O_NOCTTY);
     set_close_on_exec(wdt_fd);
     enable_watchdog();
 }
@@ -34,7 +30,7 @@ void enable_watchdog() {
         std::puts("Can't open /dev/watchdog");
         return;
     }
-    int timeout = hardware_timeout;
+    int timeout = watchdog_timeout;
     ioctl(wdt_fd, WDIOC_SETTIMEOUT, &timeout);
     reset_watchdog();
     wdt_seconds = full_budget;
@@ -61,7 +57,7 @@ void disable_watchdog() {
 int check_web_watchdog() {
     const std::time_t now = std::time(nullptr);
     struct stat status {};
-    if (stat(liveness_path, &status) != 0) {
+    if (stat(liveness_file, &status) != 0) {
         return 1;
     }
     return status.st_mtime + staleness_limit < now ? 0 : 1;

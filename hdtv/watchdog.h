@@ -4,6 +4,13 @@
 /// from a budget, wdt_seconds, which only a gateway's message refills, and only while the unit has
 /// an address and the station page is alive.
 
+constexpr const char *watchdog_device = "/dev/watchdog";
+constexpr int watchdog_timeout = 15; ///< seconds without a kick until the board resets
+
+/// The page touches it while it is alive.
+constexpr const char *liveness_file = "/dev/shm/web_watchdog";
+constexpr int staleness_limit = 300; ///< seconds until a page that has not touched it is dead
+
 extern int wdt_fd;      ///< the hardware watchdog; negative if it could not be opened
 extern int wdt_seconds; ///< remaining kicks, one per second
 

@@ -47,8 +47,8 @@ plot_packages=(python3-matplotlib)
 
 # The executables of tests/unit.
 unit_tests=(
-    bstrlib_test cec_bus_test cec_linux_test cec_test gatewayctl_test messages_test service_test
-    timer_libevent_2_0_test timer_test
+    bstrlib_test cec_bus_test cec_linux_test cec_test doctor_test gatewayctl_test messages_test
+    service_test timer_libevent_2_0_test timer_test
 )
 
 # install_packages PACKAGE...  Installs the missing ones, if any.

@@ -4,6 +4,7 @@
 #include "cec/cec_codes.h"
 #include "cec/cec_port.h"
 #include "cec/port/listener.h"
+#include "cec/port/places.h"
 
 #include <algorithm>
 #include <array>
@@ -20,7 +21,7 @@
 
 namespace {
 
-constexpr std::string_view socket_path = "/run/cec-bus.sock";
+constexpr std::string_view socket_path = cec_bus_socket;
 constexpr std::size_t longest_line = 256;
 constexpr std::int32_t failure = -1;
 

@@ -10,6 +10,7 @@
 #include "cec/port/answer_policy.h"
 #include "cec/port/listener.h"
 #include "cec/port/mutex_guard.h"
+#include "cec/port/places.h"
 
 #include <algorithm>
 #include <array>
@@ -28,7 +29,6 @@
 
 namespace {
 
-constexpr const char *device_path = "/dev/cec0";
 constexpr std::int32_t failure = -1;
 constexpr std::size_t longest_osd_name = 14;
 
@@ -56,7 +56,7 @@ int call_device(unsigned long request, void *argument) {
 }
 
 void complain(const char *what) {
-    std::fprintf(stderr, "CEC: %s: %s\n", device_path, what);
+    std::fprintf(stderr, "CEC: %s: %s\n", cec_device, what);
 }
 
 void complain_about_open(int error) {
@@ -326,7 +326,7 @@ extern "C" {
 std::int32_t vchi_initialise(cec_instance *instance) {
     pthread_once(&state_changed_once, prepare_state_changed);
     const mutex_guard guard(device_mutex);
-    device = open(device_path, O_RDWR | O_NONBLOCK);
+    device = open(cec_device, O_RDWR | O_NONBLOCK);
     if (device < 0) {
         complain_about_open(errno);
         return failure;

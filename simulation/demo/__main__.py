@@ -20,7 +20,13 @@ from simulation.handles import Handles, parse_input
 from simulation.recorder import Recorder
 from simulation.scenario import Scenario, Scene, Setup, speed_environment
 from simulation.screen import Screen
-from simulation.station import UNIT_ENVIRONMENT, WEB_PORT, Station, StationError
+from simulation.station import (
+    UNIT_ENVIRONMENT,
+    WEB_PORT,
+    Station,
+    StationError,
+    host_build_directory,
+)
 from simulation.television import IN_STANDBY, ON, Television
 
 OWN_PORT = 8080
@@ -75,12 +81,23 @@ def end(number: int, _: object) -> None:
     raise Ended(number)
 
 
+def unit_tools() -> dict[str, Path]:
+    """What a person may start in the unit, if it has been built."""
+    doctor = host_build_directory() / "tools" / "doctor" / "hdtv-doctor"
+    return {doctor.name: doctor} if doctor.exists() else {}
+
+
 def run_station(arguments: argparse.Namespace, stack: contextlib.ExitStack) -> int:
     scenario: Scenario | None = arguments.scenario
     # For people, a television that is on: it lets the unit have its input when the unit starts.
     setup = scenario.setup if scenario else Setup(tv_power="on")
     station = stack.enter_context(
-        Station(address=setup.address, name=arguments.name, has_display=arguments.window)
+        Station(
+            address=setup.address,
+            name=arguments.name,
+            has_display=arguments.window,
+            programs=unit_tools(),
+        )
     )
     records = open_gateway_side(station, arguments.no_gateway, stack)
     television = stack.enter_context(prepare_television(station, setup))

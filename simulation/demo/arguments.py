@@ -22,6 +22,7 @@ same page at http://127.0.0.1:8080/station_web/.
 
 From a second terminal, inside the running station:
   ./scripts/station exec cat /dev/shm/alerts.json
+  ./scripts/station exec /run/station/bin/hdtv-doctor
   ./scripts/station exec bash -c "printf '\\3\\1\\0\\0\\0\\4FIRE' > /dev/tcp/127.0.0.1/4000"
 
 Another scenario than the incident, and what happened as a scenario (docs/workbench.md):

@@ -60,6 +60,7 @@ def check_selections(tree: Tree) -> None:
     wanted = (
         *PACKAGES,
         "BR2_PACKAGE_HDTV_TOOLS=y",
+        "BR2_PACKAGE_HDTV_DOCTOR=y",
         "BR2_PACKAGE_QT5=y",
         "BR2_PACKAGE_QT5BASE_GUI=y",
     )

@@ -88,7 +88,8 @@ def test_enabled_service_runs_with_its_page_in_the_other_web_servers_place(unit:
     assert "logical_address: 0x4" in unit.run(JOURNAL)
     assert f'"alert_area":"{ADDRESS}"' in unit.run(DOCUMENT)
     assert "<html" in unit.run("wget -q -O - http://127.0.0.1/station_web/")
-    manuals = unit.run("man hdtv gatewayctl | cat")
+    manuals = unit.run("man hdtv gatewayctl hdtv-doctor | cat")
+    assert "say what is wrong" in manuals
     assert "turn a television into" in manuals
     assert "command-line gateway" in manuals
     assert "roll-call" in unit.run("gatewayctl --help")
@@ -187,6 +188,37 @@ def test_television_finds_no_fault_with_the_unit(unit: X86Unit) -> None:
     assert total is not None, report
     assert int(total[1]) >= 15, report
     assert (total[3], total[4]) == ("0", "0"), report
+
+
+def examine(unit: X86Unit, option: str = "") -> dict[str, tuple[str, str]]:
+    """What hdtv-doctor says: the grade of each link and the evidence."""
+    lines = unit.run(f"hdtv-doctor --json {option} 2>/dev/null").splitlines()
+    found = [json.loads(line) for line in lines if line.startswith("{")]
+    return {each["link"]: (each["grade"], each["evidence"]) for each in found}
+
+
+def test_doctor_asks_the_television_beside_the_service(unit: X86Unit) -> None:
+    seen = examine(unit)
+    assert seen["link"] == ("ok", "physical address 1.0.0.0")
+    assert seen["logical address"] == ("ok", str(unit.logical_address()))
+    assert seen["power status"] == ("ok", "on")
+    assert seen["service's adapter"] == ("ok", "the service has /dev/cec0 open")
+    assert seen["watchdog timeout"] == ("ok", "i6300ESB timer, 15 s")
+    assert seen["TCP port 4000"][0] == seen["UDP port 4000"][0] == "ok"
+    assert seen["headers"][0] == seen["document served"][0] == "ok"
+    assert seen["audio control"][0] == "ok"
+    # The service has noticed none of it.
+    assert main_process(unit) == int(re.findall(r"process (\d+)", seen["service"][1])[0])
+
+
+def test_doctor_asks_the_television_in_the_services_place(unit: X86Unit) -> None:
+    first = main_process(unit)
+    seen = examine(unit, "--stop-service")
+    assert seen["power status"] == ("ok", "on")
+    assert seen["television answers"][0] == "ok"
+    assert state(unit, "hdtv") == "active"
+    assert main_process(unit) not in (0, first)
+    unit.wait_for_output(JOURNAL, "TV is NOT in standby mode.")
 
 
 def test_clip_is_heard_as_it_is(unit: X86Unit, network: Station, tmp_path: Path) -> None:

@@ -49,8 +49,8 @@ def test_operations_explain_every_line_of_the_service() -> None:
 
 LINKING = [
     *("README.md", "CONTRIBUTING.md", "CHANGES.md"),
-    *("docs/architecture.md", "docs/extending.md", "docs/operations.md", "docs/reliability.md"),
-    *("docs/security.md", "docs/workbench.md"),
+    *("docs/architecture.md", "docs/extending.md", "docs/first-hour.md", "docs/operations.md"),
+    *("docs/reliability.md", "docs/security.md", "docs/workbench.md"),
 ]
 
 
@@ -260,7 +260,10 @@ def test_installation_works_as_written(make_station: StationMaker, tmp_path: Pat
             timeout=300,
         )
     installed = {str(p.relative_to(root)) for p in root.rglob("*") if p.is_file()}
-    assert {"usr/local/sbin/hdtv", "usr/local/bin/gatewayctl"} <= installed
+    programs = {"usr/local/sbin/hdtv", "usr/local/sbin/hdtv-doctor", "usr/local/bin/gatewayctl"}
+    assert programs <= installed
+    assert "usr/local/share/man/man1/hdtv-doctor.1" in installed
+    assert "usr/local/share/bash-completion/completions/hdtv-doctor" in installed
     page = {p.name for p in (root / STATION_WEB.lstrip("/")).iterdir()}
     assert page == {p.name for p in (TOP / "station_web").iterdir()} - {"CMakeLists.txt"}
     version = str(gateway.VERSION)

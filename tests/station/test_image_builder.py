@@ -43,6 +43,8 @@ config BR2_PACKAGE_CLI11
 	bool
 config BR2_PACKAGE_LIBEVENT
 	bool
+config BR2_PACKAGE_CLI11
+	bool
 config BR2_PACKAGE_RPI_USERLAND
 	bool "the board's libraries"
 config BR2_PACKAGE_QT5BASE_GUI
@@ -140,6 +142,16 @@ def test_service_takes_the_kernels_television_unless_told_otherwise(builder: Ima
     cache = (builder.directory / "build" / "CMakeCache.txt").read_text()
     assert "CEC_PORT:STRING=linux" in cache
     assert "HDTV_TESTS:BOOL=OFF" in cache
+    assert {"HDTV_TOOLS:BOOL=OFF", "HDTV_DOCTOR:BOOL=OFF"} <= set(cache.splitlines())
+
+
+def test_doctor_is_an_option(builder: ImageBuilder) -> None:
+    chosen = builder.choose("BR2_PACKAGE_HDTV=y", "BR2_PACKAGE_HDTV_DOCTOR=y")
+    assert "BR2_PACKAGE_CLI11=y" in chosen
+    said = builder.run("make", "configure")
+    assert "dependencies: host-pkgconf libevent cli11\n" in said
+    cache = (builder.directory / "build" / "CMakeCache.txt").read_text()
+    assert {"HDTV_TOOLS:BOOL=OFF", "HDTV_DOCTOR:BOOL=ON"} <= set(cache.splitlines())
 
 
 def test_service_can_take_the_boards_libraries(builder: ImageBuilder) -> None:

@@ -1,0 +1,468 @@
+"""hdtv-doctor finds each fault where it was made, and none in a healthy unit."""
+
+import contextlib
+import os
+import time
+from collections.abc import Callable, Iterator
+
+import pytest
+from doctor_support import (
+    CONFIG,
+    PROGRAM,
+    PROGRAMS,
+    Report,
+    examine,
+    have_good_machine,
+    mount_memory,
+    start_doctor,
+    write_file,
+)
+from support import StationMaker, is_zombie, start
+
+from simulation import gateway
+from simulation.station import (
+    ALERT_LOG,
+    DOCUMENT,
+    GATEWAY_FILE,
+    LIVENESS_FILE,
+    UNIT_ADDRESS,
+    Process,
+    Station,
+)
+from simulation.television import BUS, Television
+from simulation.waiting import wait_for
+
+pytestmark = pytest.mark.tool
+
+Breaking = Callable[["Unit"], contextlib.AbstractContextManager[object]]
+
+
+class Unit:
+    """A healthy unit, with a service and a television."""
+
+    def __init__(self, station: Station, service: Process) -> None:
+        self.station = station
+        self.service = service
+
+    def examine(self) -> Report:
+        return examine(self.station)
+
+
+@pytest.fixture(scope="module")
+def shared_unit() -> Iterator[Unit]:
+    """Whoever breaks something mends it."""
+    with (
+        Station(programs=PROGRAMS, is_board_root=True) as station,
+        Television(station),
+    ):
+        have_good_machine(station)
+        service = start(station)
+        station.start_web_server()
+        gateway.deliver(station, b"\0")
+        yield Unit(station, service)
+
+
+@pytest.fixture
+def unit(shared_unit: Unit) -> Unit:
+    """Its page has just reported that it is alive."""
+    shared_unit.station.path(LIVENESS_FILE).touch()
+    return shared_unit
+
+
+def test_healthy_unit_has_no_fault(unit: Unit) -> None:
+    report = unit.examine()
+    assert report.failed() == {}
+    assert report.status == 0
+    unknown = {found.link for found in report.findings if found.grade != "ok"}
+    # The bus belongs to the service, this machine is not a station's, and its clock is its own.
+    beside_service = {"link", "logical address", "television answers", "power status"}
+    assert unknown <= beside_service | {"active source", "time zone", "clock"}
+
+
+def test_nothing_is_changed_or_sent(unit: Unit) -> None:
+    station = unit.station
+    names = {path.name: path.stat().st_mtime_ns for path in station.path("/dev/shm").iterdir()}
+    calls = len(station.calls())
+    with counted(station) as packets:
+        unit.examine()
+        assert packets() == 0
+    assert names == {
+        path.name: path.stat().st_mtime_ns for path in station.path("/dev/shm").iterdir()
+    }
+    asked = [call for call in station.calls()[calls:] if call.parent == "hdtv-doctor"]
+    assert [call.argv[1:] for call in asked if call.name == "amixer"] == [["sget", "PCM"]]
+
+
+@contextlib.contextmanager
+def counted(station: Station) -> Iterator[Callable[[], int]]:
+    """What leaves the unit by its wire over IPv4: the kernel says things of its own over IPv6."""
+    hook = "type filter hook output priority 0"
+    chain = f'chain output {{ {hook}; oifname "eth0" counter; }}'
+    station.run("/usr/sbin/nft", f"table ip sent {{ {chain}; }}")
+
+    def packets() -> int:
+        listed = station.run("/usr/sbin/nft", "list", "table", "ip", "sent").split()
+        return int(listed[listed.index("packets") + 1])
+
+    yield packets
+    station.run("/usr/sbin/nft", "delete", "table", "ip", "sent")
+
+
+# One fault each. They are mended as soon as they have been seen.
+
+
+@contextlib.contextmanager
+def missing(unit: Unit, name: str) -> Iterator[None]:
+    path = unit.station.path(name)
+    aside = path.with_name(path.name + ".aside")
+    path.rename(aside)
+    yield
+    aside.rename(path)
+
+
+@contextlib.contextmanager
+def written(unit: Unit, name: str, text: str) -> Iterator[None]:
+    path = unit.station.path(name)
+    before = path.read_text() if path.exists() else None
+    write_file(unit.station, name, text)
+    yield
+    if before is None:
+        path.unlink()
+    else:
+        path.write_text(before)
+
+
+@contextlib.contextmanager
+def ran(unit: Unit, breaking: str, mending: str) -> Iterator[None]:
+    unit.station.run("/usr/bin/sh", "-ec", breaking)
+    yield
+    unit.station.run("/usr/bin/sh", "-ec", mending)
+
+
+@contextlib.contextmanager
+def aged(unit: Unit, seconds: int) -> Iterator[None]:
+    path = unit.station.path(LIVENESS_FILE)
+    then = time.time() - seconds
+    os.utime(path, (then, then))
+    yield
+    path.touch()
+
+
+@contextlib.contextmanager
+def suspended(unit: Unit) -> Iterator[None]:
+    unit.service.suspend()
+    yield
+    unit.service.resume()
+
+
+@contextlib.contextmanager
+def not_startable(unit: Unit, program: str) -> Iterator[None]:
+    path = unit.station.path(program)
+    mode = path.stat().st_mode
+    path.chmod(mode & ~0o111)
+    yield
+    path.chmod(mode)
+
+
+def set_other_end(unit: Unit, state: str) -> None:
+    """The kernel takes a while to notice."""
+    assert unit.station.start_on_gateway("ip", "link", "set", "gw0", state).wait() == 0
+    is_up = state == "up"
+    shown = ("ip", "link", "show", "eth0")
+    wait_for(lambda: ("state UP" in unit.station.run(*shown)) == is_up, f"the carrier's {state}")
+
+
+@contextlib.contextmanager
+def no_carrier(unit: Unit) -> Iterator[None]:
+    """The other end of its cable."""
+    set_other_end(unit, "down")
+    yield
+    set_other_end(unit, "up")
+
+
+@contextlib.contextmanager
+def long_log(unit: Unit) -> Iterator[None]:
+    path = unit.station.path(ALERT_LOG)
+    size = path.stat().st_size
+    os.truncate(path, 3_000_000)
+    yield
+    os.truncate(path, size)
+
+
+@contextlib.contextmanager
+def lost_zone(unit: Unit) -> Iterator[None]:
+    unit.station.run("ln", "-sfn", "/usr/share/zoneinfo/Lost/City", "/etc/localtime")
+    yield
+    unit.station.run("ln", "-sfn", "/usr/share/zoneinfo/Etc/UTC", "/etc/localtime")
+
+
+MOVED = "ip link set eth0 down; ip link set eth0 name lost0; ip link set lost0 up"
+MOVED_BACK = "ip link set lost0 down; ip link set lost0 name eth0; ip link set eth0 up; "
+ADDRESS = f"ip address replace {UNIT_ADDRESS}/24 dev eth0; ip route replace default dev eth0"
+LOW_MODE = "state 0x12000a [HDMI CEA (16)], 640x480 @ 60.00Hz, progressive"
+WATCHDOG = "/sys/class/watchdog/watchdog0"
+CONNECTOR = "/sys/class/drm/card0-HDMI-A-1/status"
+
+FAULTS: dict[str, tuple[Breaking, dict[str, str]]] = {
+    "suspended service": (suspended, {"service": "is suspended"}),
+    "another version": (
+        lambda unit: written(unit, "/usr/local/share/hdtv/version", "46\n"),
+        {"version": "the service is 46, this program 47"},
+    ),
+    "no adapter": (lambda unit: missing(unit, BUS), {"adapter": "there is none"}),
+    "display in a low mode": (
+        lambda unit: written(unit, "/run/station/behaviour/tvservice", f"print {LOW_MODE}\n"),
+        {"display": "640x480"},
+    ),
+    "cable out of the display": (
+        lambda unit: written(unit, CONNECTOR, "disconnected\n"),
+        {"display": "card0-HDMI-A-1 disconnected"},
+    ),
+    "no document": (
+        lambda unit: missing(unit, DOCUMENT),
+        {"document served": "alerts.json is missing"},
+    ),
+    "page quiet": (lambda unit: aged(unit, 90), {"page alive": " ago, expected every 30 s"}),
+    "page dead": (lambda unit: aged(unit, 400), {"page alive": "no longer keep the unit"}),
+    "interface gone": (
+        lambda unit: ran(unit, MOVED, MOVED_BACK + ADDRESS),
+        {
+            "eth0": "there is no interface of this name",
+            "address": "eth0 has no IPv4 address",
+            "hardware address": "none",
+            "DHCP client": "not running, and eth0 has no address",
+        },
+    ),
+    "interface down": (
+        lambda unit: ran(unit, "ip link set eth0 down", "ip link set eth0 up; " + ADDRESS),
+        {"eth0": "it is down", "gateway": "to which there is no route"},
+    ),
+    "network cable out": (no_carrier, {"eth0": "has no carrier"}),
+    "no address": (
+        lambda unit: ran(unit, "ip address flush dev eth0; ip route flush dev eth0", ADDRESS),
+        {
+            "address": "eth0 has no IPv4 address",
+            "DHCP client": "not running, and eth0 has no address",
+            "gateway": "to which there is no route",
+        },
+    ),
+    "gateway with a name": (
+        lambda unit: written(unit, GATEWAY_FILE, '{"gateway_addr": "gw\x1b", "mac_addr": ""}'),
+        {"gateway": '"gw\\x1b" is not an address'},
+    ),
+    "configuration with a blank": (
+        lambda unit: written(unit, "/var/www/config.json", '{"rotation": "90"}'),
+        {"configuration": "line 1, column 13: a blank after the colon"},
+    ),
+    "configuration missing": (
+        lambda unit: missing(unit, "/var/www/config.json"),
+        {"configuration": "cannot be read: No such file"},
+    ),
+    "gateway misspelled": (
+        lambda unit: written(unit, "/var/www/config.json", '{"comm_gw":"gateway"}'),
+        {"comm_gw": '"gateway" is not an address'},
+    ),
+    "odd rotation": (
+        lambda unit: written(unit, "/var/www/config.json", '{"rotation":"45"}'),
+        {"rotation": '"45" means 0 degrees'},
+    ),
+    "no watchdog": (lambda unit: missing(unit, "/dev/watchdog"), {"watchdog": "there is no"}),
+    "watchdog disarmed": (
+        lambda unit: written(unit, f"{WATCHDOG}/state", "inactive\n"),
+        {"watchdog timeout": "15 s, but it is not running"},
+    ),
+    "slow watchdog": (
+        lambda unit: written(unit, f"{WATCHDOG}/timeout", "60\n"),
+        {"watchdog timeout": "60 s; the service asks for 15 s"},
+    ),
+    "long log": (long_log, {"alert log": "has 3000 kB"}),
+    "lost zone": (lost_zone, {"time zone": "leads nowhere, to /usr/share/zoneinfo/Lost/City"}),
+    "no player": (
+        lambda unit: not_startable(unit, "/usr/bin/aplay"),
+        {"programs": "missing: /usr/bin/aplay (clips)"},
+    ),
+    "undervoltage": (
+        lambda unit: written(unit, "/sys/class/hwmon/hwmon0/in0_lcrit_alarm", "1\n"),
+        {"power supply": "board_volt reports undervoltage"},
+    ),
+}
+
+
+@pytest.mark.parametrize("fault", FAULTS)
+def test_fault_is_found_where_it_is(unit: Unit, fault: str) -> None:
+    breaking, expected = FAULTS[fault]
+    with breaking(unit):
+        report = unit.examine()
+    failed = report.failed()
+    assert set(failed) == set(expected)
+    for link, evidence in expected.items():
+        assert evidence in failed[link]
+        assert report.of(link).next and report.of(link).chapter
+
+
+def test_dead_browser_and_another_page(unit: Unit) -> None:
+    station = unit.station
+    pid = station.calls("qt-webkit-kiosk")[-1].pid
+    station.run("/bin/kill", "-KILL", str(pid))
+    wait_for(lambda: is_zombie(station, pid), "the browser's end")
+    report = unit.examine()
+    assert "has ended" in report.failed()["browser"]
+    count = len(station.calls("qt-webkit-kiosk"))
+    gateway.deliver(station, gateway.set_page_address(""))
+    assert unit.examine().failed() == {"browser": "the service has no browser"}
+    gateway.deliver(station, gateway.set_page_address("http://10.87.33.20/"))
+    station.wait_for_calls("qt-webkit-kiosk", count + 1)
+    assert "another page, http://10.87.33.20/" in unit.examine().of("browser").evidence
+    gateway.deliver(station, gateway.set_page_address("http://127.0.0.1/station_web/"))
+    station.wait_for_calls("qt-webkit-kiosk", count + 2)
+    assert unit.examine().failed() == {}
+
+
+# As people see it.
+
+
+def test_report_reads_like_a_checklist(unit: Unit) -> None:
+    with aged(unit, 90):
+        doctor = start_doctor(unit.station)
+        assert (doctor.wait(), doctor.errors) == (1, "")
+    lines = doctor.output.splitlines()
+    assert lines[0] == "service"
+    assert "  ok           address: 10.87.33.50 (DNS is not needed)" in lines
+    (place,) = [n for n, line in enumerate(lines) if line.startswith("  FAIL  ")]
+    assert lines[place].startswith("  FAIL         page alive: last sign of life ")
+    assert lines[place + 1].startswith("               next: look at the browser's lines above")
+    assert lines[place + 1].endswith('("When something is wrong")')
+    assert lines[-2].endswith(" cannot tell") and " 1 FAIL, " in lines[-2]
+    assert "\x1b" not in doctor.output
+
+
+def test_colors_are_for_terminals_that_want_them(unit: Unit) -> None:
+    on_terminal = ("/usr/bin/script", "--quiet", "--command", PROGRAM, "/dev/null")
+    colored = unit.station.start(*on_terminal)
+    assert colored.wait() == 0
+    assert "\x1b[32mok\x1b[0m           version: 47" in colored.output
+    plain = unit.station.start(*on_terminal, environment={"NO_COLOR": "1"})
+    assert plain.wait() == 0
+    assert "  ok           version: 47" in plain.output and "\x1b" not in plain.output
+
+
+def test_others_than_root_are_told_what_they_cannot_see(unit: Unit) -> None:
+    nobody = ("/usr/bin/setpriv", "--reuid=65534", "--clear-groups", "--", PROGRAM)
+    doctor = unit.station.start(*nobody)
+    assert doctor.wait() == 0
+    for link in ("TCP port 4000", "UDP port 4000", "watchdog", "service's adapter"):
+        (line,) = [x for x in doctor.output.splitlines() if f"  {link}: " in x]
+        assert "cannot tell" in line and "only root" in line
+
+
+@pytest.mark.waits
+def test_watch_prints_what_changes(unit: Unit) -> None:
+    doctor = start_doctor(unit.station, "--watch")
+    doctor.wait_for_output("page alive")
+    assert "  ok           page alive: last sign" in doctor.output
+    with aged(unit, 90):
+        doctor.wait_for_output("FAIL         page alive: last sign of life ")
+    doctor.wait_for_output("ok           page alive: last sign of life", 2)
+    unit.station.run("/bin/kill", "-INT", str(doctor_id(unit.station)))
+    assert (doctor.wait(), doctor.errors) == (0, "")
+    assert doctor.output.count("eth0: up") == 1
+
+
+def doctor_id(station: Station) -> int:
+    """As seen in the unit."""
+    names = station.path("/proc").glob("[0-9]*/comm")
+    return next(int(x.parent.name) for x in names if x.read_text() == "hdtv-doctor\n")
+
+
+# Units that have never been healthy.
+
+
+@pytest.mark.waits
+def test_full_look_at_a_television_that_no_service_has(make_station: StationMaker) -> None:
+    station = make_station(programs=PROGRAMS)
+    with Television(station, power=1):
+        report = examine(station, "--stop-service")
+        assert report.of("power status").evidence == "in standby"
+        assert report.of("link").evidence == "physical address 1.0.0.0"
+    station.path(BUS).unlink()
+    for hello, link, evidence in (
+        ("hello 4 FFFF", "link", "physical address f.f.f.f: no television is found"),
+        ("hello F 1000", "logical address", "none is claimed"),
+        ("good day", "adapter", "cannot be joined"),
+    ):
+        with Television(station, hello=hello):
+            assert evidence in examine(station, "--stop-service").failed()[link]
+        station.path(BUS).unlink()
+    with Television(station) as television:
+        television.is_deaf = True
+        assert "does not tell it" in examine(station, "--stop-service").failed()["power status"]
+
+
+def test_bare_machine(make_station: StationMaker) -> None:
+    """No service, no web server, no fonts, no room."""
+    station = make_station(programs=PROGRAMS, is_board_root=True)
+    for place in ("/dev/shm", "/tmp"):
+        mount_memory(station, place, "200k")
+    station.run("rm", "-rf", "/usr/share/fonts")
+    failed = examine(station).failed()
+    assert failed["service"] == "no hdtv process"
+    assert failed["fonts"] == "no font file begins with liberation"
+    assert failed["web server"].startswith("no answer from http://127.0.0.1/")
+    assert failed["/dev/shm"] == "204 kB free, needed 1000 kB"
+    assert failed["/tmp"] == "204 kB free, needed 4000 kB"
+    assert "TCP port 4000" not in failed
+
+
+def test_another_web_server_in_its_place(make_station: StationMaker) -> None:
+    station = make_station(programs=PROGRAMS)
+    start(station)
+    (station.path("/tmp") / "station_web").mkdir()
+    server = ("/usr/bin/python3", "-m", "http.server", "--bind", "127.0.0.1", "-d", "/tmp", "80")
+    station.start(*server)
+    wait_for(lambda: station.listen_queue(80) is not None, "the other web server")
+    failed = examine(station).failed()
+    assert failed["headers"] == "Cache-Control is missing"
+    assert failed["document served"].startswith("status 404 with ")
+    station.path("/tmp/station_web").rmdir()
+    assert failed.get("web server") is None
+    assert "answers 404" in examine(station).failed()["web server"]
+
+
+def test_ports_that_another_program_holds(make_station: StationMaker) -> None:
+    """And what the service can have only when it starts: its watchdog and its bus."""
+    station = make_station(programs=PROGRAMS)
+    for kind in ("TCP-LISTEN", "UDP-RECV"):
+        station.start("/usr/bin/socat", "-u", f"{kind}:4000", "STDOUT")
+    wait_for(lambda: station.listen_queue(4000) is not None, "the other program")
+    wait_for(lambda: ":0FA0 " in station.path("/proc/1/net/udp").read_text(), "its other port")
+    with missing(Unit(station, station.processes[0]), "/dev/watchdog"):
+        start(station)
+    with Television(station):
+        failed = examine(station).failed()
+    assert "LISTEN, socat (process " in failed["TCP port 4000"]
+    assert "socat (process " in failed["UDP port 4000"]
+    assert "does not hold /dev/watchdog" in failed["watchdog"]
+    assert failed["service's adapter"] == "the service is connected to no bus"
+
+
+def test_port_that_an_ended_connection_holds(make_station: StationMaker) -> None:
+    station = make_station(programs=PROGRAMS)
+    service = start(station)
+    gateway.deliver(station, b"\0")
+    service.kill()
+    station.start_service()
+    station.wait_for_calls("qt-webkit-kiosk", 2)
+    report = examine(station)
+    waiting = report.of("TCP port 4000")
+    assert "does not have it: TIME-WAIT, of a connection with 10.87.33.20" in waiting.evidence
+    assert "wait two minutes" in waiting.next
+    assert report.of("UDP port 4000").grade == "ok"
+
+
+def test_more_than_one_service(make_station: StationMaker) -> None:
+    station = make_station(programs=PROGRAMS)
+    station.write_config(CONFIG)
+    for count in (1, 2):
+        station.start_service()
+        station.wait_for_calls("qt-webkit-kiosk", count)
+    assert examine(station).failed()["service"].startswith("more than one hdtv process: ")

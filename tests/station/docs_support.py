@@ -16,9 +16,10 @@ def sections(text: str) -> Iterator[tuple[str, str]]:
 
 def commands(text: str) -> list[str]:
     """A line that a backslash continues is one with the next. Items of a list are indented, too: what
-    follows an empty line in them is a command only if it is indented further."""
+    follows an empty line in them is a command only if it is indented further. In a transcript, which begins
+    with "$ ", all else is output."""
     found: list[str] = []
-    is_code, is_continued, item = False, False, 0
+    is_code, is_continued, is_transcript, item = False, False, False, 0
     for line in text.splitlines():
         depth = len(line) - len(line.lstrip())
         if re.match(r"\d+\. |- ", line):
@@ -30,9 +31,12 @@ def commands(text: str) -> list[str]:
         elif is_continued:
             found[-1] += " " + line.strip()
         elif is_code and depth >= item + 4:
-            found.append(line.strip())
+            is_command = line.strip().startswith("$ ")
+            is_transcript = is_command or is_transcript
+            if is_command or not is_transcript:
+                found.append(line.strip().removeprefix("$ "))
         else:
-            is_code = False
+            is_code, is_transcript = False, False
         is_continued = bool(line) and is_code and line.endswith("\\")
         if is_continued:
             found[-1] = found[-1].removesuffix("\\").rstrip()

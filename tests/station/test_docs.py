@@ -15,7 +15,7 @@ from support import StationMaker
 
 from simulation import gateway
 from simulation.gateway import deliver
-from simulation.station import STATION_WEB, UNIT_ADDRESS, top_directory
+from simulation.station import STATION_WEB, UNIT_ADDRESS, Station, top_directory
 
 pytestmark = pytest.mark.once
 
@@ -95,6 +95,7 @@ CHAPTER = operations("A unit that runs Debian")
 # that fits counts.
 RUN_BY = {
     r"gatewayctl roll-call ": "test_roll_call_finds_the_unit",
+    r"gatewayctl watch ": "test_watch_shows_the_unit",
     r"gatewayctl ": "test_commands_for_an_alert_work",
     r"\./scripts/station exec ": "test_commands_for_an_alert_work",
     r"\./scripts/package$|scp build/debian/hdtv_\*\.deb ": "scripts/chapter",
@@ -103,7 +104,9 @@ RUN_BY = {
     r"cmake |\{": "test_installation_works_as_written",
     r"install |echo DAEMON=|::respawn:": "test_init_scripts_are_installed_as_written",
     r"systemctl disable --now lighttpd$": "scripts/machine",
-    r"make ": "scripts/image-check",
+    r"make\b": "scripts/image-check",
+    r"\./scripts/image-check ": "scripts/check",
+    r"hdtv-doctor$": "test_doctor_story.py",
     r"tcpdump |tshark ": "test_captures_are_made_and_read_as_written",
     r"MAINPID=": "test_upkeep_is_called_as_written",
 }
@@ -126,28 +129,60 @@ def test_every_command_is_run_by_somebody() -> None:
     assert [command for command in EVERY_COMMAND if runner(command) == "nobody"] == []
     runners = {runner(command) for command in EVERY_COMMAND}
     assert runners >= set(RUN_BY.values())
-    assert [name for name in runners if name.startswith("test_") and name not in globals()] == []
+    assert [name for name in runners if not is_there(name)] == []
+
+
+def is_there(name: str) -> bool:
+    if name.startswith("scripts/"):
+        return (TOP / name).exists()
+    return name in globals() or (TOP / "tests" / "station" / name).exists()
+
+
+def write_inventories(directory: Path) -> None:
+    """The one that the guide shows, under each of the names that its commands give it."""
+    (inventory,) = re.findall(r"^```\n(# name .*?)```", OPERATIONS, re.MULTILINE | re.DOTALL)
+    for name in ("units", "failed", "station-units"):
+        (directory / name).write_text(inventory)
 
 
 @pytest.mark.parametrize("line", run_by("test_commands_for_an_alert_work"))
-def test_commands_for_an_alert_work(line: str) -> None:
+def test_commands_for_an_alert_work(line: str, tmp_path: Path) -> None:
+    write_inventories(tmp_path)
     words = shlex.split(line)
     begin = next(n for n, word in enumerate(words) if word.endswith("gatewayctl"))
-    result = subprocess.run(
-        [GATEWAYCTL, "--dry-run", *words[begin + 1 :]], capture_output=True, text=True, timeout=30
-    )
+    command = [GATEWAYCTL, "--dry-run", *words[begin + 1 :]]
+    result = subprocess.run(command, cwd=tmp_path, capture_output=True, text=True, timeout=30)
     assert result.returncode == 0, result.stderr
     assert "What is wrong with it" not in result.stdout
 
 
-def test_roll_call_finds_the_unit(make_station: StationMaker) -> None:
+@pytest.fixture
+def unit(make_station: StationMaker) -> Station:
     station = make_station()
     station.start_service()
     station.wait_for_calls("qt-webkit-kiosk")
+    return station
+
+
+def test_roll_call_finds_the_unit(unit: Station, tmp_path: Path) -> None:
+    write_inventories(tmp_path)
     for line in run_by("test_roll_call_finds_the_unit"):
-        result = run(*gatewayctl_command(station, *shlex.split(line)[1:]))
-        assert result.returncode == 0, result.stderr
+        words = shlex.split(line.replace("--expect units", f"--expect {tmp_path}/units"))
+        result = run(*gatewayctl_command(unit, *words[1:]))
+        assert result.returncode == (1 if "--expect" in line else 0), result.stderr
         assert UNIT_ADDRESS in result.stdout
+
+
+def test_watch_shows_the_unit(unit: Station, tmp_path: Path) -> None:
+    write_inventories(tmp_path)
+    for line in run_by("test_watch_shows_the_unit"):
+        words = shlex.split(line.replace("/etc/station-units", f"{tmp_path}/station-units"))
+        command = gatewayctl_command(unit, *words[1:])
+        with subprocess.Popen(command, stdout=subprocess.PIPE, text=True) as watch:
+            assert watch.stdout
+            words_of_unit = re.compile(f"  (station-1|{UNIT_ADDRESS}) +is there")
+            assert any(words_of_unit.search(said) for said in watch.stdout)
+            watch.terminate()
 
 
 def test_packages_to_build_it_from_are_there() -> None:

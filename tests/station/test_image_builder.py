@@ -65,6 +65,7 @@ source "$BR2_EXTERNAL_STATION_DISPLAY_PATH/Config.in"
 # The parts used here of its rules for both kinds of packages.
 RULES = """\
 INSTALL = install
+SED = sed -i -e
 include .config
 HDTV_PKGDIR = $(BR2_EXTERNAL_STATION_DISPLAY_PATH)/package/hdtv
 STATION_WEB_PKGDIR = $(BR2_EXTERNAL_STATION_DISPLAY_PATH)/package/station-web

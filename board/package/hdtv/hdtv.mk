@@ -57,7 +57,7 @@ define HDTV_INSTALL_INIT_SYSV
 	$(HDTV_INSTALL_UPKEEP)
 endef
 
-# The units take the script's precautions around a start and a stop.
+# The units take the script's precautions around a start and a stop. Nothing is upgraded on an image.
 define HDTV_INSTALL_INIT_SYSTEMD
 	$(INSTALL) -D -m 0755 $(HDTV_PKGDIR)/S90hdtv $(TARGET_DIR)/usr/lib/hdtv/S90hdtv
 	$(HDTV_INSTALL_UPKEEP)
@@ -65,6 +65,8 @@ define HDTV_INSTALL_INIT_SYSTEMD
 		$(INSTALL) -D -m 0644 $(@D)/board/debian/$(unit) \
 			$(TARGET_DIR)/usr/lib/systemd/system/$(unit)
 	)
+	$(SED) '/^# It restarts units/,/hdtv.renew$$/d' \
+		$(TARGET_DIR)/usr/lib/systemd/system/hdtv-upkeep.service
 	$(INSTALL) -D -m 0644 $(@D)/board/debian/sysctl.conf \
 		$(TARGET_DIR)/usr/lib/sysctl.d/60-hdtv.conf
 endef

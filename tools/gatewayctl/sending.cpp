@@ -95,3 +95,10 @@ void require_tcp(const char *command) {
         throw usage_failure(std::string(command) + " works over TCP only: omit --udp");
     }
 }
+
+void refuse_dry_run(const char *command) {
+    if (common.is_dry_run) {
+        throw usage_failure(std::string(command) +
+                            " shows what units answer: there is nothing to show with --dry-run");
+    }
+}

@@ -13,3 +13,6 @@ int send_message(const message_fn &make);
 
 /// A usage_failure if the options ask for UDP.
 void require_tcp(const char *command);
+
+/// A usage_failure if the options ask for an explanation in place of what a command does for good.
+void refuse_dry_run(const char *command);

@@ -5,6 +5,7 @@
 #include "tools/gatewayctl/failure.h"
 #include "tools/gatewayctl/inventory_file.h"
 #include "tools/gatewayctl/roll_call.h"
+#include "tools/gatewayctl/sending.h"
 
 #include <string>
 #include <vector>
@@ -40,6 +41,7 @@ std::vector<sockaddr_in> addresses_to_call() {
 }
 
 int call_as_asked() {
+    refuse_dry_run("roll-call");
     roll_call_settings settings;
     settings.to = addresses_to_call();
     settings.calls_each = calls_each;

@@ -3,6 +3,7 @@
 #include "tools/gatewayctl/address.h"
 #include "tools/gatewayctl/command_line.h"
 #include "tools/gatewayctl/messages.h"
+#include "tools/gatewayctl/sending.h"
 #include "tools/gatewayctl/serve.h"
 
 #include <string>
@@ -15,6 +16,7 @@ void add_serve(CLI::App &app) {
         app, "serve", "Act as a small gateway: answer the units' requests and print what arrives",
         [] {
             // Reject bad values before doing anything.
+            refuse_dry_run("serve");
             make_hdtv_settings(settings.desk.rotation);
             if (!roll_call.empty()) {
                 settings.roll_call = resolve(roll_call);

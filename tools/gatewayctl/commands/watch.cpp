@@ -4,6 +4,7 @@
 #include "tools/gatewayctl/command_line.h"
 #include "tools/gatewayctl/failure.h"
 #include "tools/gatewayctl/selection.h"
+#include "tools/gatewayctl/sending.h"
 #include "tools/gatewayctl/text.h"
 #include "tools/gatewayctl/watch.h"
 
@@ -73,6 +74,7 @@ void check_metrics_file() {
 }
 
 int run_watch() {
+    refuse_dry_run("watch");
     check_every();
     check_metrics_file();
     if (!options.listen.empty()) {

@@ -5,6 +5,7 @@ from dataclasses import dataclass
 from pathlib import Path
 
 from bench.growth_load import Row
+from bench.descriptors import count_descriptors
 from simulation import gateway
 from simulation.gateway import Unit
 from simulation.station import ALERT_LOG, Process, Station
@@ -106,8 +107,7 @@ def held_by(service: Process) -> Row:
     tasks = (process / "task").glob("*/children")
     return {
         "resident kB": int(fields["VmRSS"].split()[0]),
-        # The minimum of several samples: a connection may be about to close.
-        "descriptors": min(len(list((process / "fd").iterdir())) for _ in range(200)),
+        "descriptors": count_descriptors(service.pid),
         "children": sum(len(task.read_text().split()) for task in tasks),
     }
 

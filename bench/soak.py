@@ -9,6 +9,7 @@ from collections.abc import Callable, Iterable, Iterator
 from dataclasses import dataclass
 from pathlib import Path
 
+from bench.descriptors import count_descriptors
 from simulation import gateway
 from simulation.gateway import GATEWAY, OTHER_GATEWAY, Unit
 from simulation.station import Process, Station, build_directory, is_for_arm
@@ -156,8 +157,7 @@ def measure(station: Station, service: Process, messages: int) -> Figures:
     return Figures(
         messages,
         count_lines(station.path("/tmp/alerts.log")),
-        # The least of several: a connection may be about to close.
-        min(len(list((process / "fd").iterdir())) for _ in range(200)),
+        count_descriptors(service.pid),
         len((process / "task" / str(service.pid) / "children").read_text().split()),
         int(fields["VmRSS"].split()[0]),
         int(fields["VmData"].split()[0]),

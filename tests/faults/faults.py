@@ -1,6 +1,7 @@
 """A row of the table of faults: what comes of a call that fails, and how it is checked."""
 
 import errno
+import pprint
 from collections.abc import Iterator, Mapping
 from dataclasses import dataclass, field
 from enum import Enum
@@ -91,7 +92,7 @@ def check(case: Case, usual: Day) -> None:
         for aspect, difference in aspects.items()
         if not row.may_differ(step, aspect)
     }
-    assert unexpected == {}
+    assert not unexpected, pprint.pformat(unexpected)
     for aspect in row.differs:
         first = row.steps_of(aspect)[0]
         assert aspect in different[first], f"as usual: {aspect} in the step {first}"

@@ -185,7 +185,7 @@ VERSION_OF = {
     "hdtv/protocol.h": r"constexpr int version = (\d+);",
     "board/package/hdtv/hdtv.mk": r"^HDTV_VERSION = (\d+)$",
     "board/package/station-web/station-web.mk": r"^STATION_WEB_VERSION = (\d+)$",
-    "board/debian/changelog": r"\Ahdtv \((\d+)\)",
+    "board/debian/changelog.in": r"^hdtv \((\d+)\)",
     "hdtv/hdtv.8": r'^\.TH HDTV 8 "" "hdtv (\d+)"',
     "tools/doctor/hdtv-doctor.1": r'^\.TH HDTV-DOCTOR 1 "" "hdtv-doctor (\d+)"',
     "tools/gatewayctl/gatewayctl.1": r'^\.TH GATEWAYCTL 1 "" "gatewayctl (\d+)"',

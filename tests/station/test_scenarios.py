@@ -151,6 +151,7 @@ def test_mistake_in_a_scenario_is_shown_and_ends_the_station(tmp_path: Path) -> 
 
 
 DRILL = """
+scene.expect_records(2)
 scene.tv.be_slow(0.1)
 scene.send("a drill", gateway.detail_alert("DRILL", {0: gateway.Unit("E1", 2)}, turnout_end=60))
 scene.expect_document(alert_area="DRILL")

@@ -12,8 +12,10 @@ from dataclasses import dataclass
 from bench.turns import EmulatorLog, StepLog, Turn
 from simulation import gateway
 from simulation.gateway import COMMAND_PORT, Unit
-from simulation.station import BIN, EMULATOR_OPTIONS, UNIT_ADDRESS, Process, Station
-from simulation.station import build_directory, host_build_directory, top_directory
+from simulation.places import BIN, UNIT_ADDRESS
+from simulation.places import build_directory, host_build_directory, top_directory
+from simulation.process import Process
+from simulation.station import EMULATOR_OPTIONS, Station
 from simulation.waiting import wait_for
 
 BARE_PORT = 4001

@@ -19,7 +19,9 @@ from pathlib import Path
 from bench.fleet_records import TakenRecords
 from simulation import gateway
 from simulation.fleet import BROADCAST, MOST_UNITS, Fleet
-from simulation.station import CONFINED, DOCUMENT, Station, dying_with_starter, host_build_directory
+from simulation.places import DOCUMENT, host_build_directory
+from simulation.process import dying_with_starter
+from simulation.station import CONFINED, Station
 
 SIZES = (1, 10, 50, 200)
 ENDED, UNPLUGGED, HANGING = SICK = 1, 2, 3  # numbers of units

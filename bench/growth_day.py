@@ -8,7 +8,9 @@ from bench.growth_load import Row
 from bench.descriptors import count_descriptors
 from simulation import gateway
 from simulation.gateway import Unit
-from simulation.station import ALERT_LOG, Process, Station
+from simulation.places import ALERT_LOG
+from simulation.process import Process
+from simulation.station import Station
 from simulation.television import IN_STANDBY, ON, Television
 from simulation.waiting import wait_for
 

@@ -14,7 +14,9 @@ from pathlib import Path
 
 from simulation import gateway
 from simulation.gateway import COMMAND_PORT, RECORD_PORT, RecordListener
-from simulation.station import ALERT_LOG, UNIT_ADDRESS, Process, Station
+from simulation.places import ALERT_LOG, UNIT_ADDRESS
+from simulation.process import Process
+from simulation.station import Station
 from simulation.television import Television
 from simulation.waiting import DEADLINE, wait_for
 

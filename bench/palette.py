@@ -9,7 +9,7 @@ import sys
 from collections.abc import Callable
 from dataclasses import dataclass
 
-from simulation.station import top_directory
+from simulation.places import top_directory
 
 Color = tuple[float, float, float]
 

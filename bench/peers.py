@@ -11,7 +11,8 @@ from pathlib import Path
 
 from bench import receivers
 from bench.receivers import BARE, Figures, Receiver
-from simulation.station import BIN, Station, host_build_directory
+from simulation.places import BIN, host_build_directory
+from simulation.station import Station
 
 PROGRAMS = Path(__file__).with_name("peers_programs")
 RUST_PROGRAM = "receiver-rust"

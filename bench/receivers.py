@@ -8,8 +8,10 @@ from dataclasses import dataclass
 from pathlib import Path
 
 from simulation.gateway import COMMAND_PORT
-from simulation.station import ALERT_LOG, BIN, DOCUMENT, UNIT_ADDRESS, Process, Station
-from simulation.station import host_build_directory
+from simulation.places import ALERT_LOG, BIN, DOCUMENT, UNIT_ADDRESS
+from simulation.places import host_build_directory
+from simulation.process import Process
+from simulation.station import Station
 from simulation.waiting import wait_for
 
 SERVICE = "service"

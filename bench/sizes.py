@@ -8,7 +8,8 @@ from dataclasses import dataclass
 from pathlib import Path
 
 from simulation import gateway
-from simulation.station import Station, top_directory
+from simulation.places import top_directory
+from simulation.station import Station
 
 
 DOCUMENTS = 300

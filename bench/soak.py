@@ -12,7 +12,9 @@ from pathlib import Path
 from bench.descriptors import count_descriptors
 from simulation import gateway
 from simulation.gateway import GATEWAY, OTHER_GATEWAY, Unit
-from simulation.station import Process, Station, build_directory, is_for_arm
+from simulation.places import build_directory
+from simulation.process import Process
+from simulation.station import Station, is_for_arm
 
 DATAGRAMS_AT_ONCE = 20
 # What leaves something behind comes this often, however many messages there are: a unit has a limit of

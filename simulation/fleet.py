@@ -5,7 +5,8 @@ import os
 from collections.abc import Iterator
 from pathlib import Path
 
-from simulation.station import Identity, Process, Station
+from simulation.process import Process
+from simulation.station import Identity, Station
 
 NETWORK = "10.87.33"
 BROADCAST = f"{NETWORK}.255"

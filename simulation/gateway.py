@@ -10,7 +10,9 @@ from collections.abc import Iterator, Mapping
 from dataclasses import dataclass
 from pathlib import Path
 
-from simulation.station import GATEWAY_ADDRESSES, UNIT_ADDRESS, Process, Station
+from simulation.places import GATEWAY_ADDRESSES, UNIT_ADDRESS
+from simulation.process import Process
+from simulation.station import Station
 from simulation.waiting import DEADLINE, wait_for
 
 GATEWAY = GATEWAY_ADDRESSES[1]

@@ -20,7 +20,8 @@ from simulation import gateway
 from simulation.events import EventLog
 from simulation.gateway import RecordListener
 from simulation.handle_error import HandleError
-from simulation.station import GATEWAY_ADDRESSES, UNIT_ADDRESS, Station
+from simulation.places import GATEWAY_ADDRESSES, UNIT_ADDRESS
+from simulation.station import Station
 from simulation.television import IN_STANDBY, ON, POWER_WORDS, WAKING, Television, dotted
 from simulation.television import UNIT_ADDRESS as UNIT_INPUT
 from simulation.unit_handles import UnitHandles

@@ -7,7 +7,7 @@ from collections.abc import Iterator, Mapping
 from pathlib import Path
 
 from simulation import whereabouts
-from simulation.station import BIN
+from simulation.places import BIN
 from simulation.whereabouts import KINDS, NAME_FILE, Record, Side
 
 # As nsenter calls them.

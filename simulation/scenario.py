@@ -24,7 +24,8 @@ from typing import Any
 from simulation.gateway import GATEWAY
 from simulation.handle_error import HandleError
 from simulation.handles import Handles
-from simulation.station import UNIT_ADDRESS, Station
+from simulation.places import UNIT_ADDRESS
+from simulation.station import Station
 from simulation.waiting import wait_for
 
 DIRECTORY = Path(__file__).with_name("scenarios")

@@ -1,10 +1,8 @@
 """One simulated station: start it, set it up, look inside, end it."""
 
 import contextlib
-import fcntl
 import json
 import os
-import signal
 import socket
 import subprocess
 import sys
@@ -15,26 +13,27 @@ from dataclasses import asdict, dataclass
 from pathlib import Path
 from typing import Any
 
-from simulation import dangers, linux, whereabouts
+from simulation import linux, whereabouts
 from simulation.journal import Call, read_journal
+from simulation.places import (
+    BIN,
+    CONFIG,
+    DOCUMENT,
+    GATEWAY_ADDRESSES,
+    HARDWARE_ADDRESS,
+    JOURNAL,
+    LOUDSPEAKER,
+    SERVICE_VERSION,
+    STATION_WEB,
+    UNIT_ADDRESS,
+    WEB_PORT,
+    build_directory,
+    host_build_directory,
+    top_directory,
+)
+from simulation.process import Process, dying_with_starter, launch_command
+from simulation.tools import BOARD_TOOLS, STAND_INS, machine_settings
 from simulation.waiting import DEADLINE, wait_for
-
-GATEWAY_ADDRESSES = ("10.87.33.1", "10.87.33.20", "10.87.33.21")
-UNIT_ADDRESS = "10.87.33.50"
-HARDWARE_ADDRESS = "02:00:0a:57:21:32"
-CONFIG = "/var/www/config.json"
-DOCUMENT = "/dev/shm/alerts.json"
-ALERT_LOG = "/tmp/alerts.log"
-LIVENESS_FILE = "/dev/shm/web_watchdog"
-STATION_WEB = "/var/www/station_web"
-SERVICE_VERSION = "/usr/share/hdtv/version"
-WEB_PORT = 80
-GATEWAY_FILE = "/dev/shm/current_gateway"
-LOUDSPEAKER = "/tmp/loudspeaker.wav"  # where the player's sound goes
-
-REAL = "/run/station/real"
-BIN = "/run/station/bin"
-JOURNAL = "/run/station/journal"  # of the stand-ins
 
 # For a service built for the board.
 EMULATOR = "/usr/bin/qemu-arm-static"
@@ -59,195 +58,15 @@ _WRITABLE = {"/tmp": "512m", "/run": "16m", "/var/www": "16m"}
 # Settings of its own network, which a unit with a board's root may write.
 _BOARD_SETTINGS = ("sys/net/ipv4/tcp_syn_retries",)
 
-# Every tool that the service starts, or that would harm this machine, and what its stand-in does.
-# An empty behavior exits at once with status 0.
-STAND_INS: dict[str, str] = {
-    "/usr/bin/qt-webkit-kiosk": "stay",
-    "/sbin/reboot": "",
-    "/sbin/poweroff": "",
-    "/sbin/halt": "",
-    "/bin/date": "",
-    "/bin/mount": "",
-    "/bin/umount": "",
-    "/usr/bin/amixer": "",
-    "/usr/bin/tvservice": "",
-    "/usr/bin/lsusb": "",
-    "/etc/init.d/S40network": "",
-    "/sbin/ifconfig": f"exec {REAL}/usr/sbin/ifconfig",
-    "/sbin/udhcpc": f"exec {REAL}/usr/sbin/udhcpc",
-    "/usr/bin/killall": f"exec {REAL}/usr/bin/killall",
-    "/usr/bin/wget": f"exec {REAL}/usr/bin/wget",
-    "/usr/bin/aplay": f"exec {REAL}/usr/bin/aplay",
-}
-
-
-# Additional tools for a unit with a board's root. The service's own mounts still have no effect.
-BOARD_TOOLS: dict[str, str] = {"/usr/bin/unshare": f"exec {REAL}/usr/bin/unshare"}
-BOARD_MOUNT = "/usr/bin/mount"
-
 
 class StationError(Exception):
     """The station could not be started; the text says why."""
-
-
-def top_directory() -> Path:
-    return Path(__file__).resolve().parent.parent
-
-
-def build_directory() -> Path:
-    return Path(os.environ.get("HDTV_BUILD") or top_directory() / "build" / "release").resolve()
-
-
-def host_build_directory() -> Path:
-    """The build whose programs run on this machine, whatever the service is built for."""
-    own = build_directory()
-    return own if (own / "simulation").is_dir() else top_directory() / "build" / "release"
 
 
 def is_for_arm(program: Path) -> bool:
     with contextlib.suppress(FileNotFoundError):
         return program.read_bytes()[18:20] == b"\x28\x00"  # e_machine in the ELF header
     return False
-
-
-def real_programs(is_board_root: bool) -> dict[str, str]:
-    """The programs that stand-ins exec, by the paths that they use."""
-    behaviours = [*STAND_INS.values(), *(BOARD_TOOLS.values() if is_board_root else [])]
-    words = [behaviour.partition(f"exec {REAL}")[2] for behaviour in behaviours]
-    words += [BOARD_MOUNT] if is_board_root else []
-    return {path: os.path.realpath(path) for path in words if path and os.path.exists(path)}
-
-
-def machine_settings(is_board_root: bool) -> dict[str, Any]:
-    """What to keep away from a unit on this machine."""
-    return {
-        "dangerous_names": sorted(dangers.DANGEROUS),
-        "dangerous_programs": dangers.dangerous_programs(),
-        "busybox": dangers.masked_busybox(),
-        "hidden": dangers.hidden_paths(),
-        "real": real_programs(is_board_root),
-    }
-
-
-def has_own_users(pid: int) -> bool:
-    """Whether the process is in another user namespace, outside which its root has no rights."""
-    return os.readlink(f"/proc/{pid}/ns/user") != os.readlink("/proc/self/ns/user")
-
-
-def enter_command(pid: int, *command: str) -> list[str]:
-    """The command line that runs a command in the process's namespaces, root and working
-    directory."""
-    users = ["user"] if has_own_users(pid) else []
-    kinds = [f"--{kind}" for kind in (*users, "mount", "uts", "ipc", "net", "pid", "root", "wd")]
-    return ["nsenter", f"--target={pid}", *kinds, "--", *command]
-
-
-def launch_command(pid: int, *command: str) -> list[str]:
-    """The command line that runs a command on the side of a station whose first process this is,
-    with the station's capabilities and no more. Only the program that enters has others."""
-    options = ["--board-root"] if has_own_users(pid) else []
-    return enter_command(pid, f"{BIN}/launch", *options, *command)
-
-
-def dying_with_starter(command: Sequence[str], by_signal: str = "KILL") -> list[str]:
-    """The command line that runs a command that does not outlive its parent."""
-    return ["setpriv", f"--pdeathsig={by_signal}", "--", *command]
-
-
-def _open_log(name: str) -> int:
-    """A memory file in append mode: otherwise two writers, such as the service and the browser it
-    just forked, could overwrite each other."""
-    fd = os.memfd_create(name)
-    fcntl.fcntl(fd, fcntl.F_SETFL, os.O_APPEND)
-    return fd
-
-
-class Process:
-    """A program that runs in the station, with its output captured."""
-
-    def __init__(
-        self, command: Sequence[str], environment: Mapping[str, str], is_waited_for: bool = True
-    ) -> None:
-        """The command execs the program, or waits for it if it has to enter a PID namespace."""
-        self._is_waited_for = is_waited_for
-        self._output = _open_log("output")
-        self._errors = _open_log("errors")
-        self._process = subprocess.Popen(
-            dying_with_starter(command),
-            stdin=subprocess.DEVNULL,
-            stdout=self._output,
-            stderr=self._errors,
-            env=dict(environment),
-            cwd="/",
-            start_new_session=True,
-        )
-
-    @staticmethod
-    def _read(fd: int) -> bytes:
-        return os.pread(fd, os.fstat(fd).st_size, 0)
-
-    @property
-    def written(self) -> int:
-        """How many bytes of output and errors there are."""
-        return os.fstat(self._output).st_size + os.fstat(self._errors).st_size
-
-    @property
-    def output_bytes(self) -> bytes:
-        return self._read(self._output)
-
-    @property
-    def output(self) -> str:
-        return self.output_bytes.decode("utf-8", "backslashreplace")
-
-    @property
-    def errors(self) -> str:
-        return self._read(self._errors).decode("utf-8", "backslashreplace")
-
-    @property
-    def pid(self) -> int:
-        """The program's own process id on this machine. Raises ProcessLookupError if it is gone."""
-        if not self._is_waited_for:
-            return self._process.pid
-        children = Path(f"/proc/{self._process.pid}/task/{self._process.pid}/children")
-        while self.is_running():
-            with contextlib.suppress(TimeoutError, FileNotFoundError):
-                return int(wait_for(lambda: children.read_text().split(), "its start", 0.1)[0])
-        raise ProcessLookupError(f"process {self._process.pid} has ended")
-
-    def is_running(self) -> bool:
-        return self._process.poll() is None
-
-    def wait(self, deadline: float = DEADLINE) -> int:
-        return self._process.wait(deadline)
-
-    def suspend(self) -> None:
-        os.kill(self.pid, signal.SIGSTOP)
-
-    def resume(self) -> None:
-        # The waiting process stops along with the program and must be resumed too.
-        os.kill(self.pid, signal.SIGCONT)
-        os.kill(self._process.pid, signal.SIGCONT)
-
-    def kill(self) -> None:
-        """Ends the program at once. It may be gone already; only the waiting process is ours."""
-        if self.is_running():
-            with contextlib.suppress(ProcessLookupError):
-                os.kill(self.pid, signal.SIGKILL)
-                os.kill(self._process.pid, signal.SIGCONT)  # it stopped along with the program
-            self._process.wait(DEADLINE)
-
-    def wait_for_output(self, text: str, count: int = 1, deadline: float = DEADLINE) -> None:
-        wait_for(
-            lambda: self.output.count(text) >= count or not self.is_running(),
-            f"{text!r} in the output:\n{self.output}",
-            deadline,
-        )
-        assert self.output.count(text) >= count, self.output + self.errors
-
-    def close(self) -> None:
-        self.kill()
-        os.close(self._output)
-        os.close(self._errors)
 
 
 @dataclass(frozen=True)

@@ -18,16 +18,10 @@ from typing import Any
 from simulation import gateway
 from simulation.events import EventLog
 from simulation.handle_error import HandleError
-from simulation.station import (
-    BIN,
-    DOCUMENT,
-    GATEWAY_FILE,
-    LIVENESS_FILE,
-    STAND_INS,
-    UNIT_ADDRESS,
-    Process,
-    Station,
-)
+from simulation.places import BIN, DOCUMENT, GATEWAY_FILE, LIVENESS_FILE, UNIT_ADDRESS
+from simulation.process import Process
+from simulation.station import Station
+from simulation.tools import STAND_INS
 from simulation.unit_view import UnitView
 from simulation.waiting import wait_for
 

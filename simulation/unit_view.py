@@ -14,14 +14,9 @@ from dataclasses import dataclass
 from pathlib import Path
 from typing import Any
 
-from simulation.station import (
-    CONFIG,
-    GATEWAY_FILE,
-    LIVENESS_FILE,
-    Process,
-    Station,
-    build_directory,
-)
+from simulation.places import CONFIG, GATEWAY_FILE, LIVENESS_FILE, build_directory
+from simulation.process import Process
+from simulation.station import Station
 
 FULL_BUDGET = 900  # kicks between two refills, as in hdtv/watchdog.cpp
 LIVENESS_LIMIT = 300  # seconds: an older file no longer counts as a page that is alive

@@ -3,7 +3,7 @@
 import subprocess
 
 from simulation.console.messages import Message
-from simulation.station import host_build_directory
+from simulation.places import host_build_directory
 
 _DEADLINE = 10.0
 

@@ -10,23 +10,18 @@ from simulation import linux, running, whereabouts
 from simulation.console import client
 from simulation.demo.arguments import parse_arguments
 from simulation.demo.fleet import show_fleet
-from simulation.demo.pictures import Pictures
 from simulation.demo.gateway_side import open_door, open_gateway_side, tell_door
+from simulation.demo.pictures import Pictures
 from simulation.demo.play import play_all, wait_for_end
 from simulation.demo.timeline import Timeline
 from simulation.door import DoorError
 from simulation.forward import Forward
 from simulation.handles import Handles, parse_input
+from simulation.places import WEB_PORT, host_build_directory
 from simulation.recorder import Recorder
 from simulation.scenario import Scenario, Scene, Setup, speed_environment
 from simulation.screen import Screen
-from simulation.station import (
-    UNIT_ENVIRONMENT,
-    WEB_PORT,
-    Station,
-    StationError,
-    host_build_directory,
-)
+from simulation.station import UNIT_ENVIRONMENT, Station, StationError
 from simulation.television import IN_STANDBY, ON, Television
 
 OWN_PORT = 8080

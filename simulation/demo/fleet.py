@@ -9,7 +9,9 @@ from collections import Counter
 from pathlib import Path
 
 from simulation.fleet import BROADCAST, Fleet
-from simulation.station import DOCUMENT, Process, Station, host_build_directory
+from simulation.places import DOCUMENT, host_build_directory
+from simulation.process import Process
+from simulation.station import Station
 
 DEMONSTRATION = "demonstration"  # the name of a station that was given none
 INVENTORY = "/run/units"  # on the gateway's side

@@ -12,7 +12,9 @@ from typing import Any, TextIO
 
 from simulation.events import Event, EventLog
 from simulation.gateway import RecordListener, describe_record
-from simulation.station import DOCUMENT, JOURNAL, Process, Station
+from simulation.places import DOCUMENT, JOURNAL
+from simulation.process import Process
+from simulation.station import Station
 from simulation.television import Television
 from simulation.waiting import DEADLINE
 

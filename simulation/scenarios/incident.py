@@ -4,8 +4,8 @@ from collections.abc import Callable
 
 from simulation import gateway
 from simulation.gateway import Unit
+from simulation.places import GATEWAY_FILE, LOUDSPEAKER, UNIT_ADDRESS
 from simulation.scenario import Scene
-from simulation.station import GATEWAY_FILE, LOUDSPEAKER, UNIT_ADDRESS
 
 PAGE = "http://127.0.0.1/station_web/"
 UNIT_INPUT = "1.0.0.0"

@@ -12,14 +12,9 @@ from observation import Observer, Seen, differences
 from script import FIRST_RUN, SECOND_RUN, Action, Scene, nothing
 
 from simulation import gateway
-from simulation.station import (
-    BIN,
-    LIVENESS_FILE,
-    UNIT_ADDRESS,
-    Process,
-    Station,
-    host_build_directory,
-)
+from simulation.places import BIN, LIVENESS_FILE, UNIT_ADDRESS, host_build_directory
+from simulation.process import Process
+from simulation.station import Station
 from simulation.television import Television
 
 LEDGER = "/run/station/faults"

@@ -4,7 +4,9 @@ import re
 from pathlib import Path
 
 from simulation.gateway import RecordListener, describe_record
-from simulation.station import ALERT_LOG, CONFIG, GATEWAY_FILE, Process, Station
+from simulation.places import ALERT_LOG, CONFIG, GATEWAY_FILE
+from simulation.process import Process
+from simulation.station import Station
 from simulation.television import Television
 
 # Of one step: from the aspect's name to what is seen of it.

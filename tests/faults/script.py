@@ -9,7 +9,9 @@ from ledger import Ledger
 
 from simulation import gateway
 from simulation.gateway import COMMAND_PORT, GATEWAY, Unit
-from simulation.station import UNIT_ADDRESS, Process, Station
+from simulation.places import UNIT_ADDRESS
+from simulation.process import Process
+from simulation.station import Station
 from simulation.television import Television
 
 MODE = "print state 0x12000a [HDMI DMT (4) RGB full 4:3], {} @ 60Hz, progressive"

@@ -11,7 +11,7 @@ from script import FIRST_RUN, LAST_STEPS, SECOND_RUN
 from table_of_faults import CANNOT_FAIL, NOT_REPLACED, TABLE
 from usual_day import usual  # noqa: F401
 
-from simulation.station import build_directory
+from simulation.places import build_directory
 
 pytestmark = pytest.mark.once
 

@@ -13,7 +13,8 @@ from docs_support import operations
 from machine import gateway_network
 
 from simulation import gateway, waiting
-from simulation.station import Station, dying_with_starter
+from simulation.process import dying_with_starter
+from simulation.station import Station
 
 pytestmark = pytest.mark.timeout(5400)
 

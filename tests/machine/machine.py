@@ -9,7 +9,9 @@ from pathlib import Path
 from typing import Self, TypeVar
 
 from simulation import waiting
-from simulation.station import Station, dying_with_starter, top_directory
+from simulation.places import top_directory
+from simulation.process import dying_with_starter
+from simulation.station import Station
 
 T = TypeVar("T")
 

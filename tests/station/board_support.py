@@ -6,7 +6,9 @@ import socket
 from pathlib import Path
 
 from simulation import gateway
-from simulation.station import Process, Station, top_directory
+from simulation.places import top_directory
+from simulation.process import Process
+from simulation.station import Station
 from simulation.waiting import wait_for
 
 PACKAGES = top_directory() / "board" / "package"

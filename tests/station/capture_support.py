@@ -4,7 +4,7 @@ import subprocess
 from collections.abc import Sequence
 from pathlib import Path
 
-from simulation.station import top_directory
+from simulation.places import top_directory
 
 SCRIPT = top_directory() / "tools" / "wireshark" / "station_display.lua"
 TCP, UDP, RECORD = ("-T", "40000,4000"), ("-u", "40000,4000"), ("-T", "40000,5000")

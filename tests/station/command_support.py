@@ -6,7 +6,8 @@ import subprocess
 from collections.abc import Iterator, Sequence
 from pathlib import Path
 
-from simulation.station import build_directory, dying_with_starter
+from simulation.places import build_directory
+from simulation.process import dying_with_starter
 from simulation.waiting import wait_for
 
 TOP = Path(__file__).resolve().parents[2]

@@ -12,7 +12,9 @@ from page_support import Shown, show
 from support import StationMaker, check_children, start
 
 from simulation import gateway, linux
-from simulation.station import UNIT_ADDRESS, Process, Station
+from simulation.places import UNIT_ADDRESS
+from simulation.process import Process
+from simulation.station import Station
 
 # Before anything else opens a file.
 linux.open_standard_descriptors()

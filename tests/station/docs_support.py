@@ -3,7 +3,7 @@
 import re
 from collections.abc import Iterator
 
-from simulation.station import top_directory
+from simulation.places import top_directory
 
 DOCS = top_directory() / "docs"
 

@@ -4,15 +4,10 @@ import json
 from dataclasses import dataclass
 from pathlib import Path
 
-from simulation.station import (
-    BIN,
-    BOARD_MOUNT,
-    LIVENESS_FILE,
-    REAL,
-    Process,
-    Station,
-    host_build_directory,
-)
+from simulation.places import BIN, LIVENESS_FILE, REAL, host_build_directory
+from simulation.process import Process
+from simulation.station import Station
+from simulation.tools import BOARD_MOUNT
 
 DOCTOR = host_build_directory() / "tools" / "doctor" / "hdtv-doctor"
 PROGRAMS = {"hdtv-doctor": DOCTOR}

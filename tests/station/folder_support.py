@@ -6,7 +6,8 @@ from collections.abc import Iterator
 
 from browser_support import Browser, open_driver
 
-from simulation.station import dying_with_starter, top_directory
+from simulation.places import top_directory
+from simulation.process import dying_with_starter
 
 FOLDER = top_directory() / "station_web"
 

@@ -5,7 +5,9 @@ import subprocess
 from collections.abc import Callable
 from pathlib import Path
 
-from simulation.station import Station, dying_with_starter, host_build_directory
+from simulation.places import host_build_directory
+from simulation.process import dying_with_starter
+from simulation.station import Station
 
 # ./scripts/coverage runs its own build of the tools beside another build's service.
 TOOLS = Path(os.environ.get("HDTV_TOOLS") or host_build_directory() / "tools").resolve()

@@ -10,8 +10,9 @@ from typing import Any
 
 
 from simulation.gateway import deliver
+from simulation.process import Process
 from simulation.screen import Screen
-from simulation.station import Process, Station
+from simulation.station import Station
 from simulation.waiting import wait_for
 
 

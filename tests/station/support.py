@@ -6,7 +6,8 @@ import signal
 from collections.abc import Callable, Iterator
 
 from simulation.gateway import deliver, send, set_date, wait_until_taken
-from simulation.station import Process, Station
+from simulation.process import Process
+from simulation.station import Station
 from simulation.waiting import wait_for
 
 StationMaker = Callable[..., Station]

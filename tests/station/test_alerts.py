@@ -8,7 +8,9 @@ from support import start
 
 from simulation import gateway
 from simulation.gateway import Unit, deliver, detail_alert, display_alert
-from simulation.station import ALERT_LOG, DOCUMENT, Process, Station
+from simulation.places import ALERT_LOG, DOCUMENT
+from simulation.process import Process
+from simulation.station import Station
 
 pytestmark = pytest.mark.usefixtures("service")
 

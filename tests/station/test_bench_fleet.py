@@ -6,7 +6,7 @@ import subprocess
 
 import pytest
 
-from simulation.station import top_directory
+from simulation.places import top_directory
 
 pytestmark = [pytest.mark.once, pytest.mark.slow, pytest.mark.waits]
 

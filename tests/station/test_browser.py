@@ -12,15 +12,9 @@ from support import StationMaker
 from simulation import gateway
 from simulation.gateway import deliver
 from simulation.journal import Call
-from simulation.station import (
-    BIN,
-    LIVENESS_FILE,
-    REAL,
-    Process,
-    Station,
-    enter_command,
-    top_directory,
-)
+from simulation.places import BIN, LIVENESS_FILE, REAL, top_directory
+from simulation.process import Process, enter_command
+from simulation.station import Station
 from simulation.waiting import wait_for
 
 pytestmark = pytest.mark.once

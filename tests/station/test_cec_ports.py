@@ -9,7 +9,7 @@ from support import StationMaker
 
 from simulation import gateway
 from simulation.gateway import deliver
-from simulation.station import build_directory
+from simulation.places import build_directory
 
 pytestmark = pytest.mark.once
 

@@ -5,7 +5,9 @@ from support import busy_service, is_zombie, start
 
 from simulation import gateway
 from simulation.gateway import deliver
-from simulation.station import CONFIG, Process, Station
+from simulation.places import CONFIG
+from simulation.process import Process
+from simulation.station import Station
 from simulation.waiting import wait_for
 
 

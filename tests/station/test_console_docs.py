@@ -14,7 +14,7 @@ from console_support import Bench, open_bench
 from simulation.console import client
 from simulation.console.actions import ACTIONS
 from simulation.demo import __main__ as command
-from simulation.station import top_directory
+from simulation.places import top_directory
 from simulation.waiting import wait_for
 
 pytestmark = pytest.mark.once

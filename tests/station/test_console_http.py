@@ -14,7 +14,7 @@ from console_support import Bench, open_bench
 
 from simulation.console.actions import ACTIONS
 from simulation.console.messages import FORMS
-from simulation.station import UNIT_ADDRESS
+from simulation.places import UNIT_ADDRESS
 from simulation.waiting import wait_for
 
 # The station does not depend on how the service is built.

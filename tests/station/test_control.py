@@ -5,7 +5,9 @@ from pathlib import Path
 import pytest
 
 from simulation.gateway import deliver, make_clip, send_datagram, web_server
-from simulation.station import GATEWAY_FILE, LOUDSPEAKER, Process, Station
+from simulation.places import GATEWAY_FILE, LOUDSPEAKER
+from simulation.process import Process
+from simulation.station import Station
 from simulation.waiting import wait_for
 
 pytestmark = pytest.mark.usefixtures("service")

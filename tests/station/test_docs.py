@@ -15,7 +15,8 @@ from support import StationMaker
 
 from simulation import gateway
 from simulation.gateway import deliver
-from simulation.station import STATION_WEB, UNIT_ADDRESS, Station, top_directory
+from simulation.places import STATION_WEB, UNIT_ADDRESS, top_directory
+from simulation.station import Station
 
 pytestmark = pytest.mark.once
 

@@ -20,15 +20,9 @@ from doctor_support import (
 from support import StationMaker, is_zombie, start
 
 from simulation import gateway
-from simulation.station import (
-    ALERT_LOG,
-    DOCUMENT,
-    GATEWAY_FILE,
-    LIVENESS_FILE,
-    UNIT_ADDRESS,
-    Process,
-    Station,
-)
+from simulation.places import ALERT_LOG, DOCUMENT, GATEWAY_FILE, LIVENESS_FILE, UNIT_ADDRESS
+from simulation.process import Process
+from simulation.station import Station
 from simulation.television import BUS, Television
 from simulation.waiting import wait_for
 

@@ -7,7 +7,7 @@ from doctor_support import DOCTOR
 from gatewayctl_support import run
 
 from simulation.gateway import VERSION
-from simulation.station import top_directory
+from simulation.places import top_directory
 
 pytestmark = [pytest.mark.tool, pytest.mark.once]
 

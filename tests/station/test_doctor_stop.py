@@ -9,7 +9,7 @@ from doctor_support import CONFIG, PROGRAM, PROGRAMS, Report, Finding, start_doc
 from support import StationMaker, start
 
 from simulation import gateway
-from simulation.station import Process
+from simulation.process import Process
 from simulation.television import Television
 from simulation.waiting import wait_for
 

@@ -9,7 +9,9 @@ from doctor_support import CONFIG, PROGRAM, PROGRAMS, have_good_machine
 from support import StationMaker
 
 from simulation import gateway
-from simulation.station import LIVENESS_FILE, Process, Station, top_directory
+from simulation.places import LIVENESS_FILE, top_directory
+from simulation.process import Process
+from simulation.station import Station
 from simulation.television import ON, Television
 from simulation.waiting import wait_for
 

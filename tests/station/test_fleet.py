@@ -21,7 +21,8 @@ from gatewayctl_support import GATEWAYCTL, gatewayctl_command, run
 from support import check_children
 
 from simulation.fleet import BROADCAST, Fleet
-from simulation.station import STAND_INS, Station
+from simulation.station import Station
+from simulation.tools import STAND_INS
 from simulation.waiting import wait_for
 from simulation.world import NAMESPACES
 

@@ -6,7 +6,8 @@ import pytest
 from gatewayctl_support import Tool
 
 from simulation import gateway
-from simulation.station import GATEWAY_FILE, LOUDSPEAKER, Station
+from simulation.places import GATEWAY_FILE, LOUDSPEAKER
+from simulation.station import Station
 from simulation.waiting import wait_for
 
 pytestmark = pytest.mark.tool

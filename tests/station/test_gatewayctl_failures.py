@@ -7,7 +7,9 @@ import pytest
 from gatewayctl_support import GATEWAYCTL, Tool, gatewayctl_command, run
 from support import busy_service
 
-from simulation.station import UNIT_ADDRESS, Process, Station
+from simulation.places import UNIT_ADDRESS
+from simulation.process import Process
+from simulation.station import Station
 
 pytestmark = pytest.mark.tool
 

@@ -6,7 +6,8 @@ import pytest
 from gatewayctl_support import GATEWAYCTL, Tool, run
 
 from simulation.gateway import VERSION
-from simulation.station import Station, top_directory
+from simulation.places import top_directory
+from simulation.station import Station
 
 pytestmark = pytest.mark.tool
 

@@ -7,7 +7,9 @@ import pytest
 from gatewayctl_support import GATEWAYCTL, Tool, gatewayctl_command, run
 
 from simulation import gateway
-from simulation.station import GATEWAY_FILE, HARDWARE_ADDRESS, UNIT_ADDRESS, Process, Station
+from simulation.places import GATEWAY_FILE, HARDWARE_ADDRESS, UNIT_ADDRESS
+from simulation.process import Process
+from simulation.station import Station
 
 pytestmark = pytest.mark.tool
 

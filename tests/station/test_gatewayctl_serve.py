@@ -13,7 +13,8 @@ from gatewayctl_support import GATEWAYCTL, gatewayctl_command
 from support import StationMaker, start
 
 from simulation.gateway import VERSION
-from simulation.station import Process, Station
+from simulation.process import Process
+from simulation.station import Station
 from simulation.waiting import DEADLINE, wait_for
 
 pytestmark = pytest.mark.tool

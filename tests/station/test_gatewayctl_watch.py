@@ -18,7 +18,9 @@ from gatewayctl_support import GATEWAYCTL, gatewayctl_command, run
 from loopback_units import DATE, SETTINGS, LoopbackUnit, LoopbackUnits
 
 from simulation.gateway import VERSION
-from simulation.station import HARDWARE_ADDRESS, UNIT_ADDRESS, Process, Station
+from simulation.places import HARDWARE_ADDRESS, UNIT_ADDRESS
+from simulation.process import Process
+from simulation.station import Station
 from simulation.waiting import wait_for
 
 pytestmark = [pytest.mark.tool, pytest.mark.waits]

@@ -5,7 +5,7 @@ import sys
 
 import pytest
 
-from simulation.station import build_directory, top_directory
+from simulation.places import build_directory, top_directory
 
 pytestmark = [pytest.mark.once, pytest.mark.slow]
 

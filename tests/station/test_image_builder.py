@@ -7,7 +7,7 @@ from pathlib import Path
 import pytest
 
 from simulation.gateway import VERSION
-from simulation.station import top_directory
+from simulation.places import top_directory
 
 pytestmark = pytest.mark.once
 

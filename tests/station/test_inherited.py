@@ -7,7 +7,8 @@ import pytest
 
 from simulation import gateway
 from simulation.gateway import deliver, display_alert, send
-from simulation.station import Process, Station
+from simulation.process import Process
+from simulation.station import Station
 from simulation.waiting import wait_for
 
 

@@ -7,7 +7,8 @@ from support import is_zombie, start
 from simulation import gateway
 from simulation.gateway import deliver
 from simulation.journal import Call
-from simulation.station import Process, Station
+from simulation.process import Process
+from simulation.station import Station
 from simulation.waiting import wait_for
 
 

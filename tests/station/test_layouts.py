@@ -14,7 +14,7 @@ from gatewayctl_support import GATEWAYCTL
 
 from simulation import gateway
 from simulation.gateway import VERSION, Unit
-from simulation.station import top_directory
+from simulation.places import top_directory
 
 pytestmark = pytest.mark.once
 

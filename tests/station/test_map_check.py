@@ -12,7 +12,8 @@ import pytest
 
 from simulation.forward import Forward
 from simulation.gateway import GATEWAY, PROXY, PROXY_PORT
-from simulation.station import STATION_WEB, WEB_PORT, Station
+from simulation.places import STATION_WEB, WEB_PORT
+from simulation.station import Station
 
 pytestmark = pytest.mark.once
 

@@ -16,7 +16,8 @@ from gatewayctl_support import GATEWAYCTL
 from loopback_units import DATE, LoopbackUnit, LoopbackUnits
 
 from simulation.gateway import VERSION
-from simulation.station import Station, build_directory, top_directory
+from simulation.places import build_directory, top_directory
+from simulation.station import Station
 from simulation.waiting import wait_for
 
 pytestmark = [pytest.mark.tool, pytest.mark.once, pytest.mark.waits]

@@ -6,7 +6,8 @@ import socket
 from support import StationMaker, start
 
 from simulation import gateway
-from simulation.station import GATEWAY_FILE, Station
+from simulation.places import GATEWAY_FILE
+from simulation.station import Station
 from simulation.waiting import wait_for
 
 

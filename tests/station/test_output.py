@@ -7,7 +7,8 @@ from support import StationMaker
 
 from simulation import gateway
 from simulation.gateway import deliver, detail_alert, display_alert, set_map_address
-from simulation.station import Process, Station
+from simulation.process import Process
+from simulation.station import Station
 from simulation.waiting import wait_for
 
 pytestmark = pytest.mark.once

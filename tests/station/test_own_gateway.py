@@ -19,7 +19,9 @@ from simulation import door, gateway
 from simulation import running as running_stations
 from simulation.door import Door, DoorError
 from simulation.gateway import HeardRecords
-from simulation.station import DOCUMENT, Process, Station, dying_with_starter
+from simulation.places import DOCUMENT
+from simulation.process import Process, dying_with_starter
+from simulation.station import Station
 from simulation.unit_view import UnitView
 from simulation.waiting import DEADLINE, wait_for
 

@@ -7,7 +7,8 @@ import pytest
 from support import StationMaker
 
 from simulation import gateway
-from simulation.station import STATION_WEB, Station, top_directory
+from simulation.places import STATION_WEB, top_directory
+from simulation.station import Station
 
 pytestmark = pytest.mark.once
 

@@ -5,7 +5,7 @@ from page_support import Shown
 
 from simulation import gateway
 from simulation.gateway import Unit
-from simulation.station import UNIT_ADDRESS
+from simulation.places import UNIT_ADDRESS
 
 pytestmark = [pytest.mark.once, pytest.mark.browser]
 

@@ -9,7 +9,7 @@ import pytest
 from folder_support import Folder, open_folder
 from page_support import Shown
 
-from simulation.station import LIVENESS_FILE
+from simulation.places import LIVENESS_FILE
 from simulation.waiting import wait_for
 
 pytestmark = [pytest.mark.once, pytest.mark.browser]

@@ -9,7 +9,7 @@ from page_support import Shown
 
 from simulation import gateway
 from simulation.gateway import Unit
-from simulation.station import top_directory
+from simulation.places import top_directory
 
 pytestmark = pytest.mark.once
 

@@ -10,8 +10,9 @@ from selenium.webdriver.remote.webdriver import WebDriver
 
 from simulation import gateway
 from simulation.gateway import GATEWAY, deliver
+from simulation.places import LIVENESS_FILE
 from simulation.screen import Screen
-from simulation.station import LIVENESS_FILE, Station
+from simulation.station import Station
 from simulation.waiting import wait_for
 
 pytestmark = [pytest.mark.once, pytest.mark.browser]

@@ -9,8 +9,9 @@ from page_support import Shown, show
 
 from simulation import gateway
 from simulation.gateway import deliver
+from simulation.places import DOCUMENT, LIVENESS_FILE
 from simulation.screen import Screen
-from simulation.station import DOCUMENT, LIVENESS_FILE, Station
+from simulation.station import Station
 from simulation.waiting import wait_for
 
 pytestmark = [pytest.mark.once, pytest.mark.browser]

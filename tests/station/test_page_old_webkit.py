@@ -12,7 +12,7 @@ from webkit_support import OldBrowser, old_browser
 
 from simulation import gateway
 from simulation.gateway import Unit
-from simulation.station import LIVENESS_FILE, UNIT_ADDRESS
+from simulation.places import LIVENESS_FILE, UNIT_ADDRESS
 from simulation.waiting import wait_for
 
 pytestmark = [pytest.mark.once, pytest.mark.browser]

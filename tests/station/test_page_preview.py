@@ -11,7 +11,7 @@ from page_support import Shown
 
 from simulation import gateway
 from simulation.gateway import Unit, deliver
-from simulation.station import LIVENESS_FILE
+from simulation.places import LIVENESS_FILE
 from simulation.waiting import wait_for
 
 pytestmark = [pytest.mark.once, pytest.mark.browser]

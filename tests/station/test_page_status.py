@@ -13,16 +13,16 @@ from support import start
 from simulation import gateway
 from simulation.forward import Forward
 from simulation.gateway import VERSION, deliver
-from simulation.screen import Screen
-from simulation.station import (
+from simulation.places import (
     DOCUMENT,
     GATEWAY_FILE,
     HARDWARE_ADDRESS,
     LIVENESS_FILE,
     UNIT_ADDRESS,
     WEB_PORT,
-    Station,
 )
+from simulation.screen import Screen
+from simulation.station import Station
 from simulation.waiting import DEADLINE, wait_for
 
 pytestmark = pytest.mark.once

@@ -6,7 +6,7 @@ from page_support import Shown
 
 from simulation import gateway
 from simulation.gateway import deliver
-from simulation.station import DOCUMENT
+from simulation.places import DOCUMENT
 from simulation.waiting import wait_for
 
 pytestmark = [pytest.mark.once, pytest.mark.browser]

@@ -6,7 +6,7 @@ from page_support import Shown
 
 from simulation import gateway
 from simulation.gateway import Unit, deliver
-from simulation.station import UNIT_ADDRESS
+from simulation.places import UNIT_ADDRESS
 from simulation.waiting import wait_for
 
 pytestmark = [pytest.mark.once, pytest.mark.browser]

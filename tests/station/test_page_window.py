@@ -13,7 +13,7 @@ from support import StationMaker
 
 from simulation import gateway, kiosk
 from simulation.demo.cases import CASES
-from simulation.station import dying_with_starter
+from simulation.process import dying_with_starter
 from simulation.waiting import wait_for
 
 pytestmark = pytest.mark.once

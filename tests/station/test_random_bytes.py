@@ -5,7 +5,8 @@ import random
 import pytest
 
 from simulation import gateway
-from simulation.station import Process, Station
+from simulation.process import Process
+from simulation.station import Station
 
 MESSAGES = 100_000
 # The types that do not start a program. Those that do take milliseconds each; the fully random

@@ -7,7 +7,9 @@ from support import IDLE_DESCRIPTORS, wait_for_descriptors
 
 from simulation import gateway
 from simulation.gateway import OTHER_GATEWAY, VERSION, deliver, send_datagram
-from simulation.station import GATEWAY_FILE, Process, Station
+from simulation.places import GATEWAY_FILE
+from simulation.process import Process
+from simulation.station import Station
 from simulation.waiting import wait_for
 
 pytestmark = pytest.mark.usefixtures("service")

@@ -11,7 +11,7 @@ from command_support import run_command
 from simulation import gateway, scenario
 from simulation.gateway import Unit
 from simulation.message_source import source_of
-from simulation.station import top_directory
+from simulation.places import top_directory
 
 # The station does not depend on how the service is built.
 pytestmark = pytest.mark.once

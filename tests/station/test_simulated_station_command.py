@@ -16,7 +16,7 @@ from command_support import (
 )
 
 from simulation.gateway import VERSION
-from simulation.station import UNIT_ADDRESS, host_build_directory
+from simulation.places import UNIT_ADDRESS, host_build_directory
 
 # The station does not depend on how the service is built.
 pytestmark = pytest.mark.once

@@ -13,14 +13,10 @@ from confinement_support import ATTEMPTS
 from support import StationMaker
 
 from simulation import dangers
-from simulation.station import (
-    STAND_INS,
-    STATION_WEB,
-    Station,
-    enter_command,
-    host_build_directory,
-    launch_command,
-)
+from simulation.places import STATION_WEB, host_build_directory
+from simulation.process import enter_command, launch_command
+from simulation.station import Station
+from simulation.tools import STAND_INS
 
 # The station does not depend on how the service is built.
 pytestmark = pytest.mark.once

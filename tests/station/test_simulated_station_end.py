@@ -19,7 +19,7 @@ from command_support import (
     wait_for_end_of_station,
 )
 
-from simulation.station import dying_with_starter
+from simulation.process import dying_with_starter
 from simulation.waiting import wait_for
 
 # The station does not depend on how the service is built.

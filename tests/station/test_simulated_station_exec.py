@@ -15,7 +15,8 @@ import pytest
 from command_support import TOP, command_line, environment, run_command
 
 from simulation import running, whereabouts
-from simulation.station import Station, dying_with_starter
+from simulation.process import dying_with_starter
+from simulation.station import Station
 from simulation.whereabouts import Record, Side
 
 # The station does not depend on how the service is built.

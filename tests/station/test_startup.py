@@ -10,7 +10,9 @@ from support import StationMaker, open_descriptors, start
 
 from simulation import gateway
 from simulation.gateway import VERSION
-from simulation.station import ALERT_LOG, DOCUMENT, Process, Station
+from simulation.places import ALERT_LOG, DOCUMENT
+from simulation.process import Process
+from simulation.station import Station
 from simulation.waiting import wait_for
 
 STATION_PAGE = "http://127.0.0.1/station_web/"

@@ -7,7 +7,9 @@ from support import IDLE_DESCRIPTORS, busy_service, start, wait_for_descriptors
 
 from simulation import gateway
 from simulation.gateway import OTHER_GATEWAY, connect, deliver, display_alert, send
-from simulation.station import GATEWAY_FILE, Process, Station
+from simulation.places import GATEWAY_FILE
+from simulation.process import Process
+from simulation.station import Station
 
 LINGER_0 = b"\1\0\0\0\0\0\0\0"
 

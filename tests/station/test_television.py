@@ -8,7 +8,8 @@ from support import start
 from simulation import gateway
 from simulation.gateway import deliver, detail_alert, display_alert, send
 from simulation.journal import Call
-from simulation.station import Process, Station
+from simulation.process import Process
+from simulation.station import Station
 from simulation.television import IN_STANDBY, ON, OTHER_PLAYER, TV, Television
 from simulation.waiting import wait_for
 

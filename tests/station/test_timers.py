@@ -8,7 +8,8 @@ from support import StationMaker, is_zombie, start
 
 from simulation import gateway
 from simulation.gateway import deliver
-from simulation.station import Process, Station
+from simulation.process import Process
+from simulation.station import Station
 from simulation.television import ON, Television
 from simulation.waiting import wait_for
 

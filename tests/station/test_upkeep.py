@@ -9,7 +9,7 @@ from board_support import APPLETS, DEFAULTS, Board
 from support import IDLE_DESCRIPTORS
 
 from simulation import gateway
-from simulation.station import ALERT_LOG
+from simulation.places import ALERT_LOG
 from simulation.waiting import wait_for
 
 pytestmark = pytest.mark.once

@@ -13,7 +13,8 @@ from page_support import request
 
 from simulation import gateway
 from simulation.forward import Forward
-from simulation.station import DOCUMENT, LIVENESS_FILE, WEB_PORT, Station
+from simulation.places import DOCUMENT, LIVENESS_FILE, WEB_PORT
+from simulation.station import Station
 from simulation.waiting import DEADLINE
 
 pytestmark = pytest.mark.once

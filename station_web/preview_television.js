@@ -2,19 +2,25 @@
 var preview_television = (function () {
     'use strict';
 
-    var READY = 20; /* milliseconds between looks */
+    var READY = 20;   /* milliseconds between looks */
+    var AGAIN = 1000; /* until a page that could not be loaded is tried again */
 
     var page_text = ''; /* of index.html */
     var stage, frame = null;
 
-    /* The page's own text, because its server does not let any page frame it. */
+    /* The page's own text, because its server does not let any page frame it. Tried until it is there. */
     function load(box, done) {
         var request = new XMLHttpRequest();
         stage = box;
         request.onreadystatechange = function () {
             if (request.readyState === 4) {
                 page_text = request.responseText;
-                done(request.status === 200 && page_text !== '');
+                if (request.status === 200 && page_text !== '') {
+                    done(true);
+                } else {
+                    done(false);
+                    window.setTimeout(load, AGAIN, box, done);
+                }
             }
         };
         request.open('GET', 'index.html');
@@ -32,6 +38,19 @@ var preview_television = (function () {
         }
     }
 
+    /* The page cannot load itself again, as it does on a television: it has no address. */
+    function when_file_is_missing(made, action) {
+        made.contentWindow.addEventListener('error', function (event) {
+            if (/^(SCRIPT|LINK)$/.test(event.target.tagName)) {
+                window.setTimeout(function () {
+                    if (made === frame) {
+                        action();
+                    }
+                }, AGAIN);
+            }
+        }, true);
+    }
+
     /* The page believes in a screen of this size, and takes this for its address's query. */
     function replace(width, height, search, done) {
         var inner;
@@ -45,6 +64,9 @@ var preview_television = (function () {
         inner = frame.contentWindow.document;
         inner.open();
         frame.contentWindow.station_preview = { search: search };
+        when_file_is_missing(frame, function () {
+            replace(width, height, search, done);
+        });
         inner.write(page_text);
         inner.close();
         when_ready(frame, done);

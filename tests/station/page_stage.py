@@ -72,11 +72,13 @@ class Stage(Browser):
     def map_address(self) -> str:
         return f"{self.origin}/map.svg"
 
-    def open(self, width: int = 1280, height: int = 720, search: str = "") -> None:
+    def open(
+        self, width: int = 1280, height: int = 720, search: str = "", page: str = "index.html"
+    ) -> None:
         """It remembers nothing of the pages before."""
         self.forget()
         self.resize(width, height)
-        self._driver.get(f"{self.origin}/index.html{search}")
+        self._driver.get(f"{self.origin}/{page}{search}")
 
     def miss(self, *files: str) -> None:
         """From now on the web server cannot serve these."""

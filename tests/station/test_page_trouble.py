@@ -23,6 +23,21 @@ def test_page_whose_files_could_not_all_be_had_tries_again(stage: Stage, file: s
     wait_for(lambda: bool(stage.script(drawn)) and stage.script(placed) == "absolute", "the page")
 
 
+@pytest.mark.parametrize("file", ["pulse.js", "placement.css", "index.html", "preview.js"])
+def test_preview_whose_files_could_not_all_be_had_tries_again(stage: Stage, file: str) -> None:
+    stage.miss(file)
+    stage.open(page="preview.html")
+    stage.miss()
+    text = (
+        "var frame = document.querySelector('iframe');"
+        "return frame !== null && frame.contentDocument.body !== null"
+        " && frame.contentDocument.body.innerText.includes('FIRE')"
+        " && frame.contentWindow.getComputedStyle("
+        "frame.contentDocument.getElementById('page')).position === 'absolute'"
+    )
+    wait_for(lambda: bool(stage.script(text)), "the alert")
+
+
 @pytest.mark.parametrize("part", ["", '[{"alert_type":"hdtv_alert", "show_tu'])
 def test_document_that_is_being_rewritten_leaves_what_is_shown(shown: Shown, part: str) -> None:
     shown.deliver(gateway.detail_alert("FIRE"))

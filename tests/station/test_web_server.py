@@ -57,12 +57,13 @@ def answer_to(station: Station, *parts: bytes) -> bytes:
     return answer
 
 
-def test_only_script_within_the_page_is_the_one_that_the_web_server_allows(
-    station: Station,
+@pytest.mark.parametrize("name", ["", "card.html", "guest.html", "preview.html", "status.html"])
+def test_only_script_within_a_page_is_the_one_that_the_web_server_allows(
+    station: Station, name: str
 ) -> None:
     station.start_web_server()
     with Forward(station, WEB_PORT) as forward:
-        address = f"http://127.0.0.1:{forward.port}/station_web/"
+        address = f"http://127.0.0.1:{forward.port}/station_web/{name}"
         with urllib.request.urlopen(address) as answer:
             page, policy = answer.read().decode(), answer.headers["Content-Security-Policy"]
     scripts = re.findall("<script>(.*?)</script>", page, re.DOTALL)

@@ -248,3 +248,16 @@ def test_page_takes_no_document_with_a_member_of_another_kind(
     assert bad != text
     assert script_page.script("return alert_document.read(arguments[0])", text) is not None
     assert script_page.script("return alert_document.read(arguments[0])", bad) is None
+
+
+WHOLE_UNIT = '{"unit":"E1","color":"2"}'
+
+
+@pytest.mark.parametrize("unit", ["null", '{"unit":"E1"}', '{"color":"2"}', '{"unit":1,"color":2}'])
+def test_page_takes_no_unit_that_is_not_one(script_page: Shown, unit: str) -> None:
+    """In a document that is not written as the service writes it, and is read as JSON."""
+    text = "[ " + script_page.station.document_text().removeprefix("[")
+    good, bad = (text.replace('"units":[]', f'"units":[{x}]') for x in (WHOLE_UNIT, unit))
+    read = "return alert_document.read(arguments[0])"
+    assert script_page.script(read, good)["units"] == [{"name": "E1", "color": 2}]
+    assert script_page.script(read, bad) is None

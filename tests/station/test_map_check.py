@@ -212,6 +212,7 @@ def check_arrival(desk: Desk, asked: str, fetched: str) -> None:
         "http://0x7f.1/",
         "http://0x7f000001/",
         "http://0177.0.0.1/",
+        "http://10.0127.0.1/",
         "http://127.1/",
         "http://x@127.0.0.1/",
         f"http://{GATEWAY}\\@127.0.0.1/",

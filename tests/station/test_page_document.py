@@ -208,6 +208,28 @@ def test_text_is_shown_as_it_was_meant(shown: Shown, text: str | bytes, seen: st
     assert shown.text("text").rstrip("\x7f") == seen
 
 
+@pytest.mark.parametrize(
+    "text, meant",
+    [
+        ("&lt;&gt;&quot;&apos;", "<>\"'"),
+        ("&amp;lt;", "&lt;"),
+        ("&#65;&#x42;&#xfffd;", "AB\ufffd"),
+        *((text, text) for text in ("&#0;", "&#65536;", "&none;", "&constructor;", "&LT;", "&lt")),
+    ],
+)
+def test_references_are_those_that_the_service_writes(
+    script_page: Shown, text: str, meant: str
+) -> None:
+    decoded = script_page.script("return document_text.decode_references(arguments[0])", text)
+    assert decoded == meant
+
+
+def test_timer_counts_up_if_the_document_says_so(stage: Stage) -> None:
+    stage.open()
+    documents = [alert_document("FIRE", reverse=reverse) for reverse in (0, 1, 255)]
+    assert [part["is_reverse"] for part in read(stage, documents)] == [False, True, True]
+
+
 def test_name_cut_within_a_character_spoils_no_other_text(shown: Shown) -> None:
     shown.deliver(gateway.detail_alert("É", {0: Unit("x" * 30 + "É", 1)}))
     assert shown.text("text") == "É"

@@ -64,6 +64,7 @@ def test_browser_restarted_after_stop_turnout_still_shows_the_alert(shown: Shown
     [
         # start, end, zero, reverse, expiration
         ((1000, 120, 60, 0, 1120), 0, "1:00"),
+        ((1000, 120, 60, 0, 1120), 50, "0:10"),
         ((1000, 120, 60, 0, 1120), 59, "0:01"),
         ((1000, 120, 60, 0, 1120), 60, "0:00 past zero"),
         ((1000, 120, 60, 0, 1120), 61, "+0:01 past zero"),

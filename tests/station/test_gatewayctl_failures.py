@@ -94,6 +94,41 @@ def test_what_cannot_be_asked_for_is_said_with_status_2(arguments: list[str], wo
     assert words in result.stderr
 
 
+# Mostly a variable of a script that is not set: it would ask for all units, or for 0.
+@pytest.mark.parametrize(
+    "arguments",
+    [
+        ["--group", "", "reboot", "--yes"],
+        ["--units", "", "end-alert"],
+        ["--to", "", "end-alert"],
+        ["--failed-to", "", "end-alert"],
+        ["--timeout", "", "end-alert"],
+        ["--bind", "", "end-alert"],
+        ["--config", "", "end-alert"],
+        ["rotation", ""],
+        ["turnout-timer", ""],
+        ["set-date", ""],
+        ["display-alert", "--text", "FIRE", "--flag", ""],
+        ["detail-alert", "--text", "FIRE", "--unit", ""],
+        ["map", ""],
+        ["raw", "31", "", "--dry-run"],
+        ["decode", "--file", ""],
+        ["--dry-run", "roll-call", "--expect", ""],
+        ["--dry-run", "roll-call", "--broadcast", ""],
+        ["--dry-run", "watch", "--listen", ""],
+    ],
+)
+def test_empty_value_is_refused(arguments: list[str]) -> None:
+    result = run(GATEWAYCTL, *arguments)
+    assert (result.returncode, result.stdout) == (2, "")
+    assert "the value is empty" in result.stderr
+
+
+def test_text_of_an_alert_may_be_empty() -> None:
+    for command in ("display-alert", "detail-alert"):
+        assert "text" in run(GATEWAYCTL, "--dry-run", command, "--text", "").stdout
+
+
 def test_file_that_cannot_be_read() -> None:
     result = run(GATEWAYCTL, "decode", "--file", "/no/such/file")
     assert result.returncode == 1

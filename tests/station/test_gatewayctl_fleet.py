@@ -241,6 +241,7 @@ def test_progress_is_for_a_terminal(fleet: Fleet) -> None:
 
 def test_environment_has_defaults(fleet: Fleet, monkeypatch: pytest.MonkeyPatch) -> None:
     monkeypatch.setenv("GATEWAYCTL_UNITS", str(fleet.file))
+    monkeypatch.setenv("GATEWAYCTL_TO", "")  # as if it were not set
     assert len(units_of(run(*ALERT))) == 5
     assert units_of(run("--group", "odd", *ALERT)) == ["u1", "u3"]
     monkeypatch.setenv("GATEWAYCTL_TO", "u4")

@@ -20,6 +20,8 @@ namespace {
 
 std::function<int()> chosen;
 
+std::vector<const CLI::Option *> may_be_empty;
+
 constexpr const char *defaults_file_name = "/.config/gatewayctl.conf";
 
 // "2s", "500ms", "5min" or a number of seconds.
@@ -143,7 +145,24 @@ void add_common_options(CLI::App &app) {
     app.allow_config_extras(CLI::config_extras_mode::error);
 }
 
-// The names are those of the help text.
+void allow_empty(const CLI::Option &option) {
+    may_be_empty.push_back(&option);
+}
+
+void refuse_empty_values(CLI::App &app) {
+    for (CLI::Option *option : app.get_options()) {
+        if (std::ranges::count(may_be_empty, option) == 0) {
+            option->check([](const std::string &value) {
+                return value.empty() ? std::string("the value is empty") : std::string();
+            });
+        }
+    }
+    for (CLI::App *command : app.get_subcommands({})) {
+        refuse_empty_values(*command);
+    }
+}
+
+// The names are those of the help text. A variable that is empty counts as not set.
 void take_environment(const CLI::App &app) {
     selection_settings &units = common.units;
     const bool are_units_given =

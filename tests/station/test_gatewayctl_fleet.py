@@ -270,6 +270,19 @@ def test_file_has_defaults(
     other.write_text(f"units={fleet.file}\ngroup=odd\n")
     monkeypatch.delenv("GATEWAYCTL_TO")
     assert units_of(run("--config", other, *ALERT)) == ["u1", "u3"]
+    for line in ("units=", "group="):
+        other.write_text(f"units={fleet.file}\n{line}\n")
+        assert run("--config", other, *ALERT).returncode == 2
+
+
+def test_default_group_does_not_narrow_what_is_asked_for(
+    fleet: Fleet, no_defaults: Path, monkeypatch: pytest.MonkeyPatch
+) -> None:
+    write_defaults(no_defaults, "units=/no/such/file", "group=odd")
+    assert len(units_of(run("--units", fleet.file, *ALERT))) == 5
+    assert units_of(run("--units", fleet.file, "--group", "even", *ALERT)) == ["u0", "u2", "u4"]
+    monkeypatch.setenv("GATEWAYCTL_UNITS", str(fleet.file))
+    assert len(units_of(run(*ALERT))) == 5
 
 
 @pytest.mark.parametrize("line", ["tp=u1", "parallel=0", "retries=many"])

@@ -93,6 +93,17 @@ def test_roll_call_of_each_unit_by_itself(
     assert result.stdout.endswith("\n1 of 1 present\n")
 
 
+def test_default_group_does_not_narrow_the_expected_units(
+    station: Station, service: Process, tmp_path: Path
+) -> None:
+    units, defaults = tmp_path / "units", tmp_path / "defaults"
+    units.write_text(f"hall {UNIT_ADDRESS} north\nbay 10.87.33.78 south\n")
+    defaults.write_text("group=north\n")
+    call = ("roll-call", "--each", "--wait", "500ms", "--expect", str(units))
+    result = run(*gatewayctl_command(station, "--config", str(defaults), *call))
+    assert result.stdout.endswith("\n1 of 2 present, 1 missing\n")
+
+
 def test_gateways_with_addresses_of_their_own_share_a_machine(
     station: Station, service: Process
 ) -> None:

@@ -55,8 +55,8 @@ bool is_broadcast(const CLI::App &app) {
 }
 
 /// The file with the defaults. What the command line says about the units, and then what the
-/// environment says, replaces all that the file says about them: a `to` in the file does not narrow
-/// the `--units` of the command line.
+/// environment says, replaces all that the file says about them: neither a `to` nor a `group` in the
+/// file narrows the `--units` of the command line.
 class defaults_file : public CLI::ConfigBase {
   public:
     explicit defaults_file(const CLI::App &app) : app_(app) {}
@@ -82,8 +82,11 @@ class defaults_file : public CLI::ConfigBase {
     }
     bool is_replaced(const std::string &name) const {
         const bool has_unit = is_given("--to") || !environment("GATEWAYCTL_TO").empty();
-        return (name == "to" && (are_units_given() || has_unit)) || (name == "group" && has_unit) ||
-               (name == "units" && !environment("GATEWAYCTL_UNITS").empty());
+        const bool has_inventory = !environment("GATEWAYCTL_UNITS").empty();
+        return (name == "to" && (are_units_given() || has_unit)) ||
+               (name == "group" &&
+                (has_unit || has_inventory || is_given("--units") || is_broadcast(app_))) ||
+               (name == "units" && has_inventory);
     }
 
     const CLI::App &app_;

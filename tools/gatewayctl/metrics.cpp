@@ -156,7 +156,8 @@ void add_calls(metrics_page &page, const fleet &units, const watch_counts &count
     }
     page.add_only("roll_calls_total", "counter", "Roll calls sent.",
                   static_cast<double>(counts.calls));
-    page.add_only("roll_call_failures_total", "counter", "Roll calls that could not be sent.",
+    page.add_only("roll_call_failures_total", "counter",
+                  "Units or networks to which a roll call could not be sent.",
                   static_cast<double>(counts.failed_calls));
     page.add_only("invalid_records_total", "counter", "Records that could not be read.",
                   static_cast<double>(counts.invalid_records));

@@ -176,6 +176,18 @@ TEST(roll_table, is_a_line_of_json_for_each_unit) {
               "\"asks_for\": [\"settings\"], \"duplicates\": [\"address\"]}\n");
 }
 
+TEST(roll_table, has_no_version_before_a_unit_has_told_it) {
+    roll_answer asking = from(1, 1);
+    asking.version = 0;
+    EXPECT_NE(printed({expecting("a", 1, 1)}, {asking}, false)
+                  .find("\npresent  a     10.0.0.1  02:00:00:00:00:01  -        settings\n"),
+              std::string::npos);
+    EXPECT_NE(printed({}, {asking}, false)
+                  .find("\n10.0.0.1         02:00:00:00:00:01  -        settings\n"),
+              std::string::npos);
+    EXPECT_NE(printed({}, {asking}, true).find("\"version\": null, "), std::string::npos);
+}
+
 TEST(roll_table, lists_the_answers_where_nobody_is_expected) {
     roll_answer silent = from(1, 1);
     silent.wants_settings = false;

@@ -63,7 +63,8 @@ TEST(inventory, names_the_line_of_a_fault) {
 
 TEST(inventory, refuses_what_is_no_address) {
     for (const std::string address :
-         {":4000", "a:", "a:0", "a:65536", "a:+1", "a:1:1", "a/24", "a:000001"}) {
+         {":4000", "a:", "a:0", "a:65536", "a:+1", "a:1:1", "a/24", "a:000001", "10.87.33.050",
+          "50", "10.0.0.1.2:4000", "0x0a.1"}) {
         EXPECT_EQ(fault_of("a " + address),
                   "units:1: \"" + address + "\" is not an address: HOST or HOST:PORT");
     }
@@ -87,6 +88,8 @@ TEST(inventory, refuses_what_is_there_twice) {
               "units:3: the name \"a\" is also in line 1");
     EXPECT_EQ(fault_of("a 10.0.0.1\nb 10.0.0.1"),
               "units:2: the address \"10.0.0.1\" is also in line 1");
+    EXPECT_EQ(fault_of("a 10.0.0.1\nb 10.0.0.1:4000"),
+              "units:2: the address \"10.0.0.1:4000\" is also in line 1");
     EXPECT_EQ(fault_of("a 10.0.0.1 hw=02:00:0a:57:21:32\nb 10.0.0.2 hw=02:00:0A:57:21:32"),
               "units:2: the hardware address \"02:00:0a:57:21:32\" is also in line 1");
     EXPECT_EQ(parse("a 10.0.0.1\nb 10.0.0.1:4001\nc 10.0.0.2").size(), 3U);

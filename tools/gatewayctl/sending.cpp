@@ -6,8 +6,10 @@
 #include "tools/gatewayctl/ending.h"
 #include "tools/gatewayctl/failure.h"
 #include "tools/gatewayctl/inventory_file.h"
+#include "tools/gatewayctl/output.h"
 #include "tools/gatewayctl/text.h"
 
+#include <csignal>
 #include <iostream>
 #include <optional>
 #include <string>
@@ -31,7 +33,7 @@ int status_of(const description &described) {
 
 int explain(const description &described, const message_bytes &message) {
     std::cout << to_text(described, message);
-    return status_of(described);
+    return written_status(status_of(described));
 }
 
 // Whether it may be sent.
@@ -51,9 +53,8 @@ int deliver_to(const selection &selected, const message_fn &make, std::size_t si
     if (!common.failed_file.empty()) {
         failed_file.emplace(common.failed_file);
     }
-    if (selected.is_fleet) {
-        end_by_signals(); // in order to say how far it has come
-    }
+    end_by_signals(); // in order to take back what is not read, and to say how far it has come
+    std::signal(SIGPIPE, SIG_IGN); // whether anybody reads the output or not, all units are sent to
     delivery_settings settings;
     settings.via = common.via();
     settings.timeout = to_milliseconds(common.timeout);
@@ -70,7 +71,7 @@ int deliver_to(const selection &selected, const message_fn &make, std::size_t si
         failed_file->write(report.failed(), "Units that have not taken a message: " +
                                                 std::to_string(report.failed().size()));
     }
-    return report.failed().empty() ? 0 : 1;
+    return written_status(report.failed().empty() ? 0 : 1);
 }
 
 } // namespace

@@ -17,6 +17,7 @@
 
 namespace {
 
+// Only what may be sent: even a message that is too long can be explained.
 void check_size(const message_bytes &message) {
     if (message.empty()) {
         throw usage_failure("the message is empty");
@@ -78,11 +79,11 @@ int deliver_to(const selection &selected, const message_fn &make, std::size_t si
 
 int send_message(const message_fn &make) {
     const message_bytes message = make();
-    check_size(message);
     const description described = describe_message(message, common.via());
     if (common.is_dry_run) {
         return explain(described, message);
     }
+    check_size(message);
     const selection selected = select_units(common.units);
     return is_accepted(described) ? deliver_to(selected, make, message.size()) : 1;
 }
@@ -92,7 +93,7 @@ int send_message(const message_bytes &message) {
 }
 
 void require_tcp(const char *command) {
-    if (common.over_udp) {
+    if (common.over_udp && !common.is_dry_run) {
         throw usage_failure(std::string(command) + " works over TCP only: omit --udp");
     }
 }

@@ -202,17 +202,24 @@ std::vector<inventory_unit> parse_inventory(std::string_view text, const std::st
     seen_values names("name");
     seen_values addresses("address");
     seen_values hardware("hardware address");
+    std::string comments; // since the latest unit
     for (place here{file, 1}; !text.empty(); ++here.line) {
-        auto unit = parse_line(take_line(text), here);
+        const std::string_view line = take_line(text);
+        auto unit = parse_line(line, here);
         if (!unit) {
+            comments += std::string(line) + "\n";
             continue;
         }
+        unit->above = std::exchange(comments, {});
         names.add(unit->name, here);
         addresses.add(with_port(unit->address), unit->address, here);
         if (!unit->hardware_address.empty()) {
             hardware.add(unit->hardware_address, here);
         }
         units.push_back(std::move(*unit));
+    }
+    if (!units.empty()) {
+        units.back().below = comments;
     }
     return units;
 }

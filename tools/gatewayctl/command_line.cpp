@@ -11,6 +11,7 @@
 #include <istream>
 #include <map>
 #include <memory>
+#include <set>
 #include <utility>
 #include <vector>
 
@@ -21,6 +22,9 @@ namespace {
 std::function<int()> chosen;
 
 std::vector<const CLI::Option *> may_be_empty;
+
+std::set<std::string> defaulted; // options that have their values from the file
+std::set<std::string> asked_for;
 
 constexpr const char *defaults_file_name = "/.config/gatewayctl.conf";
 
@@ -70,12 +74,18 @@ class defaults_file : public CLI::ConfigBase {
         if (!unit.empty() && !is_given("--to") && !are_units_given()) {
             found.push_back({{}, "to", {unit}});
         }
+        for (const CLI::ConfigItem &item : found) {
+            if (item.parents.empty() && !is_given("--" + item.name)) {
+                defaulted.insert("--" + item.name);
+            }
+        }
         return found;
     }
 
   private:
-    bool is_given(const char *option) const {
-        return app_.count(option) > 0;
+    bool is_given(const std::string &name) const {
+        const CLI::Option *option = app_.get_option_no_throw(name);
+        return option != nullptr && option->count() > 0;
     }
     bool are_units_given() const {
         return is_given("--units") || is_given("--group") || is_broadcast(app_);
@@ -167,6 +177,12 @@ void refuse_empty_values(CLI::App &app) {
 
 // The names are those of the help text. A variable that is empty counts as not set.
 void take_environment(const CLI::App &app) {
+    for (const CLI::Option *option : app.get_options()) {
+        const std::string name = option->get_name();
+        if (option->count() > 0 && !defaulted.contains(name)) {
+            asked_for.insert(name);
+        }
+    }
     selection_settings &units = common.units;
     const bool are_units_given =
         !units.to.empty() || !units.inventory.empty() || !units.group.empty() || is_broadcast(app);
@@ -176,6 +192,10 @@ void take_environment(const CLI::App &app) {
     if (units.inventory.empty()) {
         units.inventory = environment("GATEWAYCTL_UNITS");
     }
+}
+
+bool is_asked_for(const std::string &option) {
+    return asked_for.contains(option);
 }
 
 CLI::App &add_command(CLI::App &app, const std::string &name, const std::string &help,

@@ -42,6 +42,10 @@ void refuse_empty_values(CLI::App &app);
 /// After the command line is parsed.
 void take_environment(const CLI::App &app);
 
+/// Whether the command line itself has this common option, and not only a default. Call after
+/// take_environment().
+bool is_asked_for(const std::string &option);
+
 /// The action returns the exit status.
 CLI::App &add_command(CLI::App &app, const std::string &name, const std::string &help,
                       std::function<int()> action);

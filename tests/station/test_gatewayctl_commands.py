@@ -177,6 +177,6 @@ def test_reboot_that_is_not_confirmed_is_not_sent(
 ) -> None:
     result = tool("reboot", answer=answer)
     assert result.returncode == 1
-    assert result.stdout == "Reboot 10.87.33.50? [y/N] "
-    assert result.stderr == "gatewayctl: nothing was sent\n"
+    assert result.stdout == ""  # which may be lines of JSON
+    assert result.stderr == "Reboot 10.87.33.50? [y/N] gatewayctl: nothing was sent\n"
     assert station.calls("reboot") == []

@@ -2,6 +2,7 @@
 
 import socket
 import subprocess
+from pathlib import Path
 
 import pytest
 from gatewayctl_support import GATEWAYCTL, Tool, gatewayctl_command, run
@@ -94,6 +95,41 @@ def test_what_cannot_be_asked_for_is_said_with_status_2(arguments: list[str], wo
     assert words in result.stderr
 
 
+# Mostly a variable of a script that is not set: it would ask for all units, or for 0.
+@pytest.mark.parametrize(
+    "arguments",
+    [
+        ["--group", "", "reboot", "--yes"],
+        ["--units", "", "end-alert"],
+        ["--to", "", "end-alert"],
+        ["--failed-to", "", "end-alert"],
+        ["--timeout", "", "end-alert"],
+        ["--bind", "", "end-alert"],
+        ["--config", "", "end-alert"],
+        ["rotation", ""],
+        ["turnout-timer", ""],
+        ["set-date", ""],
+        ["display-alert", "--text", "FIRE", "--flag", ""],
+        ["detail-alert", "--text", "FIRE", "--unit", ""],
+        ["map", ""],
+        ["raw", "31", "", "--dry-run"],
+        ["decode", "--file", ""],
+        ["--dry-run", "roll-call", "--expect", ""],
+        ["--dry-run", "roll-call", "--broadcast", ""],
+        ["--dry-run", "watch", "--listen", ""],
+    ],
+)
+def test_empty_value_is_refused(arguments: list[str]) -> None:
+    result = run(GATEWAYCTL, *arguments)
+    assert (result.returncode, result.stdout) == (2, "")
+    assert "the value is empty" in result.stderr
+
+
+def test_text_of_an_alert_may_be_empty() -> None:
+    for command in ("display-alert", "detail-alert"):
+        assert "text" in run(GATEWAYCTL, "--dry-run", command, "--text", "").stdout
+
+
 def test_file_that_cannot_be_read() -> None:
     result = run(GATEWAYCTL, "decode", "--file", "/no/such/file")
     assert result.returncode == 1
@@ -166,6 +202,33 @@ def test_dry_run_ends_as_decode_does(arguments: list[str], status: int) -> None:
     result = run(GATEWAYCTL, "--dry-run", *arguments)
     assert result.returncode == status
     assert (f"  - {FAULT}\n" in result.stdout) == bool(status)
+
+
+@pytest.mark.parametrize(
+    "message, options",
+    [
+        (b"", []),
+        (b"1" * 5000, []),
+        (b"4http://x/map.png", ["--udp"]),
+        (b"\x2b", ["--udp"]),
+    ],
+)
+def test_dry_run_explains_even_what_cannot_be_sent(
+    message: bytes, options: list[str], tmp_path: Path
+) -> None:
+    file = tmp_path / "message"
+    file.write_bytes(message)
+    result = run(GATEWAYCTL, *options, "--dry-run", "raw", "--file", str(file))
+    decoded = run(GATEWAYCTL, *options, "decode", "--file", str(file))
+    assert (result.returncode, result.stdout, result.stderr) == (1, decoded.stdout, "")
+    assert decoded.returncode == 1
+
+
+@pytest.mark.parametrize("command", [["map", "http://x/map.png"], ["stop-turnout"]])
+def test_dry_run_explains_why_it_is_not_for_udp(command: list[str]) -> None:
+    result = run(GATEWAYCTL, "--udp", "--dry-run", *command)
+    assert (result.returncode, result.stderr) == (1, "")
+    assert "TCP" in result.stdout
 
 
 def test_program_that_answers_is_no_unit() -> None:

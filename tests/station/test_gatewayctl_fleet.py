@@ -215,9 +215,105 @@ def test_interrupted_run_says_how_far_it_came(fleet: Fleet, tmp_path: Path) -> N
     assert tool.returncode == 1
     assert all(line.endswith("taken\n") for line in lines)
     line, summary = output.splitlines()
-    assert line.split() == [address, address, "FAILED:", "interrupted"]
+    assert line.endswith("  FAILED: interrupted: sent, not read yet, taken back")
+    assert line.split()[:2] == [address, address]
     assert summary.startswith("10 bytes taken by 2 of 3, 1 failed; ")
     assert failed.read_text().splitlines()[1:] == [f"{address}  {address}"]
+
+
+def test_interrupted_run_takes_back_what_one_unit_has_not_read() -> None:
+    with socket.create_server(("127.0.1.9", 0)) as hanging:
+        address = "{}:{}".format(*hanging.getsockname())
+        with subprocess.Popen(
+            [GATEWAYCTL, "--to", address, "--timeout", "60min", *ALERT],
+            stdout=subprocess.PIPE,
+            stderr=subprocess.PIPE,
+            text=True,
+        ) as tool:
+            connection, _ = hanging.accept()
+            with connection:
+                assert connection.recv(4095, socket.MSG_PEEK) == MESSAGE
+                tool.send_signal(signal.SIGINT)
+                output, errors = tool.communicate(timeout=30)
+                with pytest.raises(ConnectionResetError):
+                    while connection.recv(4095):
+                        pass
+    assert (tool.returncode, output) == (1, "")
+    assert errors == "gatewayctl: interrupted: sent, not read yet, taken back\n"
+
+
+def test_interrupted_run_tells_of_the_last_attempt(fleet: Fleet) -> None:
+    fleet.stop(0)
+    units = ["--to", fleet.addresses[0], "--to", fleet.addresses[1]]
+    with subprocess.Popen(
+        [GATEWAYCTL, *units, "--retries", "1000", *ALERT], stdout=subprocess.PIPE, text=True
+    ) as tool:
+        assert tool.stdout is not None
+        assert tool.stdout.readline().endswith("taken\n")  # after the other one was refused
+        tool.send_signal(signal.SIGINT)
+        output, _ = tool.communicate(timeout=30)
+    assert tool.returncode == 1
+    assert f"FAILED: interrupted; the last attempt failed: cannot connect to {units[1]}" in output
+
+
+# The output or the terminal goes away.
+
+
+def test_closed_pipe_ends_no_run(fleet: Fleet) -> None:
+    with subprocess.Popen(
+        [GATEWAYCTL, "--units", str(fleet.file), "--parallel", "1", *ALERT],
+        stdout=subprocess.PIPE,
+        stderr=subprocess.PIPE,
+        text=True,
+    ) as tool:
+        assert tool.stdout is not None and tool.stderr is not None
+        tool.stdout.close()
+        assert tool.stderr.read() == "gatewayctl: standard output could not be written\n"
+    assert tool.returncode == 1
+    assert len(fleet.messages) == 5
+
+
+@pytest.mark.parametrize("words", ["--dry-run end-alert", "decode 32", "end-alert"])
+def test_full_disk_is_told(fleet: Fleet, words: str) -> None:
+    with open("/dev/full", "w") as full:
+        result = subprocess.run(
+            [GATEWAYCTL, "--to", fleet.addresses[0], *words.split()],
+            stdout=full,
+            stderr=subprocess.PIPE,
+            text=True,
+        )
+    assert result.returncode == 1
+    assert result.stderr == "gatewayctl: standard output could not be written\n"
+
+
+@pytest.mark.parametrize("launcher", ["env --default-signal=HUP", "nohup"])
+def test_terminal_that_is_closed_ends_a_run_unless_that_is_not_wanted(
+    fleet: Fleet, tmp_path: Path, launcher: str
+) -> None:
+    failed = tmp_path / "failed"
+    with socket.create_server(("127.0.1.9", 0)) as hanging:
+        address = "{}:{}".format(*hanging.getsockname())
+        with subprocess.Popen(
+            [*launcher.split(), GATEWAYCTL, "--to", address, "--to", fleet.addresses[0]]
+            + ["--timeout", "60min", "--failed-to", str(failed), *ALERT],
+            stdin=subprocess.DEVNULL,
+            stdout=subprocess.PIPE,
+            stderr=subprocess.DEVNULL,
+            text=True,
+        ) as tool:
+            connection, _ = hanging.accept()
+            assert tool.stdout is not None
+            assert tool.stdout.readline().endswith("taken\n")
+            tool.send_signal(signal.SIGHUP)
+            if launcher == "nohup":
+                assert connection.recv(4095) == MESSAGE
+                connection.close()
+            output, _ = tool.communicate(timeout=30)
+            connection.close()
+    is_ended = launcher != "nohup"
+    assert tool.returncode == int(is_ended)
+    assert ("interrupted: sent, not read yet, taken back" in output) == is_ended
+    assert failed.read_text().splitlines()[1:] == is_ended * [f"{address}  {address}"]
 
 
 def test_progress_is_for_a_terminal(fleet: Fleet) -> None:
@@ -241,6 +337,7 @@ def test_progress_is_for_a_terminal(fleet: Fleet) -> None:
 
 def test_environment_has_defaults(fleet: Fleet, monkeypatch: pytest.MonkeyPatch) -> None:
     monkeypatch.setenv("GATEWAYCTL_UNITS", str(fleet.file))
+    monkeypatch.setenv("GATEWAYCTL_TO", "")  # as if it were not set
     assert len(units_of(run(*ALERT))) == 5
     assert units_of(run("--group", "odd", *ALERT)) == ["u1", "u3"]
     monkeypatch.setenv("GATEWAYCTL_TO", "u4")
@@ -269,6 +366,19 @@ def test_file_has_defaults(
     other.write_text(f"units={fleet.file}\ngroup=odd\n")
     monkeypatch.delenv("GATEWAYCTL_TO")
     assert units_of(run("--config", other, *ALERT)) == ["u1", "u3"]
+    for line in ("units=", "group="):
+        other.write_text(f"units={fleet.file}\n{line}\n")
+        assert run("--config", other, *ALERT).returncode == 2
+
+
+def test_default_group_does_not_narrow_what_is_asked_for(
+    fleet: Fleet, no_defaults: Path, monkeypatch: pytest.MonkeyPatch
+) -> None:
+    write_defaults(no_defaults, "units=/no/such/file", "group=odd")
+    assert len(units_of(run("--units", fleet.file, *ALERT))) == 5
+    assert units_of(run("--units", fleet.file, "--group", "even", *ALERT)) == ["u0", "u2", "u4"]
+    monkeypatch.setenv("GATEWAYCTL_UNITS", str(fleet.file))
+    assert len(units_of(run(*ALERT))) == 5
 
 
 @pytest.mark.parametrize("line", ["tp=u1", "parallel=0", "retries=many"])

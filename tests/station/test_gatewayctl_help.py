@@ -105,6 +105,9 @@ def test_manual_is_well_formed() -> None:
         (["detail-alert", "--unit", "E1", ":", "w"], ["white"]),
         (["--units", "UNITS", "--to", ""], ["a1", "a2", "b"]),
         (["--units", "=", "UNITS", "end-alert", "--to", "a"], ["a1", "a2"]),
+        (["--units", "UNITS", "--to", "="], ["a1", "a2", "b"]),
+        (["--units", "UNITS", "end-alert", "--to", "=", "a"], ["a1", "a2"]),
+        (["--units", "UNITS", "--group", "=", "e"], ["east"]),
         (["--units", "UNITS", "--group", ""], ["east", "west"]),
         (["--units", "/no/such/file", "--to", ""], []),
     ],
@@ -118,6 +121,16 @@ def inventory(tmp_path: Path) -> Path:
     file = tmp_path / "units"
     file.write_text("# c 10.0.0.9\na1 h1 west\na2 h2 - # gone\nb h3 hw=02:00:0a:57:21:32 east\n")
     return file
+
+
+def test_completion_runs_nothing_of_the_inventory(tmp_path: Path) -> None:
+    file, trace = tmp_path / "units", tmp_path / "trace"
+    file.write_text(f"$(echo>{trace}) 10.0.0.1 `echo>{trace}`\n$HOME 10.0.0.2\n")
+    assert complete("--units", "UNITS", "--to", "", inventory=file) == sorted(
+        [rf"\$\(echo\>{trace}\)", r"\$HOME"]
+    )
+    assert complete("--units", "UNITS", "--group", "", inventory=file) == [rf"\`echo\>{trace}\`"]
+    assert not trace.exists()
 
 
 def complete(*words: str, inventory: Path) -> list[str]:

@@ -182,6 +182,17 @@ def test_network_that_cannot_be_reached(station: Station) -> None:
     assert watch.errors.count("\n") == 1
 
 
+def test_unit_that_cannot_be_called_is_not_missing(
+    station: Station, units: list[LoopbackUnit]
+) -> None:
+    named = ("--to", "203.0.113.1", "--to", units[0].address, "--to", "127.0.1.99")
+    watch = start_watch(station, *named, "--listen", "127.0.0.1:9300")
+    watch.wait_for_output("is missing")
+    wait_for(lambda: "failures_total 4\n" in scrape(station), "further attempts")
+    assert "127.0.1.99 is missing" in "\n".join(changes(watch))
+    assert "203.0.113.1 is missing" not in "\n".join(changes(watch))
+
+
 def scrape(station: Station) -> str:
     with station.on_gateway():
         connection = socket.create_connection(("127.0.0.1", 9300), 20)

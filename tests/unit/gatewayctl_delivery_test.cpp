@@ -151,6 +151,26 @@ TEST(delivery, sends_to_no_more_units_at_once_than_it_may) {
     EXPECT_EQ(most, 2U);
 }
 
+TEST(delivery, does_not_wait_for_the_proof_of_one_unit_before_it_sends_to_the_next) {
+    const loopback_unit first, second;
+    first.listen();
+    second.listen();
+    bytes taken[2];
+    std::thread services[] = {serve_once(first, taken[0]), serve_once(second, taken[1])};
+    std::size_t known = 0;
+    std::vector<std::size_t> known_at_start;
+    const auto make = [&] {
+        known_at_start.push_back(known);
+        return bytes{1};
+    };
+    deliver({named("first", first), named("second", second)}, make, settings_with(long_time, 1),
+            [&known](const delivery_result &) { ++known; });
+    for (std::thread &service : services) {
+        service.join();
+    }
+    EXPECT_EQ(known_at_start, (std::vector<std::size_t>{0, 0}));
+}
+
 TEST(delivery, tries_again_as_often_as_it_may) {
     const loopback_unit down;
     int made = 0;

@@ -49,6 +49,34 @@ TEST(fleet, awaits_named_units_until_the_next_call) {
     EXPECT_EQ(story.take_kinds(), kinds{}); // once is enough
 }
 
+TEST(fleet, judges_nobody_who_could_not_be_called) {
+    fleet_story story(named);
+    story.call();
+    story.answer(alpha);
+    story.answer(alpha, record_type::set_date_request);
+    story.pass(60s);
+    story.units.judge(story.now);
+    story.units.note_call(story.now, {alpha});
+    story.take_kinds();
+    story.pass(60s);
+    story.call();
+    EXPECT_EQ(story.take_kinds(), kinds{}) << "beta is missing already";
+    EXPECT_EQ(unit_of(story, alpha).state, presence::present);
+    EXPECT_EQ(requests_text(unit_of(story, alpha)), "date") << "as far as is known";
+    story.pass(60s);
+    story.call();
+    EXPECT_EQ(story.take_kinds(), kinds{change_kind::lost});
+}
+
+TEST(fleet, times_no_answer_of_who_could_not_be_called) {
+    fleet_story story(named);
+    story.units.note_call(story.now, {alpha});
+    story.answer(alpha);
+    story.answer(beta);
+    const auto &counts = story.units.times().counts;
+    EXPECT_EQ(std::accumulate(counts.begin(), counts.end(), 0U), 1U);
+}
+
 TEST(fleet, tells_who_appears_and_who_does_not_answer_any_more) {
     fleet_story story(named);
     story.call();

@@ -12,6 +12,7 @@
 
 #include <csignal>
 #include <cstdlib>
+#include <fstream>
 #include <functional>
 #include <gtest/gtest.h>
 #include <list>
@@ -247,11 +248,12 @@ TEST(roll_call, lists_who_answers_and_who_does_not) {
     const std::string file = testing::TempDir() + "gatewayctl_saved";
     roll_call_settings settings = calling(unit);
     settings.to.clear();
-    settings.calls_each = true;
     settings.expected = {{{"a", unit.host, "north"},
                           {"b", own_network::address(3), "south"},
                           {"c", "no-such-unit.invalid", "south"}},
-                         "south"};
+                         {"b", "c"}};
+    settings.each = settings.expected->units;
+    settings.failed_file = testing::TempDir() + "gatewayctl_missing";
     settings.save_file = file;
     std::thread world([&unit] {
         char byte = 0;
@@ -271,6 +273,47 @@ TEST(roll_call, lists_who_answers_and_who_does_not) {
     ASSERT_EQ(saved.size(), 3U);
     EXPECT_EQ(saved[0].hardware_address, "02:00:00:00:00:01");
     std::remove(file.c_str());
+    const auto missing = read_inventory(settings.failed_file);
+    ASSERT_EQ(missing.size(), 2U);
+    EXPECT_EQ(missing[0].name, "b");
+    std::remove(settings.failed_file.c_str());
+}
+
+TEST(roll_call, saves_nothing_where_nobody_answers) {
+    const own_network network;
+    const network_unit unit(2, SOCK_DGRAM);
+    const std::string file = testing::TempDir() + "gatewayctl_kept";
+    std::ofstream(file) << "# kept\n";
+    roll_call_settings settings = calling(unit);
+    settings.wait = std::chrono::milliseconds(1);
+    settings.save_file = file;
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(call_roll(settings), 1);
+    testing::internal::GetCapturedStderr();
+    std::string line;
+    std::getline(std::ifstream(file), line);
+    EXPECT_EQ(line, "# kept");
+    std::remove(file.c_str());
+}
+
+TEST(roll_call, tells_who_has_lost_its_address) {
+    const own_network network;
+    const network_unit unit(2, SOCK_DGRAM);
+    roll_call_settings settings = calling(unit);
+    settings.expected = {
+        {{"a", unit.host, ""}, {"b", own_network::address(3), "", "02:00:00:00:00:01"}}, {"b"}};
+    settings.save_file = "/dev/null";
+    std::thread world([&unit] {
+        char byte = 0;
+        recv(unit.commands.get(), &byte, 1, 0);
+        unit.send_record(reply);
+    });
+    testing::internal::CaptureStderr();
+    EXPECT_NE(said_by([&] { EXPECT_EQ(call_roll(settings), 1); }).find("moved"), std::string::npos);
+    world.join();
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              "gatewayctl: warning: a: another unit answers at its address " + unit.host +
+                  ", so its line is saved as a comment\n");
 }
 
 TEST(roll_call, tells_that_nobody_answers) {

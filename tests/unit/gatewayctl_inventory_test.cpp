@@ -3,9 +3,12 @@
 #include "tools/gatewayctl/inventory_file.h"
 
 #include <cstdio>
+#include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
+#include <iterator>
 #include <string>
+#include <sys/stat.h>
 
 namespace {
 
@@ -50,6 +53,15 @@ TEST(inventory, skips_comments_and_empty_lines_of_either_kind_of_file) {
     EXPECT_EQ(units[0].address, "10.0.0.1");
 }
 
+TEST(inventory, keeps_the_comments_between_its_lines) {
+    const auto units = parse("# one\r\n\na 10.0.0.1\n  # two\nb 10.0.0.2\n# three");
+    ASSERT_EQ(units.size(), 2U);
+    EXPECT_EQ(units[0].above, "# one\n\n");
+    EXPECT_EQ(units[0].below, "");
+    EXPECT_EQ(units[1].above, "  # two\n");
+    EXPECT_EQ(units[1].below, "# three\n");
+}
+
 TEST(inventory, names_the_line_of_a_fault) {
     EXPECT_EQ(fault_of("\na"), "units:2: \"a\" has no address");
     EXPECT_EQ(fault_of("a # 10.0.0.1"), "units:1: \"a\" has no address");
@@ -63,7 +75,8 @@ TEST(inventory, names_the_line_of_a_fault) {
 
 TEST(inventory, refuses_what_is_no_address) {
     for (const std::string address :
-         {":4000", "a:", "a:0", "a:65536", "a:+1", "a:1:1", "a/24", "a:000001"}) {
+         {":4000", "a:", "a:0", "a:65536", "a:+1", "a:1:1", "a/24", "a:000001", "10.87.33.050",
+          "50", "10.0.0.1.2:4000", "0x0a.1"}) {
         EXPECT_EQ(fault_of("a " + address),
                   "units:1: \"" + address + "\" is not an address: HOST or HOST:PORT");
     }
@@ -87,6 +100,8 @@ TEST(inventory, refuses_what_is_there_twice) {
               "units:3: the name \"a\" is also in line 1");
     EXPECT_EQ(fault_of("a 10.0.0.1\nb 10.0.0.1"),
               "units:2: the address \"10.0.0.1\" is also in line 1");
+    EXPECT_EQ(fault_of("a 10.0.0.1\nb 10.0.0.1:4000"),
+              "units:2: the address \"10.0.0.1:4000\" is also in line 1");
     EXPECT_EQ(fault_of("a 10.0.0.1 hw=02:00:0a:57:21:32\nb 10.0.0.2 hw=02:00:0A:57:21:32"),
               "units:2: the hardware address \"02:00:0a:57:21:32\" is also in line 1");
     EXPECT_EQ(parse("a 10.0.0.1\nb 10.0.0.1:4001\nc 10.0.0.2").size(), 3U);
@@ -128,8 +143,40 @@ TEST(inventory_file, is_an_inventory) {
     std::remove(name.c_str());
 }
 
+TEST(inventory_file, is_replaced_and_keeps_its_mode) {
+    const std::string name = testing::TempDir() + "gatewayctl_inventory_mode";
+    const std::string link = name + "_link";
+    std::filesystem::remove(link);
+    std::filesystem::create_symlink(name, link);
+    std::ofstream(name) << "# old\n";
+    std::filesystem::permissions(name, std::filesystem::perms::owner_all);
+    std::ifstream reader(name);
+    inventory_file(link).write("# new\n");
+    EXPECT_EQ(std::string(std::istreambuf_iterator<char>(reader), {}), "# old\n")
+        << "whoever reads it has the old one";
+    std::ifstream again(name);
+    EXPECT_EQ(std::string(std::istreambuf_iterator<char>(again), {}), "# new\n");
+    EXPECT_EQ(std::filesystem::status(name).permissions(), std::filesystem::perms::owner_all);
+    EXPECT_TRUE(std::filesystem::is_symlink(link));
+    std::filesystem::remove(link);
+    std::filesystem::remove(name);
+}
+
+TEST(inventory_file, is_not_there_before_it_is_written) {
+    const std::string name = testing::TempDir() + "gatewayctl_inventory_new";
+    std::filesystem::remove(name);
+    const inventory_file file(name);
+    EXPECT_FALSE(std::filesystem::exists(name));
+    const mode_t before = umask(027);
+    file.write("");
+    umask(before);
+    EXPECT_EQ(std::filesystem::status(name).permissions(), std::filesystem::perms(0640));
+    std::filesystem::remove(name);
+}
+
 TEST(inventory_file, tells_that_it_cannot_be_written) {
     EXPECT_THROW(inventory_file("/no/such/folder/file"), run_failure);
+    EXPECT_THROW(inventory_file{testing::TempDir()}, run_failure) << "a folder";
     EXPECT_THROW(inventory_file("/dev/full").write({}, "comment"), run_failure);
 }
 

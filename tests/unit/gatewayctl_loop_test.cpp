@@ -82,6 +82,8 @@ TEST(exchange, ends_when_the_unit_has_read_and_closed) {
     nothing.wait();
     EXPECT_FALSE(sending.advance(nothing)); // read, but not closed
     connection = descriptor_owner();
+    EXPECT_FALSE(advance(sending)); // closed, but a reset may follow
+    EXPECT_TRUE(sending.is_ended());
     EXPECT_TRUE(advance(sending));
 }
 
@@ -135,6 +137,15 @@ TEST(exchange, is_not_taken_by_a_peer_that_reads_a_part) {
                            [](descriptor_owner &connection) { connection = descriptor_owner(); }),
               cut_off)
         << "closed with bytes that have not been read";
+    EXPECT_EQ(failure_with({1, 2, 3},
+                           [](descriptor_owner &connection) {
+                               char byte = 0;
+                               EXPECT_EQ(recv(connection.get(), &byte, 1, 0), 1);
+                               EXPECT_EQ(shutdown(connection.get(), SHUT_RDWR), 0);
+                               connection = descriptor_owner();
+                           }),
+              cut_off)
+        << "ended, and then closed with bytes that have not been read";
     EXPECT_EQ(failure_with(bytes(20000),
                            [](descriptor_owner &connection) {
                                EXPECT_EQ(shutdown(connection.get(), SHUT_WR), 0);
@@ -150,6 +161,38 @@ TEST(exchange, takes_back_what_is_not_read_in_time) {
                      clock_type::now() + std::chrono::milliseconds(20));
     EXPECT_NE(failure_of(sending), "");
     { const exchange ended(std::move(sending)); }
+    const descriptor_owner connection = unit.accept();
+    char bytes[2];
+    while (recv(connection.get(), bytes, sizeof bytes, 0) > 0) {
+    }
+    EXPECT_EQ(errno, ECONNRESET);
+}
+
+TEST(exchange, is_not_taken_by_a_peer_that_is_reset_after_its_end) {
+    loopback_unit unit;
+    unit.listen();
+    exchange sending(open_socket(exchange::socket_type), unit.address, {1, 2, 3},
+                     clock_type::now() + long_time);
+    sending.start();
+    descriptor_owner connection = unit.accept();
+    EXPECT_FALSE(advance(sending)); // connected, and sent
+    EXPECT_EQ(shutdown(connection.get(), SHUT_RDWR), 0);
+    EXPECT_FALSE(advance(sending)); // its end
+    connection = descriptor_owner();
+    EXPECT_NE(failure_of([&sending] { advance(sending); }), "");
+}
+
+TEST(exchange, takes_back_what_is_given_up) {
+    loopback_unit unit;
+    unit.listen();
+    {
+        exchange sending(open_socket(exchange::socket_type), unit.address, {1},
+                         clock_type::now() + long_time);
+        EXPECT_FALSE(sending.give_up()) << "nothing is sent yet";
+        sending.start();
+        EXPECT_FALSE(advance(sending)); // connected, and sent
+        EXPECT_TRUE(sending.give_up());
+    }
     const descriptor_owner connection = unit.accept();
     char bytes[2];
     while (recv(connection.get(), bytes, sizeof bytes, 0) > 0) {

@@ -68,6 +68,13 @@ TEST(metrics, tell_of_units_that_are_there_and_that_are_not) {
     EXPECT_EQ(text.find("requests_outstanding" + of_beta), std::string::npos);
 }
 
+TEST(metrics, have_no_version_before_a_unit_has_told_it) {
+    fleet_story story({{alpha, "alpha", ""}});
+    story.call();
+    story.answer(alpha, record_type::settings_request, "02:00:0a:57:21:32", 0);
+    EXPECT_NE(metrics_of(story).find(",version=\"\",expected="), std::string::npos);
+}
+
 TEST(metrics, count_roll_calls_and_time_their_answers) {
     fleet_story story;
     EXPECT_EQ(metrics_of(story).find("last_roll_call_timestamp_seconds"), std::string::npos);

@@ -115,10 +115,7 @@ TEST(roll, brings_the_inventory_up_to_date) {
     const auto units = updated_inventory(
         compare({expecting("a", 1, 0), with_port, expecting("c", 3, 3), expecting("d", 4, 4)},
                 {from(1, 1), from(6, 2), from(3, 7), from(9, 9), from(9, 8), from(8, 9)}));
-    std::string text;
-    for (const inventory_unit &unit : units) {
-        text += to_text(unit) + "\n";
-    }
+    const std::string text = to_text(units);
     EXPECT_EQ(text, "a  10.0.0.1  north  hw=02:00:00:00:00:01  # note\n"
                     "b  10.0.0.6:4001  north  hw=02:00:00:00:00:02  # note\n"
                     "c  10.0.0.3  north  hw=02:00:00:00:00:07  # note\n"
@@ -126,6 +123,37 @@ TEST(roll, brings_the_inventory_up_to_date) {
                     "10.0.0.9  10.0.0.9  hw=02:00:00:00:00:09\n"
                     "10.0.0.8  10.0.0.8\n");
     EXPECT_EQ(parse_inventory(text, "").size(), units.size());
+}
+
+TEST(roll, keeps_the_units_whose_address_has_gone_to_another_one) {
+    const auto units = updated_inventory(
+        compare({expecting("a", 1, 0), expecting("b", 2, 2), expecting("c", 3, 3)},
+                {from(1, 2), from(2, 3)}));
+    EXPECT_EQ(to_text(units), "# a  10.0.0.1  north  # note\n"
+                              "b  10.0.0.1  north  hw=02:00:00:00:00:02  # note\n"
+                              "c  10.0.0.2  north  hw=02:00:00:00:00:03  # note\n");
+    EXPECT_TRUE(units.at(0).has_lost_address);
+    EXPECT_FALSE(units.at(1).has_lost_address);
+    EXPECT_FALSE(units.at(2).has_lost_address) << "what was there has moved on";
+}
+
+TEST(roll, keeps_the_comments_of_the_inventory) {
+    expected_unit first = expecting("a", 1, 1), last = expecting("b", 2, 2);
+    first.unit.above = "# first\n\n";
+    last.unit.below = "# last\n";
+    EXPECT_EQ(to_text(updated_inventory(compare({first, last}, {from(1, 1), from(9, 9)}))),
+              "# first\n\n"
+              "a  10.0.0.1  north  hw=02:00:00:00:00:01  # note\n"
+              "b  10.0.0.2  north  hw=02:00:00:00:00:02  # note\n"
+              "# last\n"
+              "10.0.0.9  10.0.0.9  hw=02:00:00:00:00:09\n");
+}
+
+TEST(roll, names_unknown_units_as_no_other_is_named) {
+    const std::string text = to_text(updated_inventory(compare(
+        {expecting("10.0.0.9", 1, 1), expecting("10.0.0.9-2", 2, 2)}, {from(1, 1), from(9, 9)})));
+    EXPECT_TRUE(text.ends_with("\n10.0.0.9-3  10.0.0.9  hw=02:00:00:00:00:09\n")) << text;
+    EXPECT_EQ(parse_inventory(text, "").size(), 3U);
 }
 
 // What is printed.
@@ -174,6 +202,18 @@ TEST(roll_table, is_a_line_of_json_for_each_unit) {
               "{\"state\": \"unknown\", \"address\": \"10.0.0.1\", "
               "\"hardware_address\": \"02:00:00:00:00:02\", \"version\": 47, "
               "\"asks_for\": [\"settings\"], \"duplicates\": [\"address\"]}\n");
+}
+
+TEST(roll_table, has_no_version_before_a_unit_has_told_it) {
+    roll_answer asking = from(1, 1);
+    asking.version = 0;
+    EXPECT_NE(printed({expecting("a", 1, 1)}, {asking}, false)
+                  .find("\npresent  a     10.0.0.1  02:00:00:00:00:01  -        settings\n"),
+              std::string::npos);
+    EXPECT_NE(printed({}, {asking}, false)
+                  .find("\n10.0.0.1         02:00:00:00:00:01  -        settings\n"),
+              std::string::npos);
+    EXPECT_NE(printed({}, {asking}, true).find("\"version\": null, "), std::string::npos);
 }
 
 TEST(roll_table, lists_the_answers_where_nobody_is_expected) {

@@ -40,6 +40,8 @@ TEST_F(selecting, takes_all_of_the_inventory_or_of_a_group) {
 TEST_F(selecting, takes_those_that_are_named) {
     EXPECT_EQ(names({{"b", "x:1"}, file, {}}), "b=10.0.0.2:4001 x:1=x:1 ");
     EXPECT_EQ(names({{"10.0.0.2:4001"}, file, {}}), "b=10.0.0.2:4001 ") << "by its address";
+    EXPECT_EQ(names({{"10.0.0.1:4000"}, file, {}}), "a=10.0.0.1 ") << "with the default port";
+    EXPECT_EQ(select_units({{"b"}, file, {}}).inventory.size(), 3U);
     EXPECT_EQ(names({{"10.0.0.1"}, file, {}}), "10.0.0.1=10.0.0.3 ") << "names come first";
     EXPECT_FALSE(select_units({{"b"}, file, {}}).is_fleet);
     EXPECT_TRUE(select_units({{"a", "b"}, file, {}}).is_fleet);
@@ -57,6 +59,12 @@ TEST_F(selecting, refuses_what_cannot_be_meant) {
     EXPECT_EQ(refusal_of({{"a", "b", "a"}, file, {}}), "the unit \"a\" is given twice");
     EXPECT_EQ(refusal_of({{"b", "10.0.0.2:4001"}, file, {}}),
               "the unit \"10.0.0.2:4001\" is given twice");
+    EXPECT_EQ(refusal_of({{"h", "h:4000"}, {}, {}}), "the unit \"h:4000\" is given twice");
+    EXPECT_EQ(refusal_of({{"10.87.33.050"}, {}, {}}),
+              "\"10.87.33.050\" is not an IPv4 address: four numbers without leading zeros");
+    EXPECT_NE(refusal_of({{"50"}, {}, {}}), "");
+    EXPECT_NE(refusal_of({{"0x32:4000"}, {}, {}}), "");
+    EXPECT_NE(refusal_of({{"1.2.3.4.5"}, {}, {}}), "");
     EXPECT_EQ(refusal_of({{""}, {}, {}}), "\"\" contains no host");
     EXPECT_EQ(refusal_of({{"a:0"}, {}, {}}), "\"0\" is not a port");
     EXPECT_EQ(refusal_of({{}, "/dev/null", {}}), "/dev/null names no unit");

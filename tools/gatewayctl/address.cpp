@@ -33,6 +33,10 @@ std::pair<std::string, std::uint16_t> split(const std::string &host_and_port) {
     if (host.empty()) {
         throw usage_failure(quoted(host_and_port) + " contains no host");
     }
+    if (!is_unambiguous(host)) {
+        throw usage_failure(quoted(host) +
+                            " is not an IPv4 address: four numbers without leading zeros");
+    }
     return {host, port};
 }
 
@@ -52,6 +56,19 @@ sockaddr_in find_host(const std::string &host) {
 }
 
 } // namespace
+
+bool is_unambiguous(const std::string &host) {
+    in_addr address{};
+    const bool is_number = host.find_first_not_of("0123456789.") == std::string::npos ||
+                           inet_aton(host.c_str(), &address) != 0;
+    return !is_number || inet_pton(AF_INET, host.c_str(), &address) == 1;
+}
+
+std::string with_port(const std::string &host_and_port) {
+    return host_and_port.find(':') == std::string::npos
+               ? host_and_port + ":" + std::to_string(protocol::command_port)
+               : host_and_port;
+}
 
 void check_address(const std::string &host_and_port) {
     split(host_and_port);

@@ -6,6 +6,13 @@
 
 /// Where a unit is.
 
+/// False for a number that is no complete address: 10.87.33.050 would be taken for octal, and 50 for
+/// 0.0.0.50. True for any name.
+bool is_unambiguous(const std::string &host);
+
+/// With the port that it has or, without one, the unit's command port: to compare.
+std::string with_port(const std::string &host_and_port);
+
 /// A usage_failure if the text is malformed; nothing is resolved.
 void check_address(const std::string &host_and_port);
 

@@ -11,6 +11,7 @@
 #include <istream>
 #include <map>
 #include <memory>
+#include <set>
 #include <utility>
 #include <vector>
 
@@ -19,6 +20,11 @@ common_settings common;
 namespace {
 
 std::function<int()> chosen;
+
+std::vector<const CLI::Option *> may_be_empty;
+
+std::set<std::string> defaulted; // options that have their values from the file
+std::set<std::string> asked_for;
 
 constexpr const char *defaults_file_name = "/.config/gatewayctl.conf";
 
@@ -53,8 +59,8 @@ bool is_broadcast(const CLI::App &app) {
 }
 
 /// The file with the defaults. What the command line says about the units, and then what the
-/// environment says, replaces all that the file says about them: a `to` in the file does not narrow
-/// the `--units` of the command line.
+/// environment says, replaces all that the file says about them: neither a `to` nor a `group` in the
+/// file narrows the `--units` of the command line.
 class defaults_file : public CLI::ConfigBase {
   public:
     explicit defaults_file(const CLI::App &app) : app_(app) {}
@@ -68,20 +74,29 @@ class defaults_file : public CLI::ConfigBase {
         if (!unit.empty() && !is_given("--to") && !are_units_given()) {
             found.push_back({{}, "to", {unit}});
         }
+        for (const CLI::ConfigItem &item : found) {
+            if (item.parents.empty() && !is_given("--" + item.name)) {
+                defaulted.insert("--" + item.name);
+            }
+        }
         return found;
     }
 
   private:
-    bool is_given(const char *option) const {
-        return app_.count(option) > 0;
+    bool is_given(const std::string &name) const {
+        const CLI::Option *option = app_.get_option_no_throw(name);
+        return option != nullptr && option->count() > 0;
     }
     bool are_units_given() const {
         return is_given("--units") || is_given("--group") || is_broadcast(app_);
     }
     bool is_replaced(const std::string &name) const {
         const bool has_unit = is_given("--to") || !environment("GATEWAYCTL_TO").empty();
-        return (name == "to" && (are_units_given() || has_unit)) || (name == "group" && has_unit) ||
-               (name == "units" && !environment("GATEWAYCTL_UNITS").empty());
+        const bool has_inventory = !environment("GATEWAYCTL_UNITS").empty();
+        return (name == "to" && (are_units_given() || has_unit)) ||
+               (name == "group" &&
+                (has_unit || has_inventory || is_given("--units") || is_broadcast(app_))) ||
+               (name == "units" && has_inventory);
     }
 
     const CLI::App &app_;
@@ -143,8 +158,31 @@ void add_common_options(CLI::App &app) {
     app.allow_config_extras(CLI::config_extras_mode::error);
 }
 
-// The names are those of the help text.
+void allow_empty(const CLI::Option &option) {
+    may_be_empty.push_back(&option);
+}
+
+void refuse_empty_values(CLI::App &app) {
+    for (CLI::Option *option : app.get_options()) {
+        if (std::ranges::count(may_be_empty, option) == 0) {
+            option->check([](const std::string &value) {
+                return value.empty() ? std::string("the value is empty") : std::string();
+            });
+        }
+    }
+    for (CLI::App *command : app.get_subcommands({})) {
+        refuse_empty_values(*command);
+    }
+}
+
+// The names are those of the help text. A variable that is empty counts as not set.
 void take_environment(const CLI::App &app) {
+    for (const CLI::Option *option : app.get_options()) {
+        const std::string name = option->get_name();
+        if (option->count() > 0 && !defaulted.contains(name)) {
+            asked_for.insert(name);
+        }
+    }
     selection_settings &units = common.units;
     const bool are_units_given =
         !units.to.empty() || !units.inventory.empty() || !units.group.empty() || is_broadcast(app);
@@ -154,6 +192,10 @@ void take_environment(const CLI::App &app) {
     if (units.inventory.empty()) {
         units.inventory = environment("GATEWAYCTL_UNITS");
     }
+}
+
+bool is_asked_for(const std::string &option) {
+    return asked_for.contains(option);
 }
 
 CLI::App &add_command(CLI::App &app, const std::string &name, const std::string &help,

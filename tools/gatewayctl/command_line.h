@@ -32,8 +32,19 @@ extern common_settings common;
 /// They have their defaults from the environment and from a file.
 void add_common_options(CLI::App &app);
 
+/// For an option whose value may be an empty text.
+void allow_empty(const CLI::Option &option);
+
+/// Makes all other options and arguments refuse one: mostly it is a variable of a script that is not
+/// set, and would ask for all units, for 0 or for the present time. Call after all are added.
+void refuse_empty_values(CLI::App &app);
+
 /// After the command line is parsed.
 void take_environment(const CLI::App &app);
+
+/// Whether the command line itself has this common option, and not only a default. Call after
+/// take_environment().
+bool is_asked_for(const std::string &option);
 
 /// The action returns the exit status.
 CLI::App &add_command(CLI::App &app, const std::string &name, const std::string &help,

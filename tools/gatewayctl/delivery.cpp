@@ -21,6 +21,8 @@ struct job {
     const inventory_unit &unit;
     std::optional<sockaddr_in> address{}; // once it is resolved
     std::optional<exchange> sending{};    // in progress
+    bool has_place = false;               // counts as one of those sent to at once
+    std::string failure{};                // of the latest attempt that failed
     clock_type::time_point due{};         // of the next attempt
     clock_type::time_point begin{};       // of the first one
     int attempts = 0;
@@ -42,9 +44,12 @@ class delivery {
             start_what_is_due();
             wait_and_advance();
         }
+        while (is_awaiting_proof()) { // of what has been read
+            wait_and_advance();
+        }
         for (job &one : jobs_) {
             if (!one.is_over) {
-                end(one, one.attempts == 0 ? "not sent: interrupted" : "interrupted");
+                interrupt(one);
             }
         }
     }
@@ -54,7 +59,12 @@ class delivery {
     void start(job &one);
     bool resolve_unit(job &one);
     void send(job &one);
+    bool is_sending() const;
+    bool is_awaiting_proof() const;
     void wait_and_advance();
+    void advance(job &one, const poll_set &events);
+    void interrupt(job &one);
+    void give_place(job &one);
     void fail(job &one, const std::string &reason);
     void end(job &one, const std::string &failure);
     std::chrono::milliseconds random_pause();
@@ -62,9 +72,9 @@ class delivery {
     const message_fn &make_;
     const delivery_settings &settings_;
     const result_fn &report_;
-    std::vector<job> jobs_; // in the order of the units
-    std::size_t left_;      // jobs that are not over
-    std::size_t sending_ = 0;
+    std::vector<job> jobs_;   // in the order of the units
+    std::size_t left_;        // jobs that are not over
+    std::size_t sending_ = 0; // jobs that have a place
     std::map<std::pair<std::uint32_t, std::uint16_t>, const job *> by_address_;
     std::minstd_rand random_{std::random_device{}()};
 };
@@ -118,7 +128,7 @@ void delivery::send(job &one) {
         return;
     }
     descriptor_owner connection = try_socket(exchange::socket_type);
-    if (connection.get() < 0 && is_shortage(errno) && sending_ > 0) {
+    if (connection.get() < 0 && is_shortage(errno) && is_sending()) {
         constexpr std::chrono::milliseconds rest(100); // an exchange may end until then
         --one.attempts;
         one.due = clock_type::now() + rest;
@@ -129,8 +139,18 @@ void delivery::send(job &one) {
     }
     one.sending.emplace(std::move(connection), *one.address, make_(),
                         clock_type::now() + settings_.timeout);
+    one.has_place = true;
     ++sending_;
     one.sending->start();
+}
+
+bool delivery::is_sending() const {
+    return std::ranges::any_of(jobs_, [](const job &one) { return one.sending.has_value(); });
+}
+
+bool delivery::is_awaiting_proof() const {
+    return std::ranges::any_of(
+        jobs_, [](const job &one) { return one.sending && one.sending->is_ended(); });
 }
 
 void delivery::wait_and_advance() {
@@ -149,14 +169,36 @@ void delivery::wait_and_advance() {
     }
     events.wait();
     for (job &one : jobs_) {
-        try {
-            if (one.sending && one.sending->advance(events)) {
-                end(one, "");
-            }
-        } catch (const run_failure &failure) {
-            fail(one, failure.what());
+        if (one.sending) {
+            advance(one, events);
         }
     }
+}
+
+void delivery::advance(job &one, const poll_set &events) {
+    try {
+        if (one.sending->advance(events)) {
+            end(one, "");
+        } else if (one.sending->is_ended()) {
+            give_place(one); // nobody has to wait for the proof
+        }
+    } catch (const run_failure &failure) {
+        fail(one, failure.what());
+    }
+}
+
+void delivery::interrupt(job &one) {
+    if (one.sending && one.sending->give_up()) {
+        end(one, "interrupted: sent, not read yet, taken back");
+    } else if (!one.failure.empty()) {
+        end(one, "interrupted; the last attempt failed: " + one.failure);
+    } else {
+        end(one, "not sent: interrupted");
+    }
+}
+
+void delivery::give_place(job &one) {
+    sending_ -= std::exchange(one.has_place, false) ? 1 : 0;
 }
 
 void delivery::fail(job &one, const std::string &reason) {
@@ -164,14 +206,15 @@ void delivery::fail(job &one, const std::string &reason) {
         end(one, reason);
         return;
     }
-    sending_ -= one.sending ? 1 : 0;
+    give_place(one);
     one.sending.reset();
+    one.failure = reason;
     one.due = clock_type::now() + random_pause();
 }
 
 void delivery::end(job &one, const std::string &failure) {
     const auto time = one.attempts > 0 ? clock_type::now() - one.begin : clock_type::duration();
-    sending_ -= one.sending ? 1 : 0;
+    give_place(one);
     one.sending.reset();
     one.is_over = true;
     --left_;

@@ -12,6 +12,9 @@
 
 namespace {
 
+// A peer that ends the connection with bytes that it has not read resets it, a moment after its end.
+constexpr std::chrono::milliseconds proof_time(15);
+
 int pending_error(int fd) {
     int error = 0;
     socklen_t size = sizeof error;
@@ -35,23 +38,39 @@ void exchange::start() {
 }
 
 void exchange::watch(poll_set &set) const {
+    if (ended_) {
+        set.watch(connection_.get(), 0); // a reset only: its end remains readable
+        set.wake_by(*ended_ + proof_time);
+        return;
+    }
     set.watch(connection_.get(), is_sent_ ? POLLIN : POLLOUT);
     set.wake_by(end_);
 }
 
 bool exchange::advance(const poll_set &events) {
     const bool has_event = events.has_event(connection_.get());
-    if (has_event && is_sent_ && is_taken()) {
-        return true;
-    }
-    if (has_event && !is_sent_) {
+    if (has_event && is_sent_ && !ended_) {
+        look_for_end();
+    } else if (has_event && !is_sent_) {
         finish_connecting();
         send_message();
+    }
+    if (ended_) {
+        return is_proven();
     }
     if (clock_type::now() >= end_) {
         fail_in_time();
     }
     return false;
+}
+
+bool exchange::give_up() {
+    if (!is_sent_) {
+        return false;
+    }
+    const linger at_once{1, 0};
+    setsockopt(connection_.get(), SOL_SOCKET, SO_LINGER, &at_once, sizeof at_once);
+    return true;
 }
 
 void exchange::finish_connecting() const {
@@ -69,7 +88,7 @@ void exchange::send_message() {
     is_sent_ = true;
 }
 
-bool exchange::is_taken() const {
+void exchange::look_for_end() {
     char answer = 0;
     const ssize_t count = recv(connection_.get(), &answer, sizeof answer, 0);
     if (count > 0) {
@@ -77,10 +96,8 @@ bool exchange::is_taken() const {
                           ": it answers, which no unit does");
     }
     if (count == 0) {
-        if (!is_all_received()) {
-            fail_cut_off();
-        }
-        return true;
+        ended_ = clock_type::now();
+        return;
     }
     if (errno == ECONNRESET) { // so a peer ends a connection with bytes that it has not read
         fail_cut_off();
@@ -88,12 +105,20 @@ bool exchange::is_taken() const {
     if (errno != EINTR && errno != EAGAIN) {
         throw run_failure("the connection to " + to_text(unit_) + " failed: " + reason(errno));
     }
-    return false;
+}
+
+// After the end: the whole message has arrived, and no reset has followed.
+bool exchange::is_proven() const {
+    const bool is_over = clock_type::now() >= *ended_ + proof_time;
+    if (pending_error(connection_.get()) != 0 || !is_all_received()) {
+        fail_cut_off();
+    }
+    return is_over;
 }
 
 bool exchange::is_all_received() const {
     int left = 0;
-    return ioctl(connection_.get(), SIOCOUTQ, &left) != 0 || left == 0;
+    return ioctl(connection_.get(), SIOCOUTQ, &left) == 0 && left == 0;
 }
 
 void exchange::fail_to_connect(int error) const {
@@ -109,13 +134,10 @@ void exchange::fail_cut_off() const {
                       " has closed the connection before it had read the whole message");
 }
 
-void exchange::fail_in_time() const {
-    if (!is_sent_) {
+void exchange::fail_in_time() {
+    if (!give_up()) {
         throw run_failure(to_text(unit_) + " does not answer");
     }
-    // Closed plainly, the kernel would go on trying, and the message could arrive after a newer one.
-    const linger at_once{1, 0};
-    setsockopt(connection_.get(), SOL_SOCKET, SO_LINGER, &at_once, sizeof at_once);
     throw run_failure(
         "the message was sent, but " + to_text(unit_) +
         " has not read it yet: the unit is busy, or something else is listening there");

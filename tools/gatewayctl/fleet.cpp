@@ -40,6 +40,9 @@ void fleet::judge(moment now) {
 
 // That a unit no longer asks is believed only when it has answered a roll call without asking.
 void fleet::judge_unit(fleet_unit &unit, wall_time now) {
+    if (!unit.is_called) {
+        return;
+    }
     unit.said.wants_date = unit.has_asked_for_date;
     unit.said.wants_settings = unit.has_asked_for_settings;
     if (!unit.has_answered && unit.state != presence::missing) {
@@ -53,10 +56,11 @@ void fleet::judge_unit(fleet_unit &unit, wall_time now) {
     }
 }
 
-void fleet::note_call(moment now) {
+void fleet::note_call(moment now, const std::set<std::uint32_t> &not_called) {
     last_call_ = now;
     is_call_open_ = true;
     for (auto &[address, unit] : units_) {
+        unit.is_called = !not_called.contains(address);
         unit.has_answered = false;
         unit.has_asked_for_date = false;
         unit.has_asked_for_settings = false;
@@ -94,7 +98,7 @@ fleet_unit *fleet::find_or_add(std::uint32_t address, wall_time now) {
 }
 
 void fleet::note_answer(fleet_unit &unit, moment now) {
-    if (is_call_open_ && !unit.has_answered) {
+    if (is_call_open_ && unit.is_called && !unit.has_answered) {
         times_.add(std::chrono::duration<double>(now.steady - last_call_->steady).count());
     }
     unit.has_answered = true;

@@ -10,6 +10,7 @@
 #include <functional>
 #include <map>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -47,6 +48,7 @@ struct fleet_unit {
     roll_answer said;                     ///< what is known from its records
 
     // Since the latest roll call.
+    bool is_called = true; ///< it was, or all were
     bool has_answered = false;
     bool has_asked_for_date = false;
     bool has_asked_for_settings = false;
@@ -83,11 +85,12 @@ class fleet {
     /// Without names, each unit that answers is expected from then on.
     fleet(const std::vector<unit_identity> &named, wall_time now, change_fn change);
 
-    /// Whoever has not answered the previous roll call is missing now. Call before each.
+    /// Whoever has not answered the previous roll call, and was called, is missing now. Call before
+    /// each.
     void judge(moment now);
 
-    /// A roll call has just been sent.
-    void note_call(moment now);
+    /// A roll call has just been sent, but could not be to these addresses.
+    void note_call(moment now, const std::set<std::uint32_t> &not_called = {});
 
     /// A record has arrived. False if there are too many units to keep another one.
     bool note_record(std::uint32_t address, const unit_record &record, moment now);

@@ -27,6 +27,19 @@ _gatewayctl_units() {
     ' "$file"
 }
 
+# _gatewayctl_offer CURRENT  The lines of standard input that begin so. They are data: nothing in them is
+# expanded here, and they are quoted for the command line.
+_gatewayctl_offer() {
+    local name
+    COMPREPLY=()
+    while IFS= read -r name; do
+        if [[ $name == "$1"* ]]; then
+            printf -v name %q "$name"
+            COMPREPLY+=("$name")
+        fi
+    done
+}
+
 _gatewayctl() {
     local commands="display-alert detail-alert map stop-turnout end-alert turnout-timer set-date page
         rotation reboot play-audio set-gateway raw roll-call serve watch decode"
@@ -59,9 +72,14 @@ _gatewayctl() {
         mapfile -t COMPREPLY < <(compgen -W "$colors" -- "$current")
         return
     fi
+    if [ "$current" = = ]; then # --to=
+        current=""
+    elif [ "$previous" = = ]; then
+        previous=${COMP_WORDS[COMP_CWORD - 2]}
+    fi
     case $previous in
-    --to) mapfile -t COMPREPLY < <(compgen -W "$(_gatewayctl_units name)" -- "$current") ;;
-    --group) mapfile -t COMPREPLY < <(compgen -W "$(_gatewayctl_units group)" -- "$current") ;;
+    --to) _gatewayctl_offer "$current" < <(_gatewayctl_units name) ;;
+    --group) _gatewayctl_offer "$current" < <(_gatewayctl_units group | sort -u) ;;
     --file | --units | --failed-to | --config | --prometheus | --expect | --save)
         mapfile -t COMPREPLY < <(compgen -f -- "$current")
         ;;

@@ -1,5 +1,6 @@
 #include "tools/gatewayctl/inventory.h"
 
+#include "tools/gatewayctl/address.h"
 #include "tools/gatewayctl/characters.h"
 #include "tools/gatewayctl/failure.h"
 #include "tools/gatewayctl/socket.h"
@@ -75,6 +76,7 @@ bool is_address(std::string_view text) {
     const std::size_t colon = text.find(':');
     const std::string_view host = text.substr(0, colon);
     return !host.empty() && host.size() <= longest_host && std::ranges::all_of(host, is_in_host) &&
+           is_unambiguous(std::string(host)) &&
            (colon == std::string_view::npos || is_port(text.substr(colon + 1)));
 }
 
@@ -153,9 +155,14 @@ class seen_values {
     explicit seen_values(const char *what) : what_(what) {}
 
     void add(const std::string &value, const place &here) {
+        add(value, value, here);
+    }
+
+    // The second one is as it is written.
+    void add(const std::string &value, const std::string &written, const place &here) {
         const auto [known, is_new] = lines_.emplace(value, here.line);
         if (!is_new) {
-            here.fail(std::string("the ") + what_ + " " + quoted(value) + " is also in line " +
+            here.fail(std::string("the ") + what_ + " " + quoted(written) + " is also in line " +
                       std::to_string(known->second));
         }
     }
@@ -195,17 +202,24 @@ std::vector<inventory_unit> parse_inventory(std::string_view text, const std::st
     seen_values names("name");
     seen_values addresses("address");
     seen_values hardware("hardware address");
+    std::string comments; // since the latest unit
     for (place here{file, 1}; !text.empty(); ++here.line) {
-        auto unit = parse_line(take_line(text), here);
+        const std::string_view line = take_line(text);
+        auto unit = parse_line(line, here);
         if (!unit) {
+            comments += std::string(line) + "\n";
             continue;
         }
+        unit->above = std::exchange(comments, {});
         names.add(unit->name, here);
-        addresses.add(unit->address, here);
+        addresses.add(with_port(unit->address), unit->address, here);
         if (!unit->hardware_address.empty()) {
             hardware.add(unit->hardware_address, here);
         }
         units.push_back(std::move(*unit));
+    }
+    if (!units.empty()) {
+        units.back().below = comments;
     }
     return units;
 }

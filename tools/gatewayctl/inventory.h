@@ -19,6 +19,8 @@ struct inventory_unit {
     std::string group;              ///< empty: none
     std::string hardware_address{}; ///< "02:00:0a:57:21:32"; empty: not known
     std::string comment{};          ///< without the "#"
+    std::string above{};            ///< comments and empty lines above it, with their ends
+    std::string below{};            ///< the same below the last unit
 };
 
 /// Reads the file. A run_failure if it cannot be read. A usage_failure, with

@@ -44,6 +44,7 @@ int run(int argc, char **argv) {
     app.require_subcommand(0, 1);
     add_common_options(app);
     add_commands(app);
+    refuse_empty_values(app);
     app.footer(examples); // for the main help only; the commands keep the footer above
     try {
         app.parse(argc, argv);

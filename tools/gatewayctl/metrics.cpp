@@ -75,6 +75,11 @@ labels identity_labels(const fleet_unit &unit) {
             {"address", host_text(unit.identity.address)}};
 }
 
+// Only a reply to a roll call tells it.
+std::string version_text(const roll_answer &said) {
+    return said.version == 0 ? "" : std::to_string(said.version);
+}
+
 labels with(labels known, const char *name, std::string value) {
     known.emplace_back(name, std::move(value));
     return known;
@@ -114,7 +119,7 @@ void add_information(metrics_page &page, const std::vector<const fleet_unit *> &
         if (unit->last_answer) {
             labels said =
                 with(identity_labels(*unit), "hardware_address", unit->said.hardware_address);
-            said = with(std::move(said), "version", std::to_string(unit->said.version));
+            said = with(std::move(said), "version", version_text(unit->said));
             page.add(1, with(std::move(said), "expected", unit->is_expected ? "true" : "false"));
         }
     }
@@ -156,7 +161,8 @@ void add_calls(metrics_page &page, const fleet &units, const watch_counts &count
     }
     page.add_only("roll_calls_total", "counter", "Roll calls sent.",
                   static_cast<double>(counts.calls));
-    page.add_only("roll_call_failures_total", "counter", "Roll calls that could not be sent.",
+    page.add_only("roll_call_failures_total", "counter",
+                  "Units or networks to which a roll call could not be sent.",
                   static_cast<double>(counts.failed_calls));
     page.add_only("invalid_records_total", "counter", "Records that could not be read.",
                   static_cast<double>(counts.invalid_records));

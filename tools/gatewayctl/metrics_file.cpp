@@ -14,8 +14,6 @@
 
 namespace {
 
-constexpr mode_t readable_by_all = 0644;
-
 bool is_written(int fd, std::string_view text) {
     while (!text.empty()) {
         const ssize_t count = write(fd, text.data(), text.size());
@@ -29,12 +27,12 @@ bool is_written(int fd, std::string_view text) {
 
 } // namespace
 
-void replace_file(const std::string &path, const std::string &text) {
+void replace_file(const std::string &path, const std::string &text, mode_t mode) {
     // Beside the file, so that it can take its place; and with an ending that no collector reads.
     std::string other = path + ".XXXXXX";
     const descriptor_owner file(mkostemp(other.data(), O_CLOEXEC));
-    if (file.get() >= 0 && is_written(file.get(), text) &&
-        fchmod(file.get(), readable_by_all) == 0 && std::rename(other.c_str(), path.c_str()) == 0) {
+    if (file.get() >= 0 && is_written(file.get(), text) && fchmod(file.get(), mode) == 0 &&
+        std::rename(other.c_str(), path.c_str()) == 0) {
         return;
     }
     const int error = errno;

@@ -105,6 +105,60 @@ inventory_unit updated(const roll_entry &entry) {
     return unit;
 }
 
+/// Gives each name, address and hardware address to one unit.
+class updating {
+  public:
+    explicit updating(const std::vector<roll_entry> &entries) {
+        for (const roll_entry &entry : entries) {
+            units_.push_back({updated(entry)});
+            is_known_.push_back(entry.expected.has_value());
+            has_answered_.push_back(entry.answer.has_value());
+        }
+    }
+
+    std::vector<updated_unit> take() {
+        // Those that have answered come first: what is missing may have lost its address to them.
+        for (const bool has_answered : {true, false}) {
+            for (std::size_t i = 0; i < units_.size(); ++i) {
+                if (has_answered_[i] == has_answered) {
+                    claim(units_[i]);
+                }
+            }
+        }
+        std::vector<updated_unit> kept;
+        for (std::size_t i = 0; i < units_.size(); ++i) {
+            if (is_known_[i] || !units_[i].has_lost_address) {
+                kept.push_back(units_[i]);
+                give_name(kept.back().unit);
+            }
+        }
+        return kept;
+    }
+
+  private:
+    void claim(updated_unit &one) {
+        one.has_lost_address = !seen_.insert(with_port(one.unit.address)).second;
+        std::string &hardware_address = one.unit.hardware_address;
+        if (!hardware_address.empty() && !one.has_lost_address &&
+            !seen_.insert(hardware_address).second) {
+            hardware_address.clear();
+        }
+    }
+
+    // The expected units come first and keep theirs.
+    void give_name(inventory_unit &unit) {
+        const std::string name = unit.name;
+        for (int number = 2; !names_.insert(unit.name).second; ++number) {
+            unit.name = name + "-" + std::to_string(number);
+        }
+    }
+
+    std::vector<updated_unit> units_;
+    std::vector<bool> is_known_, has_answered_;
+    std::set<std::string> seen_; // addresses and hardware addresses look different
+    std::set<std::string> names_;
+};
+
 } // namespace
 
 void roll_answers::note(std::uint32_t address, const unit_record &record) {
@@ -189,17 +243,14 @@ std::vector<std::string> duplicates_of(const roll_answer &answer,
     return members;
 }
 
-std::vector<inventory_unit> updated_inventory(const std::vector<roll_entry> &entries) {
-    std::vector<inventory_unit> units;
-    std::set<std::string> seen; // addresses and hardware addresses look different
-    for (const roll_entry &entry : entries) {
-        inventory_unit unit = updated(entry);
-        if (!unit.hardware_address.empty() && !seen.insert(unit.hardware_address).second) {
-            unit.hardware_address.clear();
-        }
-        if (seen.insert(unit.address).second) {
-            units.push_back(unit);
-        }
+std::vector<updated_unit> updated_inventory(const std::vector<roll_entry> &entries) {
+    return updating(entries).take();
+}
+
+std::string to_text(const std::vector<updated_unit> &units) {
+    std::string text;
+    for (const auto &[unit, has_lost_address] : units) {
+        text += unit.above + (has_lost_address ? "# " : "") + to_text(unit) + "\n" + unit.below;
     }
-    return units;
+    return text;
 }

@@ -69,6 +69,14 @@ std::vector<std::string> duplicates_in(const std::vector<roll_answer> &answers);
 std::vector<std::string> duplicates_of(const roll_answer &answer,
                                        const std::vector<roll_answer> &answers);
 
+struct updated_unit {
+    inventory_unit unit;
+    bool has_lost_address = false; ///< another one answers there
+};
+
 /// The inventory after the roll call: with the addresses and hardware addresses that have answered, and
-/// the unknown units by their addresses. An address stands for its first answer.
-std::vector<inventory_unit> updated_inventory(const std::vector<roll_entry> &entries);
+/// the unknown units by their addresses. An address belongs to the first unit that answers there.
+std::vector<updated_unit> updated_inventory(const std::vector<roll_entry> &entries);
+
+/// As a file, with the comments of the old one. Who has lost its address is a comment.
+std::string to_text(const std::vector<updated_unit> &units);

@@ -5,6 +5,7 @@
 #include "tools/gatewayctl/failure.h"
 #include "tools/gatewayctl/inbox.h"
 #include "tools/gatewayctl/inventory_file.h"
+#include "tools/gatewayctl/output.h"
 #include "tools/gatewayctl/records.h"
 #include "tools/gatewayctl/roll.h"
 #include "tools/gatewayctl/roll_print.h"
@@ -37,12 +38,12 @@ void call(const sockaddr_in &address) {
 }
 
 // One that cannot be called is missing in the end.
-void call_each(const std::vector<expected_unit> &expected) {
-    for (const expected_unit &one : expected) {
+void call_each(const std::vector<inventory_unit> &units) {
+    for (const inventory_unit &unit : units) {
         try {
-            call(resolve(one.unit.address));
+            call(resolve(unit.address));
         } catch (const run_failure &failure) {
-            warn(one.unit.name + ": " + failure.what());
+            warn(unit.name + ": " + failure.what());
         }
     }
 }
@@ -65,16 +66,23 @@ std::vector<roll_answer> gather(record_inbox &inbox, std::chrono::milliseconds t
     return answers.all();
 }
 
-// Without the inventory's units of other groups: they are known.
-std::vector<roll_entry> of_group(std::vector<roll_entry> entries, const std::string &group) {
-    std::erase_if(entries, [&group](const roll_entry &entry) {
-        return entry.expected && !group.empty() && entry.expected->unit.group != group;
+// Without those of the inventory that are not reported on: they are known.
+std::vector<roll_entry> reported(std::vector<roll_entry> entries,
+                                 const std::set<std::string> &names) {
+    std::erase_if(entries, [&names](const roll_entry &entry) {
+        return entry.expected && !names.empty() && !names.contains(entry.expected->unit.name);
     });
     return entries;
 }
 
-bool has_missing(const std::vector<roll_entry> &entries) {
-    return std::ranges::count(entries, roll_state::missing, &roll_entry::state) > 0;
+std::vector<inventory_unit> missing_units(const std::vector<roll_entry> &entries) {
+    std::vector<inventory_unit> missing;
+    for (const roll_entry &entry : entries) {
+        if (entry.state == roll_state::missing) {
+            missing.push_back(entry.expected->unit);
+        }
+    }
+    return missing;
 }
 
 void say_nobody(const std::vector<sockaddr_in> &called) {
@@ -82,36 +90,67 @@ void say_nobody(const std::vector<sockaddr_in> &called) {
                  called.size() == 1 ? to_text(called[0]).c_str() : "any of them");
 }
 
-} // namespace
-
-int call_roll(const roll_call_settings &settings) {
-    std::vector<expected_unit> expected;
-    if (settings.expected) {
-        expected = resolve_all(settings.expected->units);
-    }
+std::vector<roll_answer> call_and_listen(const roll_call_settings &settings) {
     shortage lack(
         [] { std::fputs("gatewayctl: out of file descriptors, units have to wait\n", stderr); });
     record_inbox inbox(lack); // listen before calling
     std::ranges::for_each(settings.to, call);
-    if (settings.calls_each) {
-        call_each(expected);
+    call_each(settings.each);
+    return gather(inbox, settings.wait);
+}
+
+// Whether no expected unit is lost by it.
+bool save(const inventory_file &file, const std::vector<roll_entry> &entries) {
+    const std::vector<updated_unit> units = updated_inventory(entries);
+    bool are_all_kept = true;
+    for (const auto &[unit, has_lost_address] : units) {
+        if (has_lost_address) {
+            warn(unit.name + ": another unit answers at its address " + unit.address +
+                 ", so its line is saved as a comment");
+            are_all_kept = false;
+        }
     }
-    const std::vector<roll_answer> answers = gather(inbox, settings.wait);
+    file.write(to_text(units));
+    return are_all_kept;
+}
+
+void print(const roll_call_settings &settings, const std::vector<roll_entry> &entries,
+           const std::vector<roll_answer> &answers) {
+    if (settings.expected && !settings.lists_answers) {
+        print_entries(entries, answers, settings.as_json);
+    } else if (!answers.empty()) {
+        print_answers(answers, settings.as_json);
+    }
+}
+
+std::optional<inventory_file> file_if_wanted(const std::string &name) {
+    return name.empty() ? std::nullopt : std::optional<inventory_file>(name);
+}
+
+} // namespace
+
+int call_roll(const roll_call_settings &settings) {
+    // What cannot be written is told before anybody is called.
+    const auto save_file = file_if_wanted(settings.save_file);
+    const auto failed_file = file_if_wanted(settings.failed_file);
+    const roll_expectation expectation = settings.expected.value_or(roll_expectation());
+    const std::vector<expected_unit> expected = resolve_all(expectation.units);
+    const std::vector<roll_answer> answers = call_and_listen(settings);
     if (answers.empty()) {
         say_nobody(settings.to);
     }
     std::ranges::for_each(duplicates_in(answers), warn);
     const std::vector<roll_entry> entries = compare(expected, answers);
-    if (!settings.save_file.empty()) {
-        inventory_file(settings.save_file).write(updated_inventory(entries), "");
+    const bool is_saved_whole = !save_file || answers.empty() || save(*save_file, entries);
+    const std::vector<roll_entry> wanted = reported(entries, expectation.names);
+    const std::vector<inventory_unit> missing = missing_units(wanted);
+    if (failed_file) {
+        failed_file->write(missing, "Units that have not answered a roll call: " +
+                                        std::to_string(missing.size()));
     }
-    if (settings.expected) {
-        const auto wanted = of_group(entries, settings.expected->group);
-        print_entries(wanted, answers, settings.as_json);
-        return has_missing(wanted) || answers.empty() ? 1 : 0;
+    if (settings.lists_answers && !missing.empty() && !answers.empty()) {
+        warn(missing.front().name + " has not answered");
     }
-    if (!answers.empty()) {
-        print_answers(answers, settings.as_json);
-    }
-    return answers.empty() ? 1 : 0;
+    print(settings, wanted, answers);
+    return written_status(missing.empty() && is_saved_whole && !answers.empty() ? 0 : 1);
 }

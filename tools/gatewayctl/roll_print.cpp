@@ -21,8 +21,13 @@ std::string or_dash(const std::string &text) {
     return text.empty() ? "-" : text;
 }
 
+// Only a reply to the roll call tells it.
+std::string version_text(const roll_answer &answer, const char *unknown) {
+    return answer.version == 0 ? unknown : std::to_string(answer.version);
+}
+
 std::string version_of(const roll_entry &entry) {
-    return entry.answer ? std::to_string(entry.answer->version) : "-";
+    return entry.answer ? version_text(*entry.answer, "-") : "-";
 }
 
 std::string requests_text(const roll_entry &entry) {
@@ -100,7 +105,7 @@ void print_summary(const std::vector<roll_entry> &entries) {
 std::string answer_members(const roll_answer &answer, const std::vector<roll_answer> &answers) {
     const std::string duplicates = joined(duplicates_of(answer, answers), "\"");
     return "\"address\": \"" + host_text(answer.address) + "\", \"hardware_address\": \"" +
-           answer.hardware_address + "\", \"version\": " + std::to_string(answer.version) +
+           answer.hardware_address + "\", \"version\": " + version_text(answer, "null") +
            ", \"asks_for\": [" + joined(requests_of(answer), "\"") + "]" +
            (duplicates.empty() ? "" : ", \"duplicates\": [" + duplicates + "]");
 }
@@ -130,8 +135,8 @@ void print_answers(const std::vector<roll_answer> &answers, bool as_json) {
         if (as_json) {
             std::printf("{%s}\n", answer_members(answer, answers).c_str());
         } else {
-            std::printf("%-15s  %-17s  %-7d  %s\n", host_text(answer.address).c_str(),
-                        answer.hardware_address.c_str(), answer.version,
+            std::printf("%-15s  %-17s  %-7s  %s\n", host_text(answer.address).c_str(),
+                        answer.hardware_address.c_str(), version_text(answer, "-").c_str(),
                         or_dash(joined(requests_of(answer), "")).c_str());
         }
     }

@@ -9,16 +9,19 @@
 
 namespace {
 
+std::string full_address(const inventory_unit &unit) {
+    return with_port(unit.address);
+}
+
 // Names come first: one may look like an address.
 inventory_unit find_unit(const std::vector<inventory_unit> &inventory, const std::string &wanted) {
-    for (const auto member : {&inventory_unit::name, &inventory_unit::address}) {
-        const auto found = std::ranges::find(inventory, wanted, member);
-        if (found != inventory.end()) {
-            return *found;
-        }
+    const auto named = std::ranges::find(inventory, wanted, &inventory_unit::name);
+    if (named != inventory.end()) {
+        return *named;
     }
     check_address(wanted);
-    return {wanted, wanted, {}};
+    const auto found = std::ranges::find(inventory, with_port(wanted), full_address);
+    return found != inventory.end() ? *found : inventory_unit{wanted, wanted, {}};
 }
 
 std::vector<inventory_unit> named_units(const std::vector<inventory_unit> &inventory,
@@ -26,7 +29,7 @@ std::vector<inventory_unit> named_units(const std::vector<inventory_unit> &inven
     std::vector<inventory_unit> units;
     for (const std::string &name : names) {
         inventory_unit unit = find_unit(inventory, name);
-        if (std::ranges::find(units, unit.address, &inventory_unit::address) != units.end()) {
+        if (std::ranges::find(units, full_address(unit), full_address) != units.end()) {
             throw usage_failure("the unit " + quoted(name) + " is given twice");
         }
         units.push_back(std::move(unit));
@@ -59,9 +62,9 @@ selection select_units(const selection_settings &settings) {
         inventory = read_inventory(settings.inventory);
     }
     if (settings.to.empty()) {
-        return {all_units(inventory, settings), true};
+        return {all_units(inventory, settings), true, inventory};
     }
-    return {named_units(inventory, settings.to), settings.to.size() > 1};
+    return {named_units(inventory, settings.to), settings.to.size() > 1, inventory};
 }
 
 std::string summary_of(const selection &selected) {

@@ -15,7 +15,8 @@ struct selection_settings {
 
 struct selection {
     std::vector<inventory_unit> units;
-    bool is_fleet = false; ///< not just one unit that was named
+    bool is_fleet = false;                   ///< not just one unit that was named
+    std::vector<inventory_unit> inventory{}; ///< all of it; empty: none
 };
 
 /// The units that are named; without a name all of the inventory, or of the group. A unit that is in

@@ -6,8 +6,10 @@
 #include "tools/gatewayctl/ending.h"
 #include "tools/gatewayctl/failure.h"
 #include "tools/gatewayctl/inventory_file.h"
+#include "tools/gatewayctl/output.h"
 #include "tools/gatewayctl/text.h"
 
+#include <csignal>
 #include <iostream>
 #include <optional>
 #include <string>
@@ -15,6 +17,7 @@
 
 namespace {
 
+// Only what may be sent: even a message that is too long can be explained.
 void check_size(const message_bytes &message) {
     if (message.empty()) {
         throw usage_failure("the message is empty");
@@ -31,7 +34,7 @@ int status_of(const description &described) {
 
 int explain(const description &described, const message_bytes &message) {
     std::cout << to_text(described, message);
-    return status_of(described);
+    return written_status(status_of(described));
 }
 
 // Whether it may be sent.
@@ -51,9 +54,8 @@ int deliver_to(const selection &selected, const message_fn &make, std::size_t si
     if (!common.failed_file.empty()) {
         failed_file.emplace(common.failed_file);
     }
-    if (selected.is_fleet) {
-        end_by_signals(); // in order to say how far it has come
-    }
+    end_by_signals(); // in order to take back what is not read, and to say how far it has come
+    std::signal(SIGPIPE, SIG_IGN); // whether anybody reads the output or not, all units are sent to
     delivery_settings settings;
     settings.via = common.via();
     settings.timeout = to_milliseconds(common.timeout);
@@ -70,18 +72,18 @@ int deliver_to(const selection &selected, const message_fn &make, std::size_t si
         failed_file->write(report.failed(), "Units that have not taken a message: " +
                                                 std::to_string(report.failed().size()));
     }
-    return report.failed().empty() ? 0 : 1;
+    return written_status(report.failed().empty() ? 0 : 1);
 }
 
 } // namespace
 
 int send_message(const message_fn &make) {
     const message_bytes message = make();
-    check_size(message);
     const description described = describe_message(message, common.via());
     if (common.is_dry_run) {
         return explain(described, message);
     }
+    check_size(message);
     const selection selected = select_units(common.units);
     return is_accepted(described) ? deliver_to(selected, make, message.size()) : 1;
 }
@@ -91,7 +93,7 @@ int send_message(const message_bytes &message) {
 }
 
 void require_tcp(const char *command) {
-    if (common.over_udp) {
+    if (common.over_udp && !common.is_dry_run) {
         throw usage_failure(std::string(command) + " works over TCP only: omit --udp");
     }
 }

@@ -11,7 +11,7 @@ int send_message(const message_bytes &message);
 /// The same for a message that depends on when it is sent.
 int send_message(const message_fn &make);
 
-/// A usage_failure if the options ask for UDP.
+/// A usage_failure if the options ask for UDP, unless the message is only explained.
 void require_tcp(const char *command);
 
 /// A usage_failure if the options ask for an explanation in place of what a command does for good.

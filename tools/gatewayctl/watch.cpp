@@ -16,7 +16,8 @@
 #include "tools/gatewayctl/watch_words.h"
 
 #include <csignal>
-#include <cstddef>
+#include <cstdint>
+#include <set>
 #include <span>
 
 namespace {
@@ -91,21 +92,20 @@ void watcher::run() {
 
 void watcher::call_roll(moment now) {
     units_.judge(now);
-    std::size_t sent = 0;
+    std::set<std::uint32_t> not_called;
     call_failure_.clear();
     for (const sockaddr_in &to : settings_.calls) {
         try {
             send_over_udp(to, make_rollcall_request());
-            ++sent;
         } catch (const run_failure &failure) {
+            not_called.insert(ntohl(to.sin_addr.s_addr));
+            ++counts_.failed_calls;
             call_failure_ = std::string("the roll call fails: ") + failure.what();
         }
     }
-    if (sent > 0) {
-        units_.note_call(now);
+    if (not_called.size() < settings_.calls.size()) {
+        units_.note_call(now, not_called);
         ++counts_.calls;
-    } else {
-        ++counts_.failed_calls;
     }
     next_call_ = now.steady + settings_.every;
     is_written_ = false;

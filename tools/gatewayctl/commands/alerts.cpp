@@ -8,6 +8,17 @@
 #include <string>
 #include <vector>
 
+namespace {
+
+void add_text(CLI::App &command, std::string &text) {
+    allow_empty(*command
+                     .add_option("--text", text,
+                                 "The text, \\n for a new line; an empty one ends the alert")
+                     ->required());
+}
+
+} // namespace
+
 void add_display_alert(CLI::App &app) {
     static display_alert_settings settings;
     CLI::App &command =
@@ -15,10 +26,7 @@ void add_display_alert(CLI::App &app) {
             settings.text = unescape(settings.text);
             return send_message(make_display_alert(settings, common.via()));
         });
-    command
-        .add_option("--text", settings.text,
-                    "The text, \\n for a new line; an empty one ends the alert")
-        ->required();
+    add_text(command, settings.text);
     command.add_option("--flag", settings.flag, "The alert flag: 1 is on")->capture_default_str();
     command.add_option("--turnout", settings.turnout,
                        "Turnout time in seconds; by default the unit keeps the current one");
@@ -35,10 +43,7 @@ void add_detail_alert(CLI::App &app) {
             }
             return send_message(make_detail_alert(settings, common.via()));
         });
-    command
-        .add_option("--text", settings.text,
-                    "The text, \\n for a new line; an empty one ends the alert")
-        ->required();
+    add_text(command, settings.text);
     command
         .add_option(
             "--unit", units,

@@ -4,6 +4,7 @@
 #include "tools/gatewayctl/describe.h"
 #include "tools/gatewayctl/failure.h"
 #include "tools/gatewayctl/messages.h"
+#include "tools/gatewayctl/output.h"
 #include "tools/gatewayctl/sending.h"
 #include "tools/gatewayctl/socket.h"
 
@@ -75,7 +76,7 @@ void add_decode(CLI::App &app) {
                                                           ? describe_record(bytes)
                                                           : describe_message(bytes, common.via());
                         std::cout << to_text(described, bytes);
-                        return described.faults.empty() ? 0 : 1;
+                        return written_status(described.faults.empty() ? 0 : 1);
                     });
     add_bytes(command, settings);
     command.add_flag("--record", is_record, "Treat it as a record sent by a unit");

@@ -13,7 +13,7 @@ namespace {
 
 bool is_confirmed(const std::string &question) {
     std::string answer;
-    std::cout << question << " [y/N] " << std::flush;
+    std::cerr << question << " [y/N] " << std::flush; // standard output is for results
     std::getline(std::cin, answer);
     return answer == "y" || answer == "Y" || answer == "yes";
 }

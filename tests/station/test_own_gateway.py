@@ -13,13 +13,13 @@ from pathlib import Path
 import pytest
 from command_support import TOP, command_line, environment, read_until_line, running_command
 from gatewayctl_support import GATEWAYCTL
-from support import busy_service, start
+from support import StationMaker, busy_service, start
 
 from simulation import door, gateway
 from simulation import running as running_stations
 from simulation.door import Door, DoorError
 from simulation.gateway import HeardRecords
-from simulation.places import DOCUMENT
+from simulation.places import DOCUMENT, host_build_directory
 from simulation.process import Process, dying_with_starter
 from simulation.station import Station
 from simulation.unit_view import UnitView
@@ -275,6 +275,40 @@ def test_gateways_side_is_free_for_all_of_try_an_alert() -> None:
             read_until_line(server, "has taken the rotation 0")
         running.send_signal(signal.SIGINT)
         assert running.wait(20) == 130
+
+
+def documented_lines() -> list[str]:
+    """What the guides and the help tell to run on the gateway's side."""
+    texts = [(TOP / "docs" / name).read_text() for name in ("workbench.md", "operations.md")]
+    text = "\n".join([*texts, run(command_line("--help"))]).replace("\\\n", " ")
+    return re.findall(r"^ +\./scripts/station (exec --gateway build/.*)$", text, re.MULTILINE)
+
+
+def test_documented_lines_work_as_written_from_this_directory(make_station: StationMaker) -> None:
+    """With relative paths: of the program, and in its arguments."""
+    name = f"test-{os.getpid()}-written"
+    station = make_station(name=name)
+    start(station)
+    lines = documented_lines()
+    assert len(lines) == 3
+    own = os.path.relpath(host_build_directory(), TOP)
+    for line in lines:
+        words = shlex.split(line.replace("build/release", own))
+        if "serve" not in words:
+            run(command_line("--name", name, *words))
+            shows(station, "DRILL\n1200 MAIN ST")
+            continue
+        with serving(command_line("--name", name, *words)) as server:
+            wait_for(lambda: is_listening(station), "the gateway")
+            gateway.send_datagram(station, gateway.roll_call())
+            read_until_line(server, "10.87.33.50      is up")
+    listing = run(inside(name, "ls", "docs/operations.md"))
+    assert listing == "docs/operations.md\n"
+
+
+def is_listening(station: Station) -> bool:
+    table = Path(f"/proc/{station.gateway_pid}/net/tcp").read_text()
+    return f":{gateway.RECORD_PORT:04X} 00000000:0000 0A" in table
 
 
 @pytest.mark.browser

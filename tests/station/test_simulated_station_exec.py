@@ -270,6 +270,28 @@ def test_programs_inherit_nothing_of_what_was_opened_to_enter(
     assert capfd.readouterr().out == "['0', '1', '2', '3']\n"
 
 
+def test_program_starts_in_the_callers_directory_on_the_gateways_side_if_it_is_there(
+    marked: Station,
+    name: str,
+    monkeypatch: pytest.MonkeyPatch,
+    capfd: pytest.CaptureFixture[str],
+) -> None:
+    def directory(side: str) -> str:
+        assert running.run_inside(name, side, ["pwd", "-P"]) == 0
+        return capfd.readouterr().out
+
+    monkeypatch.chdir(TOP / "docs")
+    assert directory("gateway") == f"{TOP}/docs\n"
+    assert directory("unit") == "/\n"
+    # The side has one of its own.
+    with tempfile.TemporaryDirectory(dir="/dev/shm") as only_here:
+        monkeypatch.chdir(only_here)
+        assert directory("gateway") == "/\n"
+        Path(f"/proc/{marked.gateway_pid}/root{only_here}").symlink_to("/usr")
+        assert directory("gateway") == "/\n"
+    assert directory("gateway") == "/\n"
+
+
 @pytest.mark.parametrize(
     "command, status",
     [(["sh", "-c", "exit 7"], 7), (["sh", "-c", "kill -9 $$"], 137), (["no-such-program"], 1)],

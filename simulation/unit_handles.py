@@ -321,9 +321,17 @@ class UnitHandles:
         return dict(self._broken)
 
     def undo_all(self) -> None:
-        for name in self.broken():
-            self.mend(name)
+        """What cannot be mended does not keep the rest from it. Raises HandleError at the end."""
+        failures = []
+        # A browser that is gone is started by a message, for which all else has to work.
+        for name in sorted(self.broken(), key=lambda name: name == "browser"):
+            try:
+                self.mend(name)
+            except HandleError as error:
+                failures.append(str(error))
         self.stop_dhcp()
+        if failures:
+            raise HandleError(" ".join(failures))
 
     def mend(self, name: str) -> None:
         """Undoes the breakage of this name."""

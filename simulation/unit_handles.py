@@ -271,8 +271,8 @@ class UnitHandles:
     # Memory and clock.
 
     def fill_memory(self) -> None:
-        """/dev/shm has no room for anything new. It shrinks to what it holds, so that this machine's
-        memory is not used up."""
+        """No file in /dev/shm can grow: it shrinks to what it holds, so that this machine's memory is
+        not used up. A document that needs no more pages than the one before is written as usual."""
         size = os.statvfs(self._station.path(_MEMORY))
         if not self._memory_size:
             self._memory_size = size.f_blocks * size.f_frsize

@@ -1,5 +1,6 @@
 """What breaks in the unit by a request to the console, and how it is mended."""
 
+import os
 from collections.abc import Callable
 
 import pytest
@@ -41,14 +42,28 @@ def test_unit_is_broken_and_mended(bench: Bench) -> None:
     assert bench.state()["unit"]["broken"] == {}
 
 
-def test_memory_is_full_and_has_room_again(bench: Bench) -> None:
+def test_documents_that_need_more_memory_are_cut_off_while_it_is_full(bench: Bench) -> None:
+    view = bench.handles.view
+    bench.do("/gateway/send", message="display-alert", text="SHORT")
+    wait_for_document(bench, alert_area="SHORT")
     bench.do("/unit/memory", state="full")
-    place = bench.station.path("/dev/shm/new")
+    # Its page is free while it is written anew.
+    bench.do("/gateway/send", message="display-alert", text="AS SHORT")
+    wait_for_document(bench, alert_area="AS SHORT")
+    new = bench.station.path("/dev/shm/new")
     with pytest.raises(OSError, match="No space left"):
-        place.write_bytes(bytes(100_000))
+        new.write_bytes(b"x")
+    assert new.read_bytes() == b""
+    new.unlink()
+    alert = {"message": "display-alert", "text": 4000 * '"'}
+    bench.do("/gateway/send", **alert)
+    cut = os.sysconf("SC_PAGE_SIZE")
+    wait_for(lambda: len(view.document_text()) == cut, "a document that is cut off")
+    assert view.document() == {}
     bench.do("/unit/memory", state="free")
-    place.write_bytes(bytes(100_000))
-    place.unlink()
+    bench.do("/gateway/send", **alert)
+    wait_for_document(bench, alert_area=4000 * "&quot;")
+    bench.do("/gateway/incident", name="end")
 
 
 def test_tools_fail_or_are_slow_until_they_are_mended(bench: Bench) -> None:

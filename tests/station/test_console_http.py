@@ -139,6 +139,37 @@ def test_gateway_sends_what_the_form_holds(bench: Bench) -> None:
     assert bench.state()["gateway"]["received"][received]["words"].startswith("roll-call reply")
 
 
+@pytest.mark.parametrize(
+    "name", ['x","y":NaN,"z":"', 'x","y":-Infinity,"z":"', 'x","y":1e999,"z":"']
+)
+def test_state_stays_json_whatever_the_document_is(bench: Bench, name: str) -> None:
+    units = [{"name": name, "color": 2}]
+    bench.do("/gateway/send", message="detail-alert", text="FIRE", units=units)
+    wait_for(lambda: name in bench.handles.view.document_text(), "the document")
+    check_state_without_document(bench)
+
+
+def test_state_stays_json_however_deep_the_document_is(bench: Bench) -> None:
+    bench.do("/gateway/send", message="detail-alert", text="FIRE")
+    address = 'x","y":' + 300 * "[" + 300 * "]" + ',"z":"'
+    bench.do("/gateway/send", message="set-map-address", address=address)
+    wait_for(lambda: address in bench.handles.view.document_text(), "the document")
+    check_state_without_document(bench)
+
+
+def check_state_without_document(bench: Bench) -> None:
+    def refuse(constant: str) -> None:
+        raise AssertionError(constant)
+
+    state = json.loads(bench.ask("/state").text, parse_constant=refuse)
+    assert state["unit"]["document"] == {}
+    assert "FIRE" in state["unit"]["document_text"]
+    bench.do("/unit/mark")
+    bench.do("/gateway/incident", name="end")
+    wait_for_document(bench, alert_area="")
+    assert "units" in [change["member"] for change in bench.state()["unit"]["changes"]]
+
+
 def test_events_come_as_they_happen_and_again_from_any_number(bench: Bench) -> None:
     connection = http.client.HTTPConnection("127.0.0.1", bench.console.port, timeout=30)
     last = bench.handles.events.add("station", "a mark").number

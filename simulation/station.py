@@ -232,7 +232,7 @@ class Station:
         """The current alert document; empty if there is none."""
         try:
             return self.path(DOCUMENT).read_text(errors="surrogateescape")
-        except FileNotFoundError:
+        except (FileNotFoundError, IsADirectoryError):
             return ""
 
     def document(self) -> dict[str, Any]:

@@ -10,6 +10,7 @@ from typing import Any
 import aiohttp
 
 from simulation import kiosk
+from simulation.console.problems import Problems
 from simulation.events import Event, EventLog
 from simulation.forward import Forward
 from simulation.screen import DRAWN, page_text
@@ -28,6 +29,7 @@ class Screencast:
         """on_change is called in the loop after each new picture, and when there is none anymore."""
         self._station = station
         self._events = events
+        self._problems = Problems(events)
         self._on_change = on_change
         self._documents: asyncio.Queue[None] = asyncio.Queue()
         self._answers: dict[int, asyncio.Future[Any]] = {}
@@ -54,10 +56,14 @@ class Screencast:
     async def _follow(self, port: int) -> None:
         async with aiohttp.ClientSession() as session:
             while True:
-                with contextlib.suppress(aiohttp.ClientError, OSError, LookupError):
+                try:
                     if self._station.listen_queue(kiosk.DEBUGGING_PORT) is not None:
                         async with self._connect(session, port) as connected:
                             await self._receive(connected)
+                except (aiohttp.ClientError, OSError, LookupError):
+                    pass  # it is just coming or going
+                except Exception as error:
+                    self._problems.tell("the unit's screen", error)
                 await asyncio.sleep(_RETRY)
 
     @contextlib.asynccontextmanager
@@ -86,6 +92,8 @@ class Screencast:
             {"format": "jpeg", "quality": _QUALITY, "maxWidth": width, "maxHeight": height},
         )
         async for message in connected:
+            if message.type != aiohttp.WSMsgType.TEXT:
+                continue
             content = message.json()
             if content.get("method") == "Page.screencastFrame":
                 self._set_picture(base64.b64decode(content["params"]["data"]))
@@ -111,9 +119,13 @@ class Screencast:
     async def _watch_documents(self) -> None:
         while True:
             await self._documents.get()
-            with contextlib.suppress(TimeoutError):
+            try:
                 async with asyncio.timeout(_PATIENCE):
                     await self._wait_until_drawn()
+            except TimeoutError:
+                pass
+            except Exception as error:
+                self._problems.tell("the picture of a document", error)
 
     async def _wait_until_drawn(self) -> None:
         document = self._station.document_text()

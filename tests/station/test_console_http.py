@@ -1,18 +1,24 @@
 """The console over HTTP: every action and its effect in the unit, and who may do what."""
 
+import asyncio
 import http.client
 import json
 import os
 import socket
 import stat
 import threading
+from collections.abc import AsyncIterator
 from typing import Any
 
+import aiohttp
 import pytest
 from console_support import Bench, bench, shared, wait_for_document
 
 from simulation.console.actions import ACTIONS
 from simulation.console.messages import FORMS
+from simulation.console.screencast import Screencast
+from simulation.events import EventLog
+from simulation.places import CONFIG
 from simulation.waiting import wait_for
 
 __all__ = ["bench", "shared"]  # fixtures
@@ -191,6 +197,66 @@ def test_events_come_as_they_happen_and_again_from_any_number(bench: Bench) -> N
     numbers = [json.loads(line)["number"] for line in lines]
     assert numbers == list(range(1, len(numbers) + 1)) and numbers[-1] >= last
     assert bench.ask("/events?since=x").status == 400
+
+
+def test_events_go_on_after_a_state_that_cannot_be_read(bench: Bench) -> None:
+    config = bench.station.path(CONFIG)
+    content = config.read_bytes()
+    connection = http.client.HTTPConnection("127.0.0.1", bench.console.port, timeout=30)
+    connection.request("GET", "/events")
+    answer = connection.getresponse()
+
+    def read_until(words: str) -> None:
+        while words not in (line := answer.fp.readline().decode()):
+            assert line
+
+    read_until("event: state")
+    config.unlink()
+    config.mkdir()
+    bench.do("/tv/deaf")
+    read_until("console: the state: IsADirectoryError")
+    assert bench.ask("/state").status == 500
+    bench.do("/tv/deaf", on=False)
+    read_until("listens to the bus again")
+    config.rmdir()
+    config.write_bytes(content)
+    bench.do("/tv/stubborn")
+    read_until('"stubborn": true')
+    connection.close()
+    told = [line for line in bench.events() if "console: the state: IsADirectory" in line]
+    assert len(told) == 1
+
+
+def test_screen_is_looked_for_whatever_goes_wrong(
+    bench: Bench, monkeypatch: pytest.MonkeyPatch
+) -> None:
+    looks: list[int] = []
+
+    def fail(port: int) -> None:
+        looks.append(port)
+        raise RuntimeError("odd")
+
+    with monkeypatch.context() as context:
+        context.setattr(bench.station, "listen_queue", fail)
+        wait_for(lambda: len(looks) > 2, "looks for the screen")
+    told = "problem: console: the unit's screen: RuntimeError('odd')"
+    assert bench.events().count(told) == 1
+
+
+def test_screen_is_told_in_text(bench: Bench) -> None:
+    async def messages() -> AsyncIterator[aiohttp.WSMessage]:
+        yield aiohttp.WSMessage(aiohttp.WSMsgType.BINARY, b"{", None)
+        frame = {"data": "QQ==", "sessionId": 1}
+        text = json.dumps({"method": "Page.screencastFrame", "params": frame})
+        yield aiohttp.WSMessage(aiohttp.WSMsgType.TEXT, text, None)
+
+    async def receive() -> bytes:
+        screencast = Screencast(bench.station, EventLog(), lambda: None)
+        connected: Any = messages()
+        await screencast._receive(connected)
+        return screencast.picture
+
+    assert asyncio.run(receive()) == b"A"
 
 
 def test_all_that_can_be_done_is_described(bench: Bench) -> None:

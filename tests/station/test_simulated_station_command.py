@@ -138,7 +138,11 @@ def test_without_the_privilege_one_sentence_and_status_1() -> None:
 @pytest.mark.browser
 def test_second_terminal_runs_programs_inside_the_running_station() -> None:
     name = f"test-{os.getpid()}"
-    assert "No station is running here" in run_command("--name", name, "exec", "true").stderr
+    for command in (["exec", "true"], ["tv", "on"]):
+        assert run_command("--name", name, *command).stderr == (
+            f'No station named "{name}" is running here: start one with ./scripts/station, or give'
+            " the name of one that runs with --name.\n"
+        )
     gatewayctl = str(host_build_directory() / "tools" / "gatewayctl" / "gatewayctl")
 
     def inside(*arguments: str) -> subprocess.CompletedProcess[str]:

@@ -5,6 +5,7 @@ import base64
 import contextlib
 import itertools
 from collections.abc import AsyncIterator, Callable
+from pathlib import Path
 from typing import Any
 
 import aiohttp
@@ -48,17 +49,20 @@ class Screencast:
 
         self._events.listen(take)
         try:
-            with Forward(self._station, kiosk.DEBUGGING_PORT) as forward:
-                await asyncio.gather(self._follow(forward.port), self._watch_documents())
+            # Whoever reaches this port operates the browser: it is for the console alone.
+            path = self._station.gateway_directory() / "browser"
+            with Forward(self._station, kiosk.DEBUGGING_PORT, path=path):
+                await asyncio.gather(self._follow(path), self._watch_documents())
         finally:
             self._events.stop_listening(take)
 
-    async def _follow(self, port: int) -> None:
-        async with aiohttp.ClientSession() as session:
+    async def _follow(self, path: Path) -> None:
+        connector = aiohttp.UnixConnector(str(path))
+        async with aiohttp.ClientSession(connector=connector) as session:
             while True:
                 try:
                     if self._station.listen_queue(kiosk.DEBUGGING_PORT) is not None:
-                        async with self._connect(session, port) as connected:
+                        async with self._connect(session) as connected:
                             await self._receive(connected)
                 except (aiohttp.ClientError, OSError, LookupError):
                     pass  # it is just coming or going
@@ -68,9 +72,10 @@ class Screencast:
 
     @contextlib.asynccontextmanager
     async def _connect(
-        self, session: aiohttp.ClientSession, port: int
+        self, session: aiohttp.ClientSession
     ) -> AsyncIterator[aiohttp.ClientWebSocketResponse]:
-        async with session.get(f"http://127.0.0.1:{port}/json/list") as answer:
+        address = f"http://127.0.0.1:{kiosk.DEBUGGING_PORT}/json/list"  # as the browser knows it
+        async with session.get(address) as answer:
             pages = [page for page in await answer.json() if page["type"] == "page"]
         address = pages[0]["webSocketDebuggerUrl"]
         async with session.ws_connect(address, max_msg_size=0) as connected:

@@ -8,6 +8,7 @@ import socket
 import stat
 import threading
 from collections.abc import AsyncIterator
+from pathlib import Path
 from typing import Any
 
 import aiohttp
@@ -381,6 +382,19 @@ def test_only_this_machine_can_ask(bench: Bench) -> None:
     assert places == [f"0100007F:{bench.console.port:04X}"]
     # Only root can read the token's file.
     assert stat.S_IMODE(os.stat(bench.console.key).st_mode) == 0o600
+
+
+def test_nothing_else_is_open_to_this_machine(bench: Bench) -> None:
+    """Whoever reaches the debugging port of the unit's browser needs no token."""
+    fds = [os.path.join("/proc/self/fd", fd) for fd in os.listdir("/proc/self/fd")]
+    own = {os.readlink(fd) for fd in fds if os.path.islink(fd)}
+    with open("/proc/self/net/tcp", encoding="ascii") as table:
+        lines = [line.split() for line in table]
+    listening = [x[1] for x in lines if x[3] == "0A" and f"socket:[{x[9]}]" in own]
+    assert listening == [f"0100007F:{bench.console.port:04X}"]
+    run = Path(f"/proc/{bench.station.gateway_pid}/root/run")
+    (directory,) = [path.parent for path in run.glob("*/browser") if path.is_socket()]
+    assert stat.S_IMODE(directory.stat().st_mode) == 0o700
 
 
 def test_page_is_nobody_elses(bench: Bench) -> None:

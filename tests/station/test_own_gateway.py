@@ -3,6 +3,7 @@
 import contextlib
 import os
 import re
+import resource
 import shlex
 import signal
 import socket
@@ -173,6 +174,39 @@ def test_message_that_is_given_up_outside_never_arrives(
     assert outside.send(gateway.display_alert("LAST")) == b""
     shows(station, "LAST")
     assert "GIVEN UP" not in station.path("/tmp/alerts.log").read_text()
+
+
+def test_message_that_waits_when_the_station_ends_is_reset(
+    station: Station, service: Process
+) -> None:
+    """A plain end would mean that the unit has taken it."""
+    with busy_service(station):
+        with Outside(station) as outside:
+            waiting = outside.connect()
+            waiting.sendall(gateway.display_alert("WAITS"))
+            wait_for(lambda: outside.messages, "the message at the door")
+        with waiting, pytest.raises(ConnectionResetError):
+            waiting.recv(1)
+
+
+def test_door_stays_open_after_a_connection_that_it_could_not_accept(
+    station: Station, service: Process, outside: Outside
+) -> None:
+    with socket.socket() as connection:
+        connection.settimeout(DEADLINE)
+        limits = resource.getrlimit(resource.RLIMIT_NOFILE)
+        lowest = os.dup(0)
+        os.close(lowest)
+        resource.setrlimit(resource.RLIMIT_NOFILE, (lowest, limits[1]))
+        try:
+            connection.connect((outside.door.address, gateway.COMMAND_PORT))
+            refused = "a connection cannot be accepted: [Errno 24] Too many open files"
+            wait_for(lambda: refused in outside.problems, refused)
+        finally:
+            resource.setrlimit(resource.RLIMIT_NOFILE, limits)
+        connection.sendall(gateway.display_alert("LATER"))
+        assert connection.recv(1) == b""
+    shows(station, "LATER")
 
 
 def test_records_that_nobody_takes_do_not_matter(

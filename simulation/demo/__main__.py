@@ -16,6 +16,7 @@ from simulation.demo.play import play_all, wait_for_end
 from simulation.demo.timeline import Timeline
 from simulation.door import DoorError
 from simulation.forward import Forward
+from simulation.handle_error import HandleError
 from simulation.handles import Handles, parse_input
 from simulation.places import WEB_PORT, host_build_directory
 from simulation.recorder import Recorder
@@ -55,7 +56,7 @@ def main() -> int:
             if arguments.units:
                 return show_fleet(arguments.units, arguments.name, stack)
             return run_station(arguments, stack)
-    except (StationError, DoorError, running.NotEntered) as error:
+    except (StationError, DoorError, HandleError, running.NotEntered) as error:
         print(error, file=sys.stderr)
         return 1
     except Ended as ended:

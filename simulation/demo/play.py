@@ -5,6 +5,7 @@ from typing import TYPE_CHECKING
 from simulation import gateway
 from simulation.demo.cases import CASES, END
 from simulation.demo.timeline import Timeline
+from simulation.handle_error import HandleError
 from simulation.handles import Handles
 from simulation.scenario import NotObserved, Scenario, Scene
 from simulation.station import Station
@@ -52,7 +53,7 @@ def play(
     scene.wait_for_start()
     try:
         scenario.play(scene)
-    except NotObserved as error:
+    except (NotObserved, HandleError, OSError) as error:
         timeline.say("problem", f"not observed: {error}")
         return False
     finally:

@@ -145,3 +145,22 @@ def test_unit_resets_and_asks_for_an_address(bench: Bench) -> None:
     bench.do("/gateway/incident", name="end")
     bench.do("/unit/dhcp", on=False)
     assert not bench.handles.unit.is_dhcp_on
+
+
+@pytest.mark.slow
+def test_nothing_is_kept_open_of_what_has_been_replaced(bench: Bench) -> None:
+    def replace_all() -> None:
+        bench.do("/unit/dhcp")
+        bench.do("/unit/dhcp", on=False)
+        bench.do("/unit/web-server", state="killed")
+        bench.do("/unit/web-server", state="back")
+        bench.do("/unit/reset")
+
+    def descriptors() -> int:
+        return len(os.listdir("/proc/self/fd"))
+
+    replace_all()
+    kept, processes = descriptors(), len(bench.station.processes)
+    replace_all()
+    assert len(bench.station.processes) == processes
+    wait_for(lambda: descriptors() <= kept, f"{kept} descriptors")

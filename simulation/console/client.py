@@ -5,6 +5,7 @@ They ask the running station's console over HTTP, as its page does. Standard lib
 
 import argparse
 import json
+import os
 import re
 import sys
 import urllib.error
@@ -82,8 +83,7 @@ def run(arguments: argparse.Namespace, gateway_pid: int) -> int:
         if arguments.command in ("state", "events"):
             path = "state" if arguments.command == "state" else "events.jsonl"
             answer = ask(address + path, header)
-            print(json.dumps(json.loads(answer), indent=2) if path == "state" else answer, end="")
-            print(end="\n" if path == "state" else "")
+            _write(json.dumps(json.loads(answer), indent=2) + "\n" if path == "state" else answer)
         else:
             path, body = arguments.read(arguments)
             ask(address + path.lstrip("/"), header, body)
@@ -91,6 +91,16 @@ def run(arguments: argparse.Namespace, gateway_pid: int) -> int:
         print(error, file=sys.stderr)
         return 1
     return 0
+
+
+def _write(text: str) -> None:
+    try:
+        print(text, end="", flush=True)
+    except BrokenPipeError:
+        # Whoever reads it has seen enough. What is left may not fail again at exit.
+        nobody = os.open(os.devnull, os.O_WRONLY)
+        os.dup2(nobody, sys.stdout.fileno())
+        os.close(nobody)
 
 
 def find_console(gateway_pid: int) -> tuple[str, tuple[str, str]]:

@@ -126,6 +126,29 @@ def test_only_what_starts_a_station_builds_it(tmp_path: Path, line: str, is_buil
     assert result.stderr == ("builds\n" if is_built else "")
 
 
+NO_PORT = (
+    'argument --{}: "{}" is no port from {} to 65535 (a scenario comes before this option; commands'
+    " for a running station go without it)\n"
+)
+
+
+@pytest.mark.parametrize(
+    "line, complaint",
+    [
+        ("run --console silent-television", NO_PORT.format("console", "silent-television", 0)),
+        ("--console tv off", NO_PORT.format("console", "tv", 0)),
+        ("--console 65536", NO_PORT.format("console", "65536", 0)),
+        ("--forward 0", NO_PORT.format("forward", "0", 1)),
+        ("--units x", 'argument --units: there are 1 to 200 units, not "x"\n'),
+        ("--units 0", 'argument --units: there are 1 to 200 units, not "0"\n'),
+    ],
+)
+def test_values_that_are_none_are_told_in_a_sentence(line: str, complaint: str) -> None:
+    result = run_command(*line.split())
+    assert result.returncode == 2
+    assert result.stderr.endswith(f" error: {complaint}")
+
+
 def test_without_the_privilege_one_sentence_and_status_1() -> None:
     result = run_command("--once", unprivileged=True)
     assert result.returncode == 1

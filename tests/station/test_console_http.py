@@ -5,6 +5,7 @@ import http.client
 import json
 import socket
 import threading
+import time
 from collections.abc import AsyncIterator
 from typing import Any
 
@@ -12,10 +13,12 @@ import aiohttp
 import pytest
 from console_support import Bench, bench, shared, wait_for_document
 
+from simulation import gateway
 from simulation.console.actions import ACTIONS
 from simulation.console.messages import FORMS
 from simulation.console.screencast import Screencast
 from simulation.events import EventLog
+from simulation.handle_error import HandleError
 from simulation.places import ALERT_LOG, CONFIG
 from simulation.waiting import wait_for
 
@@ -278,6 +281,59 @@ def test_message_that_the_unit_does_not_take_is_reported(bench: Bench) -> None:
     with pytest.raises(Exception, match="has not taken the message"):
         bench.handles.gateway.send(b"\0", deadline=0.1)
     bench.do("/unit/address", state="back")
+
+
+def test_message_that_waits_for_an_earlier_one_is_given_up_too(bench: Bench) -> None:
+    gateway_handles = bench.handles.gateway
+    with gateway_handles._sending, pytest.raises(HandleError, match="not taken an earlier one"):
+        gateway_handles.send(b"\0", deadline=0.01)
+    bench.do("/gateway/send", message="raw", hex="00")
+
+
+class SlowConnection:
+    """Each step takes some of the time."""
+
+    def __init__(self) -> None:
+        self.timeouts: list[float] = []
+
+    def __enter__(self) -> "SlowConnection":
+        return self
+
+    def __exit__(self, *_: object) -> None:
+        pass
+
+    def settimeout(self, seconds: float) -> None:
+        self.timeouts.append(seconds)
+
+    def sendall(self, _: bytes) -> None:
+        take_time()
+
+    def recv(self, _: int) -> bytes:
+        return b""
+
+
+STEP = 0.01
+
+
+def take_time() -> None:
+    end = time.monotonic() + STEP
+    wait_for(lambda: time.monotonic() >= end, "a step's time")
+
+
+def test_deadline_of_a_message_is_for_all_of_it(
+    bench: Bench, monkeypatch: pytest.MonkeyPatch
+) -> None:
+    connection = SlowConnection()
+
+    def connect(*_: object, deadline: float) -> SlowConnection:
+        connection.settimeout(deadline)
+        take_time()
+        return connection
+
+    monkeypatch.setattr(gateway, "connect", connect)
+    bench.handles.gateway.send(b"\0", deadline=5.0)
+    connecting, sending, waiting = connection.timeouts
+    assert 5.0 >= connecting >= sending + STEP >= waiting + 2 * STEP
 
 
 def test_console_takes_another_port_if_its_own_is_taken(bench: Bench) -> None:

@@ -225,6 +225,11 @@ class GatewayHandles:
                 connection.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, linger)
                 raise
 
+    @property
+    def is_hearing(self) -> bool:
+        """Whether it receives the records at all, and not another gateway."""
+        return self._records.is_hearing
+
     def received(self) -> list[bytes]:
         """The records from the unit, oldest first; gateway.describe_record explains one."""
         return self._records.records()

@@ -97,7 +97,7 @@ def run_station(arguments: argparse.Namespace, stack: contextlib.ExitStack) -> i
             programs=unit_tools(),
         )
     )
-    records = open_gateway_side(station, arguments.no_gateway, stack)
+    records = open_gateway_side(station, arguments.no_gateway, arguments.forward is not None, stack)
     television = stack.enter_context(prepare_television(station, setup))
     prepare_unit(station, setup, arguments.has_browser)
     handles = Handles(station, television, records)

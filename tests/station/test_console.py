@@ -17,6 +17,7 @@ from selenium.webdriver.remote.webelement import WebElement
 from selenium.webdriver.support.select import Select
 
 from simulation.console.incidents import INCIDENTS
+from simulation.gateway import NoRecords
 from simulation.unit_handles import TOOLS
 from simulation.waiting import wait_for
 
@@ -154,6 +155,10 @@ def press_what_sends(page: Page) -> None:
     received = len(page.bench.handles.gateway.received())
     page.press("#send", lambda: len(page.bench.handles.gateway.received()) > received)
     page.press("#tab-received", lambda: "roll-call reply" in page.text("#records"))
+    assert page.text("#records-note") == "What the unit sent to port 5000 of 10.87.33.20."
+    with pytest.MonkeyPatch.context() as context:
+        context.setattr(page.bench.handles.gateway, "_records", NoRecords())
+        wait_for(lambda: "Another gateway" in page.text("#records-note"), "the note")
 
 
 def press_what_breaks_the_unit(page: Page) -> None:

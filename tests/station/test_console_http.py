@@ -336,6 +336,14 @@ def test_deadline_of_a_message_is_for_all_of_it(
     assert 5.0 >= connecting >= sending + STEP >= waiting + 2 * STEP
 
 
+def test_state_says_whether_the_records_are_heard(
+    bench: Bench, monkeypatch: pytest.MonkeyPatch
+) -> None:
+    assert bench.state()["gateway"]["heard"]
+    monkeypatch.setattr(bench.handles.gateway, "_records", gateway.NoRecords())
+    assert not bench.state()["gateway"]["heard"]
+
+
 def test_console_takes_another_port_if_its_own_is_taken(bench: Bench) -> None:
     from simulation.console.server import _listen
 

@@ -292,8 +292,9 @@ def test_gateways_side_is_free_for_all_of_try_an_alert() -> None:
     lines = own_gateway_lines()
     assert "gatewayctl roll-call --broadcast 10.87.33.255" in lines
     assert all(any(word in line for line in lines) for word in EFFECTS)
-    with running_command("--name", name, "--no-gateway") as running:
-        read_until_line(running, "the station keeps running")
+    with running_command("--name", name, "--no-gateway", "--console", "0") as running:
+        read_until_line(running, "the station is yours")
+        assert '"heard": false' in run(command_line("--name", name, "state"))
         unit = running_stations.find_station(name)["sides"][1]
         document = Path(f"/proc/{unit['pid']}/root{DOCUMENT}")
         for line in lines:

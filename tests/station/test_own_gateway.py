@@ -277,13 +277,19 @@ def run(command: list[str]) -> str:
 
 @contextlib.contextmanager
 def serving(command: list[str]) -> Iterator[subprocess.Popen[str]]:
+    """It ends with all that it has started: what it runs inside would go on listening there."""
     with subprocess.Popen(
-        command, cwd=TOP, env=environment(), stdout=subprocess.PIPE, text=True
+        command,
+        cwd=TOP,
+        env=environment(),
+        stdout=subprocess.PIPE,
+        text=True,
+        start_new_session=True,
     ) as server:
         try:
             yield server
         finally:
-            server.kill()
+            os.killpg(server.pid, signal.SIGKILL)
 
 
 @pytest.mark.browser
@@ -337,6 +343,7 @@ def test_documented_lines_work_as_written_from_this_directory(make_station: Stat
             wait_for(lambda: is_listening(station), "the gateway")
             gateway.send_datagram(station, gateway.roll_call())
             read_until_line(server, "10.87.33.50      is up")
+        wait_for(lambda: not is_listening(station), "the gateway's end")
     listing = run(inside(name, "ls", "docs/operations.md"))
     assert listing == "docs/operations.md\n"
 

@@ -5,7 +5,7 @@
     127.0.0.1:5000                   ←    10.87.33.20:5000         ←    its records
 
 Each connection on one side has its own on the other, and they share their fate: where one ends or is
-reset, so is the other. A gateway that sends from 127.0.0.21 is 10.87.33.21 to the unit; any other
+reset, so is the other. Both are reset if the station ends before them. A gateway that sends from 127.0.0.21 is 10.87.33.21 to the unit; any other
 one is 10.87.33.20. The unit's records go to where the gateway last sent from, and before that to
 127.0.0.1.
 """
@@ -30,6 +30,10 @@ _OTHER_OUTSIDE_GATEWAY = "127.0.0.21"
 _INSIDE = (GATEWAY, OTHER_GATEWAY)
 _LARGEST = 65536
 _ON_ITS_WAY = 64  # chunks of a connection, before its sender has to wait
+_MOMENT = 0.5  # seconds
+
+# Closing a connection resets it, or its data and its end are still brought to its peer.
+_RESETTING, _ORDERLY = struct.pack("ii", 1, 0), struct.pack("ii", 0, 0)
 
 
 class DoorError(Exception):
@@ -99,11 +103,19 @@ class Door:
         self._tasks.add(task)
         task.add_done_callback(self._tasks.discard)
 
+    async def _accept(self, listening: socket.socket) -> tuple[socket.socket, tuple[str, int]]:
+        while True:
+            try:
+                return await self._loop.sock_accept(listening)
+            except OSError as error:
+                self._on_problem(f"a connection cannot be accepted: {error}")
+                await asyncio.sleep(_MOMENT)
+
     # What the gateway sends.
 
     async def _take_commands(self) -> None:
         while True:
-            outer, (peer, _) = await self._loop.sock_accept(self._commands)
+            outer, (peer, _) = await self._accept(self._commands)
             self._start(self._join_command(outer, peer))
 
     async def _join_command(self, outer: socket.socket, peer: str) -> None:
@@ -145,19 +157,26 @@ class Door:
         """They arrive outside in the order in which the unit has connected."""
         inside = listening.getsockname()[0]
         while True:
-            inner, _ = await self._loop.sock_accept(listening)
-            outer = _connection()
+            inner, _ = await self._accept(listening)
             try:
-                # A gateway tells units by their addresses, and answers there.
-                outer.bind((self.address, 0))
-                target = (self._last_sender.get(inside, _OUTSIDE_GATEWAY), self._record_port)
-                await self._loop.sock_connect(outer, target)
+                outer = await self._connect_outside(inside)
             except OSError:
                 self._on_problem(f"nobody listens on port {self._record_port}: a record is lost")
-                outer.close()
-                _reset(inner)
+                inner.close()
             else:
                 self._start(self._join_record(inner, outer))
+
+    async def _connect_outside(self, inside: str) -> socket.socket:
+        outer = _connection()
+        try:
+            # A gateway tells units by their addresses, and answers there.
+            outer.bind((self.address, 0))
+            target = (self._last_sender.get(inside, _OUTSIDE_GATEWAY), self._record_port)
+            await self._loop.sock_connect(outer, target)
+        except OSError:
+            outer.close()
+            raise
+        return outer
 
     async def _join_record(self, inner: socket.socket, outer: socket.socket) -> None:
         with inner, outer:
@@ -170,7 +189,8 @@ async def _join(
     tell: Callable[[bytes], None],
     connecting: Awaitable[None] | None = None,
 ) -> None:
-    """Copies in both directions until both have ended, and tells the near one's first chunk. The
+    """Copies in both directions until both have ended, and tells the near one's first chunk. If they
+    are closed before that, both are reset: a plain end would mean that the message has been read. The
     near one is read from the beginning: if it is reset while the far one is still connecting,
     nothing may reach the other side later."""
     there: asyncio.Queue[bytes] = asyncio.Queue(_ON_ITS_WAY)
@@ -183,9 +203,10 @@ async def _join(
             copying.create_task(_write(there, far))
             copying.create_task(_read(far, back))
             copying.create_task(_write(back, near))
+        for end in (near, far):
+            end.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, _ORDERLY)
     except* OSError:
-        _reset(near)
-        _reset(far)
+        pass  # whoever closes them resets them
 
 
 async def _read(
@@ -208,15 +229,10 @@ async def _write(chunks: asyncio.Queue[bytes], target: socket.socket) -> None:
     target.shutdown(socket.SHUT_WR)
 
 
-def _reset(end: socket.socket) -> None:
-    """Closes it so that its peer notices that this was not an orderly end."""
-    end.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, struct.pack("ii", 1, 0))
-    end.close()
-
-
 def _connection() -> socket.socket:
     opened = socket.socket()
     opened.setblocking(False)
+    opened.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, _RESETTING)
     # What was sent in one piece leaves in one piece.
     opened.setsockopt(socket.IPPROTO_TCP, socket.TCP_NODELAY, 1)
     return opened
@@ -238,6 +254,8 @@ def _listen_outside() -> tuple[socket.socket, socket.socket]:
 def _listen(address: str, port: int) -> socket.socket:
     listening = socket.create_server((address, port))
     listening.setblocking(False)
+    # For the connections that it accepts, from their first moment on.
+    listening.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, _RESETTING)
     return listening
 
 

@@ -1,22 +1,29 @@
-"""A port of this machine's loopback that leads into the unit."""
+"""A port of this machine's loopback, or a socket in a directory, that leads into the unit."""
 
 import contextlib
 import socket
 import threading
+from pathlib import Path
 
 from simulation.station import Station
 from simulation.waiting import DEADLINE
 
 
 class Forward:
-    """Connections to 127.0.0.1:port on this machine go to 127.0.0.1:unit_port in the unit. Use it
-    in a with statement."""
+    """Connections to 127.0.0.1:port on this machine, or to the socket of this path, go to
+    127.0.0.1:unit_port in the unit. Use it in a with statement."""
 
-    def __init__(self, station: Station, unit_port: int, port: int = 0) -> None:
+    def __init__(
+        self, station: Station, unit_port: int, port: int = 0, path: Path | None = None
+    ) -> None:
+        """With a path, only those who may use its directory can connect."""
         self._station = station
         self._unit_port = unit_port
-        self._listening = socket.create_server(("127.0.0.1", port))
-        self.port: int = self._listening.getsockname()[1]
+        if path:
+            self._listening = _listen_at(path)
+        else:
+            self._listening = socket.create_server(("127.0.0.1", port))
+        self.port: int = 0 if path else self._listening.getsockname()[1]
         self._thread = threading.Thread(target=self._serve, daemon=True)
         self._thread.start()
 
@@ -47,6 +54,13 @@ class Forward:
         inner.settimeout(None)
         for source, target in ((outer, inner), (inner, outer)):
             threading.Thread(target=_copy, args=(source, target), daemon=True).start()
+
+
+def _listen_at(path: Path) -> socket.socket:
+    listening = socket.socket(socket.AF_UNIX)
+    listening.bind(str(path))
+    listening.listen()
+    return listening
 
 
 def _copy(source: socket.socket, target: socket.socket) -> None:

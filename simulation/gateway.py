@@ -206,6 +206,8 @@ def describe_record(record: bytes) -> str:
 class RecordListener:
     """Receives what units send to port 5000, one record per connection."""
 
+    is_hearing = True
+
     def __init__(self, listening: socket.socket) -> None:
         self._listening = listening
         self._records: list[bytes] = []
@@ -255,6 +257,12 @@ def _listen(address: str, port: int, backlog: int) -> socket.socket:
     listening.bind((address, port))
     listening.listen(backlog)
     return listening
+
+
+class NoRecords(HeardRecords):
+    """Where another gateway receives them, and nobody tells."""
+
+    is_hearing = False
 
 
 @contextlib.contextmanager

@@ -12,9 +12,12 @@ What is done is also said in handles.events. Any thread may use the handles; eac
 it is done. A call that cannot do what it says raises HandleError, with a sentence for people.
 """
 
+import contextlib
 import socket
 import struct
 import threading
+import time
+from collections.abc import Iterator
 
 from simulation import gateway
 from simulation.events import EventLog
@@ -178,30 +181,43 @@ class GatewayHandles:
         source: str = gateway.GATEWAY,
         deadline: float = SEND_DEADLINE,
     ) -> None:
-        """Returns when the unit has read the message; a datagram is on its way then."""
+        """Returns when the unit has read the message; a datagram is on its way then. The deadline is
+        for all of it, other messages before it included."""
         if source not in GATEWAY_ADDRESSES:
             raise HandleError(f"The gateway has the addresses {', '.join(GATEWAY_ADDRESSES)}.")
         destination = self._view.address() or UNIT_ADDRESS
-        with self._sending:
-            self._events.add("gateway", "sends: " + (words or gateway.message_name(message)))
-            try:
+        end = time.monotonic() + deadline
+        try:
+            with self._turn(end):
+                self._events.add("gateway", "sends: " + (words or gateway.message_name(message)))
                 if is_datagram:
                     gateway.send_datagram(self._station, message, source, destination)
                 else:
-                    self._send_over_connection(message, source, destination, deadline)
-            except OSError as error:  # includes TimeoutError
-                self._events.add("problem", f"the unit has not taken the message: {error}")
-                raise HandleError(f"The unit has not taken the message: {error}.") from error
+                    self._send_over_connection(message, source, destination, end)
+        except OSError as error:  # includes TimeoutError
+            self._events.add("problem", f"the unit has not taken the message: {error}")
+            raise HandleError(f"The unit has not taken the message: {error}.") from error
+
+    @contextlib.contextmanager
+    def _turn(self, end: float) -> Iterator[None]:
+        if not self._sending.acquire(timeout=_left(end)):
+            raise TimeoutError("it has not taken an earlier one")
+        try:
+            yield
+        finally:
+            self._sending.release()
 
     def _send_over_connection(
-        self, message: bytes, source: str, destination: str, deadline: float
+        self, message: bytes, source: str, destination: str, end: float
     ) -> None:
-        connection = gateway.connect(self._station, source, destination, deadline=deadline)
+        connection = gateway.connect(self._station, source, destination, deadline=_left(end))
         with connection:
             try:
+                connection.settimeout(_left(end))
                 connection.sendall(message)
                 if not message:
                     connection.shutdown(socket.SHUT_WR)
+                connection.settimeout(_left(end))
                 gateway.wait_until_closed(connection)
             except TimeoutError:
                 # Or it could arrive after a newer one.
@@ -209,6 +225,19 @@ class GatewayHandles:
                 connection.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, linger)
                 raise
 
+    @property
+    def is_hearing(self) -> bool:
+        """Whether it receives the records at all, and not another gateway."""
+        return self._records.is_hearing
+
     def received(self) -> list[bytes]:
         """The records from the unit, oldest first; gateway.describe_record explains one."""
         return self._records.records()
+
+
+def _left(end: float) -> float:
+    """Seconds until then. Raises TimeoutError."""
+    left = end - time.monotonic()
+    if left <= 0:
+        raise TimeoutError("timed out")
+    return left

@@ -131,3 +131,4 @@ class Process:
         self.kill()
         os.close(self._output)
         os.close(self._errors)
+        self._output = self._errors = -1  # the numbers may soon be other files

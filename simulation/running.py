@@ -30,15 +30,12 @@ def run_inside(
     return status if status >= 0 else 128 - status
 
 
-def gateway_pid(name: str) -> int | None:
+def gateway_pid(name: str) -> int:
     """Of the first process on the gateway's side of the newest running station with this name, after
-    the same checks."""
-    try:
-        record = find_station(name)
-        with _opened(record, "gateway"):
-            return next(side["pid"] for side in record["sides"] if side["side"] == "gateway")
-    except NotEntered:
-        return None
+    the same checks. Raises NotEntered."""
+    record = find_station(name)
+    with _opened(record, "gateway"):
+        return next(side["pid"] for side in record["sides"] if side["side"] == "gateway")
 
 
 def find_station(name: str) -> Record:
@@ -48,7 +45,10 @@ def find_station(name: str) -> Record:
         raise NotEntered("/proc shows the processes of another PID namespace than this one.")
     found = [record for pid in _processes() for record in _record_of(pid, name)]
     if not found:
-        raise NotEntered("No station is running here: start one with ./scripts/station.")
+        raise NotEntered(
+            f'No station named "{name}" is running here: start one with ./scripts/station, or give'
+            " the name of one that runs with --name."
+        )
     return max(found, key=lambda started: started[0])[1]
 
 
@@ -86,8 +86,8 @@ def _status_field(process: str, field: str) -> list[str]:
 
 
 @contextlib.contextmanager
-def _directory(path: str, at: int | None = None) -> Iterator[int]:
-    fd = os.open(path, os.O_RDONLY | os.O_DIRECTORY, dir_fd=at)
+def _directory(path: str, at: int | None = None, flags: int = 0) -> Iterator[int]:
+    fd = os.open(path, os.O_RDONLY | os.O_DIRECTORY | flags, dir_fd=at)
     try:
         yield fd
     finally:
@@ -120,7 +120,21 @@ def _opened(record: Record, name: str) -> Iterator[tuple[list[str], bool]]:
             for kind, fd in opened.items()
             if kind != "user" or has_users
         ]
-        yield [*options, f"--root={place}/{root}", f"--wd={place}/{root}"], has_users
+        # What a command line says there has the meaning that it has here, as far as it goes.
+        start = _own_directory(root, stack) if name == "gateway" else root
+        yield [*options, f"--root={place}/{root}", f"--wd={place}/{start}"], has_users
+
+
+def _own_directory(root: int, stack: contextlib.ExitStack) -> int:
+    """The caller's working directory below another root; the root if it does not exist there."""
+    place = root
+    try:
+        for name in Path.cwd().parts[1:]:
+            # A link could lead out of that root.
+            place = stack.enter_context(_directory(name, place, os.O_NOFOLLOW))
+    except OSError:
+        return root
+    return place
 
 
 def _check(station: str, side: Side, opened: Mapping[str, int], root: int) -> None:

@@ -96,6 +96,7 @@ class Station:
         """is_board_root is for tests of the board's own scripts: programs may become other users,
         mount, and create namespaces, in a user namespace that affects only the unit."""
         self.processes: list[Process] = []
+        self.web_server: Process | None = None
         self._has_display = has_display
         self.is_emulated = is_for_arm(build_directory() / "hdtv" / "hdtv")
         identity = Identity(address, hardware_address)
@@ -208,8 +209,8 @@ class Station:
 
     def close(self) -> None:
         try:
-            for process in self.processes:
-                process.close()
+            for process in list(self.processes):
+                self.forget(process)
         finally:
             self._keeper.kill()
             self._keeper.communicate()
@@ -232,7 +233,7 @@ class Station:
         """The current alert document; empty if there is none."""
         try:
             return self.path(DOCUMENT).read_text(errors="surrogateescape")
-        except FileNotFoundError:
+        except (FileNotFoundError, IsADirectoryError):
             return ""
 
     def document(self) -> dict[str, Any]:
@@ -310,6 +311,11 @@ class Station:
         self.processes.append(process)
         return process
 
+    def forget(self, process: Process) -> None:
+        """Ends it, and drops its output."""
+        self.processes.remove(process)
+        process.close()
+
     def run(self, *command: str) -> str:
         """Runs a setup program in the unit, confined like the service; returns its output."""
         return subprocess.run(
@@ -335,6 +341,7 @@ class Station:
         """The unit's web server with the station page, ready when this returns."""
         server = self.start("/usr/sbin/lighttpd", "-D", "-f", f"{STATION_WEB}/lighttpd.conf")
         wait_for(lambda: self.listen_queue(WEB_PORT) is not None, "the unit's web server")
+        self.web_server = server
         return server
 
     def use_real_browser(self, program: str = "kiosk") -> None:

@@ -80,6 +80,7 @@ class UnitHandles:
 
     def _start_service(self) -> Process:
         with self._restarting:
+            before = self._view.service
             command = [*self._clock_command(), *self._station.service_command]
             service = self._start(
                 lambda: self._station.start(*command, environment=self._environment)
@@ -87,6 +88,8 @@ class UnitHandles:
             self._view.service = service
         for listener in self._service_listeners:
             listener(service)
+        if before:
+            self._station.forget(before)
         return service
 
     def _start(self, start: Callable[[], Process]) -> Process:
@@ -115,7 +118,7 @@ class UnitHandles:
             self.free_memory()
             self._broken.pop("browser", None)
             self._broken.pop("web-server", None)
-            self._start(self._station.start_web_server)
+            self._start_web_server()
             self._start_service()
 
     def _free_port(self) -> None:
@@ -147,7 +150,7 @@ class UnitHandles:
 
     def stop_dhcp(self) -> None:
         if self._dhcp is not None:
-            self._dhcp.kill()
+            self._station.forget(self._dhcp)
             self._dhcp = None
             self._say("the network leases no more addresses")
 
@@ -216,8 +219,14 @@ class UnitHandles:
 
     def restore_web_server(self) -> None:
         if not self._view.find_processes("lighttpd"):
-            self._start(self._station.start_web_server)
+            self._start_web_server()
         self._mend("web-server", "the web server works again")
+
+    def _start_web_server(self) -> None:
+        before = self._station.web_server
+        self._start(self._station.start_web_server)
+        if before:
+            self._station.forget(before)
 
     def _kill(self, pids: list[int]) -> None:
         """They have ended when this returns."""
@@ -271,8 +280,8 @@ class UnitHandles:
     # Memory and clock.
 
     def fill_memory(self) -> None:
-        """/dev/shm has no room for anything new. It shrinks to what it holds, so that this machine's
-        memory is not used up."""
+        """No file in /dev/shm can grow: it shrinks to what it holds, so that this machine's memory is
+        not used up. A document that needs no more pages than the one before is written as usual."""
         size = os.statvfs(self._station.path(_MEMORY))
         if not self._memory_size:
             self._memory_size = size.f_blocks * size.f_frsize
@@ -321,9 +330,17 @@ class UnitHandles:
         return dict(self._broken)
 
     def undo_all(self) -> None:
-        for name in self.broken():
-            self.mend(name)
+        """What cannot be mended does not keep the rest from it. Raises HandleError at the end."""
+        failures = []
+        # A browser that is gone is started by a message, for which all else has to work.
+        for name in sorted(self.broken(), key=lambda name: name == "browser"):
+            try:
+                self.mend(name)
+            except HandleError as error:
+                failures.append(str(error))
         self.stop_dhcp()
+        if failures:
+            raise HandleError(" ".join(failures))
 
     def mend(self, name: str) -> None:
         """Undoes the breakage of this name."""

@@ -4,6 +4,7 @@ import contextlib
 import fcntl
 import functools
 import json
+import math
 import os
 import socket
 import struct
@@ -20,6 +21,8 @@ from simulation.station import Station
 
 FULL_BUDGET = 900  # kicks between two refills, as in hdtv/watchdog.cpp
 LIVENESS_LIMIT = 300  # seconds: an older file no longer counts as a page that is alive
+
+_DEEPEST = 16  # levels of a document
 
 _SIOCGIFADDR = 0x8915
 _BUDGET = "wdt_seconds"  # a kept name
@@ -71,13 +74,16 @@ class UnitView:
         return self._station.document_text()
 
     def document(self) -> dict[str, Any]:
-        """Empty if there is none, or if it is not the document's form."""
+        """Empty if there is none, or if it is not the document's form: a quotation mark in an alert
+        can turn it into anything."""
         try:
-            objects = json.loads(self.document_text(), strict=False)
+            objects = json.loads(
+                self.document_text(), strict=False, parse_float=_finite, parse_constant=_finite
+            )
         except (ValueError, RecursionError):
             return {}
         is_document = isinstance(objects, list) and objects and isinstance(objects[0], dict)
-        return dict(objects[0]) if is_document else {}
+        return dict(objects[0]) if is_document and not _is_deeper(objects[0], _DEEPEST) else {}
 
     def mark_document(self) -> None:
         """From now on, changes are those since now."""
@@ -175,6 +181,22 @@ class UnitView:
         pages = int(fields[21])
         size = pages * os.sysconf("SC_PAGE_SIZE") // 1024
         return ProcessView(pid, int(fields[1]), name, fields[0], command.strip(), size)
+
+
+def _finite(text: str) -> float:
+    """Other numbers cannot be passed on as JSON."""
+    number = float(text)
+    if not math.isfinite(number):
+        raise ValueError(f"{text} is no number")
+    return number
+
+
+def _is_deeper(value: Any, most: int) -> bool:
+    """Than so many objects and lists in each other: what walks through it needs no more."""
+    if most == 0:
+        return True
+    inner = value.values() if isinstance(value, dict) else value if isinstance(value, list) else ()
+    return any(_is_deeper(one, most - 1) for one in inner)
 
 
 @functools.cache

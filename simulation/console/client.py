@@ -5,6 +5,7 @@ They ask the running station's console over HTTP, as its page does. Standard lib
 
 import argparse
 import json
+import os
 import re
 import sys
 import urllib.error
@@ -75,15 +76,14 @@ def add_commands(commands: Any) -> None:
     add("events", "prints all that has happened so far as JSON lines")
 
 
-def run(arguments: argparse.Namespace, gateway_pid: int | None) -> int:
+def run(arguments: argparse.Namespace, gateway_pid: int) -> int:
     """gateway_pid is the pid 1 of the running station's gateway side."""
     try:
         address, header = find_console(gateway_pid)
         if arguments.command in ("state", "events"):
             path = "state" if arguments.command == "state" else "events.jsonl"
             answer = ask(address + path, header)
-            print(json.dumps(json.loads(answer), indent=2) if path == "state" else answer, end="")
-            print(end="\n" if path == "state" else "")
+            _write(json.dumps(json.loads(answer), indent=2) + "\n" if path == "state" else answer)
         else:
             path, body = arguments.read(arguments)
             ask(address + path.lstrip("/"), header, body)
@@ -93,10 +93,18 @@ def run(arguments: argparse.Namespace, gateway_pid: int | None) -> int:
     return 0
 
 
-def find_console(gateway_pid: int | None) -> tuple[str, tuple[str, str]]:
+def _write(text: str) -> None:
+    try:
+        print(text, end="", flush=True)
+    except BrokenPipeError:
+        # Whoever reads it has seen enough. What is left may not fail again at exit.
+        nobody = os.open(os.devnull, os.O_WRONLY)
+        os.dup2(nobody, sys.stdout.fileno())
+        os.close(nobody)
+
+
+def find_console(gateway_pid: int) -> tuple[str, tuple[str, str]]:
     """Its address, and the header that it wants."""
-    if gateway_pid is None:
-        raise NoConsole("No station is running here: start one with ./scripts/station --console.")
     try:
         text = Path(f"/proc/{gateway_pid}/root/{KEY}").read_text(encoding="ascii")
     except FileNotFoundError:

@@ -5,11 +5,13 @@ import base64
 import contextlib
 import itertools
 from collections.abc import AsyncIterator, Callable
+from pathlib import Path
 from typing import Any
 
 import aiohttp
 
 from simulation import kiosk
+from simulation.console.problems import Problems
 from simulation.events import Event, EventLog
 from simulation.forward import Forward
 from simulation.screen import DRAWN, page_text
@@ -28,6 +30,7 @@ class Screencast:
         """on_change is called in the loop after each new picture, and when there is none anymore."""
         self._station = station
         self._events = events
+        self._problems = Problems(events)
         self._on_change = on_change
         self._documents: asyncio.Queue[None] = asyncio.Queue()
         self._answers: dict[int, asyncio.Future[Any]] = {}
@@ -46,25 +49,33 @@ class Screencast:
 
         self._events.listen(take)
         try:
-            with Forward(self._station, kiosk.DEBUGGING_PORT) as forward:
-                await asyncio.gather(self._follow(forward.port), self._watch_documents())
+            # Whoever reaches this port operates the browser: it is for the console alone.
+            path = self._station.gateway_directory() / "browser"
+            with Forward(self._station, kiosk.DEBUGGING_PORT, path=path):
+                await asyncio.gather(self._follow(path), self._watch_documents())
         finally:
             self._events.stop_listening(take)
 
-    async def _follow(self, port: int) -> None:
-        async with aiohttp.ClientSession() as session:
+    async def _follow(self, path: Path) -> None:
+        connector = aiohttp.UnixConnector(str(path))
+        async with aiohttp.ClientSession(connector=connector) as session:
             while True:
-                with contextlib.suppress(aiohttp.ClientError, OSError, LookupError):
+                try:
                     if self._station.listen_queue(kiosk.DEBUGGING_PORT) is not None:
-                        async with self._connect(session, port) as connected:
+                        async with self._connect(session) as connected:
                             await self._receive(connected)
+                except (aiohttp.ClientError, OSError, LookupError):
+                    pass  # it is just coming or going
+                except Exception as error:
+                    self._problems.tell("the unit's screen", error)
                 await asyncio.sleep(_RETRY)
 
     @contextlib.asynccontextmanager
     async def _connect(
-        self, session: aiohttp.ClientSession, port: int
+        self, session: aiohttp.ClientSession
     ) -> AsyncIterator[aiohttp.ClientWebSocketResponse]:
-        async with session.get(f"http://127.0.0.1:{port}/json/list") as answer:
+        address = f"http://127.0.0.1:{kiosk.DEBUGGING_PORT}/json/list"  # as the browser knows it
+        async with session.get(address) as answer:
             pages = [page for page in await answer.json() if page["type"] == "page"]
         address = pages[0]["webSocketDebuggerUrl"]
         async with session.ws_connect(address, max_msg_size=0) as connected:
@@ -86,6 +97,8 @@ class Screencast:
             {"format": "jpeg", "quality": _QUALITY, "maxWidth": width, "maxHeight": height},
         )
         async for message in connected:
+            if message.type != aiohttp.WSMsgType.TEXT:
+                continue
             content = message.json()
             if content.get("method") == "Page.screencastFrame":
                 self._set_picture(base64.b64decode(content["params"]["data"]))
@@ -111,9 +124,13 @@ class Screencast:
     async def _watch_documents(self) -> None:
         while True:
             await self._documents.get()
-            with contextlib.suppress(TimeoutError):
+            try:
                 async with asyncio.timeout(_PATIENCE):
                     await self._wait_until_drawn()
+            except TimeoutError:
+                pass
+            except Exception as error:
+                self._problems.tell("the picture of a document", error)
 
     async def _wait_until_drawn(self) -> None:
         document = self._station.document_text()

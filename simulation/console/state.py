@@ -17,6 +17,7 @@ def read_state(handles: Handles) -> dict[str, Any]:
         "tv": handles.tv.state(),
         "gateway": {
             "address": GATEWAY,
+            "heard": handles.gateway.is_hearing,
             "received": [
                 {"hex": record.hex(" "), "words": describe_record(record)}
                 for record in handles.gateway.received()[-_LAST_RECORDS:]

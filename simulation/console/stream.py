@@ -15,6 +15,7 @@ from typing import Any
 from aiohttp import web
 
 from simulation.console.errors import BadRequest
+from simulation.console.problems import Problems
 from simulation.events import Event
 from simulation.handles import Handles
 
@@ -41,6 +42,7 @@ class Stream:
         self._loop = asyncio.get_running_loop()
         self._read_state = read_state
         self._events = handles.events
+        self._problems = Problems(handles.events)
         self._state: dict[str, Any] = {}
         self._state_number = 0
         self._screen = (0, False)
@@ -78,7 +80,13 @@ class Stream:
             self._events.stop_listening(self._take)
 
     async def _look(self) -> None:
-        state = await self._read_state()
+        try:
+            state = await self._read_state()
+        except (
+            Exception
+        ) as error:  # anything can be in the unit, and the next look may find it mended
+            self._problems.tell("the state", error)
+            return
         if state != self._state:
             self._state = state
             self._state_number += 1

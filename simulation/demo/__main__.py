@@ -5,24 +5,27 @@ import contextlib
 import signal
 import sys
 from pathlib import Path
+from typing import TYPE_CHECKING
 
 from simulation import linux, running, whereabouts
 from simulation.console import client
 from simulation.demo.arguments import parse_arguments
 from simulation.demo.fleet import show_fleet
 from simulation.demo.gateway_side import open_door, open_gateway_side, tell_door
-from simulation.demo.pictures import Pictures
 from simulation.demo.play import play_all, wait_for_end
 from simulation.demo.timeline import Timeline
 from simulation.door import DoorError
 from simulation.forward import Forward
+from simulation.handle_error import HandleError
 from simulation.handles import Handles, parse_input
 from simulation.places import WEB_PORT, host_build_directory
 from simulation.recorder import Recorder
 from simulation.scenario import Scenario, Scene, Setup, speed_environment
-from simulation.screen import Screen
 from simulation.station import UNIT_ENVIRONMENT, Station, StationError
 from simulation.television import IN_STANDBY, ON, Television
+
+if TYPE_CHECKING:
+    from simulation.demo.pictures import Pictures
 
 OWN_PORT = 8080
 
@@ -42,18 +45,18 @@ class Ended(BaseException):
 def main() -> int:
     linux.open_standard_descriptors()
     arguments = parse_arguments()
-    if arguments.command == "exec":
-        side = "gateway" if arguments.gateway else whereabouts.unit_side(arguments.unit)
-        return run_inside(arguments.name, arguments.program, side)
-    if arguments.command not in (None, "run"):
-        return client.run(arguments, running.gateway_pid(arguments.name))
     try:
+        if arguments.command == "exec":
+            side = "gateway" if arguments.gateway else whereabouts.unit_side(arguments.unit)
+            return run_inside(arguments.name, arguments.program, side)
+        if arguments.command not in (None, "run"):
+            return client.run(arguments, running.gateway_pid(arguments.name))
         listen_to_signals()
         with contextlib.closing(contextlib.ExitStack()) as stack:
             if arguments.units:
                 return show_fleet(arguments.units, arguments.name, stack)
             return run_station(arguments, stack)
-    except (StationError, DoorError) as error:
+    except (StationError, DoorError, HandleError, running.NotEntered) as error:
         print(error, file=sys.stderr)
         return 1
     except Ended as ended:
@@ -94,7 +97,7 @@ def run_station(arguments: argparse.Namespace, stack: contextlib.ExitStack) -> i
             programs=unit_tools(),
         )
     )
-    records = open_gateway_side(station, arguments.no_gateway, stack)
+    records = open_gateway_side(station, arguments.no_gateway, arguments.forward is not None, stack)
     television = stack.enter_context(prepare_television(station, setup))
     prepare_unit(station, setup, arguments.has_browser)
     handles = Handles(station, television, records)
@@ -182,9 +185,13 @@ def open_console(
 
 def prepare_pictures(
     directory: Path | None, station: Station, television: Television, stack: contextlib.ExitStack
-) -> Pictures | None:
+) -> "Pictures | None":
     if directory is None:
         return None
+    # What drives the browser is needed here only.
+    from simulation.demo.pictures import Pictures
+    from simulation.screen import Screen
+
     screen = stack.enter_context(Screen(station))
     return Pictures(directory, screen, television)
 
@@ -193,13 +200,7 @@ def run_inside(name: str, program: list[str], side: str) -> int:
     # The terminal sends them to the program, too, which gets them as usual: it decides what they do.
     for number in (signal.SIGINT, signal.SIGQUIT):
         signal.signal(number, signal.SIG_IGN)
-    try:
-        return running.run_inside(
-            name, side, program, {} if side == "gateway" else UNIT_ENVIRONMENT
-        )
-    except running.NotEntered as error:
-        print(error, file=sys.stderr)
-        return 1
+    return running.run_inside(name, side, program, {} if side == "gateway" else UNIT_ENVIRONMENT)
 
 
 if __name__ == "__main__":

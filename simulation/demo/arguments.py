@@ -196,8 +196,8 @@ def _load(parser: argparse.ArgumentParser, arguments: argparse.Namespace) -> Non
 
 
 def _unit_count(text: str) -> int:
-    if not 1 <= int(text) <= MOST_UNITS:
-        raise argparse.ArgumentTypeError(f"there are 1 to {MOST_UNITS} units")
+    if not text.isdecimal() or not 1 <= int(text) <= MOST_UNITS:
+        raise argparse.ArgumentTypeError(f'there are 1 to {MOST_UNITS} units, not "{text}"')
     return int(text)
 
 
@@ -208,15 +208,14 @@ def _unit_number(text: str) -> int:
     raise argparse.ArgumentTypeError(f"units are {identity(0).address} and on")
 
 
-def _port(text: str) -> int:
-    number = _port_or_any(text)
-    if number == 0:
-        raise ValueError
-    return number
+def _port(text: str, least: int = 1) -> int:
+    if not text.isdecimal() or not least <= int(text) <= 65535:
+        raise argparse.ArgumentTypeError(
+            f'"{text}" is no port from {least} to 65535 (a scenario comes before this option; commands'
+            " for a running station go without it)"
+        )
+    return int(text)
 
 
 def _port_or_any(text: str) -> int:
-    number = int(text)
-    if not 0 <= number <= 65535:
-        raise ValueError
-    return number
+    return _port(text, least=0)

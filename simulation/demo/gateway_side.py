@@ -7,17 +7,17 @@ from pathlib import Path
 from simulation import gateway
 from simulation.demo.timeline import Timeline
 from simulation.door import Door, inside_of
-from simulation.gateway import COMMAND_PORT, HeardRecords, RecordListener
+from simulation.gateway import COMMAND_PORT, HeardRecords, NoRecords, RecordListener
 from simulation.handles import Handles
 from simulation.recorder import Recorder
 from simulation.station import Station
 
 
 def open_gateway_side(
-    station: Station, is_left_free: bool, stack: contextlib.ExitStack
+    station: Station, is_left_free: bool, has_door: bool, stack: contextlib.ExitStack
 ) -> RecordListener:
     if is_left_free:
-        return HeardRecords()
+        return HeardRecords() if has_door else NoRecords()
     directory = station.gateway_directory()
     gateway.make_clip(directory / "clip.wav")
     shutil.copy(Path(__file__).with_name("map.svg"), directory)

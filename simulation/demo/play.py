@@ -1,12 +1,17 @@
 """Plays a scenario for people: its steps on the timeline, with pauses, and pictures if wanted."""
 
+from typing import TYPE_CHECKING
+
 from simulation import gateway
 from simulation.demo.cases import CASES, END
-from simulation.demo.pictures import Pictures
 from simulation.demo.timeline import Timeline
+from simulation.handle_error import HandleError
 from simulation.handles import Handles
 from simulation.scenario import NotObserved, Scenario, Scene
 from simulation.station import Station
+
+if TYPE_CHECKING:
+    from simulation.demo.pictures import Pictures
 
 INCIDENT = "incident"  # the demonstration
 
@@ -16,7 +21,7 @@ def play_all(
     scene: Scene,
     timeline: Timeline,
     pause: float,
-    pictures: Pictures | None,
+    pictures: "Pictures | None",
 ) -> bool:
     """Whether all of it was observed. Pictures are also taken of the special cases."""
     if not play(scenario, scene, timeline, pause, pictures):
@@ -31,7 +36,7 @@ def play(
     scene: Scene,
     timeline: Timeline,
     pause: float,
-    pictures: Pictures | None,
+    pictures: "Pictures | None",
 ) -> bool:
     """Whether all of it was observed; what was not is told."""
 
@@ -48,7 +53,7 @@ def play(
     scene.wait_for_start()
     try:
         scenario.play(scene)
-    except NotObserved as error:
+    except (NotObserved, HandleError, OSError) as error:
         timeline.say("problem", f"not observed: {error}")
         return False
     finally:
@@ -58,7 +63,7 @@ def play(
     return True
 
 
-def play_cases(station: Station, timeline: Timeline, pictures: Pictures) -> bool:
+def play_cases(station: Station, timeline: Timeline, pictures: "Pictures") -> bool:
     """Taking a picture is what observes a case: it waits until the page has drawn it."""
     for case in CASES:
         timeline.say("gateway", "sends: " + case.caption)

@@ -9,12 +9,15 @@ from collections.abc import Iterator
 from dataclasses import dataclass
 from typing import Any
 
+import pytest
+
 from simulation import gateway
 from simulation.console.server import Console
 from simulation.demo.timeline import Timeline
 from simulation.handles import Handles
 from simulation.station import Station
 from simulation.television import ON, Television
+from simulation.waiting import wait_for
 
 
 @dataclass(frozen=True)
@@ -96,3 +99,20 @@ def open_bench(name: str = "", has_browser: bool = False) -> Iterator[Bench]:
         station.wait_for_calls("qt-webkit-kiosk")
         console = stack.enter_context(Console(station, handles))
         yield Bench(station, television, handles, console)
+
+
+@pytest.fixture(scope="module")
+def shared() -> Iterator[Bench]:
+    with open_bench() as opened:
+        yield opened
+
+
+@pytest.fixture
+def bench(shared: Bench) -> Iterator[Bench]:
+    """The same for all, and behaving well before each."""
+    yield shared
+    shared.handles.undo_all()
+
+
+def wait_for_document(bench: Bench, **members: str) -> None:
+    wait_for(lambda: members.items() <= bench.handles.view.document().items(), str(members))

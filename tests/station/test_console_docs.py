@@ -2,9 +2,11 @@
 
 import argparse
 import contextlib
+import os
 import re
 import shlex
 import subprocess
+import sys
 from collections.abc import Iterator
 from typing import Any
 
@@ -88,6 +90,17 @@ def test_commands_that_cannot_be_done_say_why(
     ):
         assert run_client(bench, *line.split()) == 1, line
         assert words in capsys.readouterr().err
+
+
+@pytest.mark.parametrize("line", ["events", "state"])
+def test_reader_of_a_command_may_go_away(
+    bench: Bench, monkeypatch: pytest.MonkeyPatch, line: str
+) -> None:
+    reading, writing = os.pipe()
+    os.close(reading)
+    with open(writing, "w", encoding="utf-8") as out, monkeypatch.context() as context:
+        context.setattr(sys, "stdout", out)
+        assert run_client(bench, line) == 0
 
 
 def test_curl_operates_it(bench: Bench) -> None:

@@ -1,37 +1,31 @@
-"""The console over HTTP: every action and its effect in the unit, and who may do what."""
+"""The console over HTTP: every action and its effect in the unit."""
 
+import asyncio
 import http.client
 import json
-import os
 import socket
-import stat
 import threading
-from collections.abc import Iterator
+import time
+from collections.abc import AsyncIterator
 from typing import Any
 
+import aiohttp
 import pytest
-from console_support import Bench, open_bench
+from console_support import Bench, bench, shared, wait_for_document
 
+from simulation import gateway
 from simulation.console.actions import ACTIONS
 from simulation.console.messages import FORMS
-from simulation.places import UNIT_ADDRESS
+from simulation.console.screencast import Screencast
+from simulation.events import EventLog
+from simulation.handle_error import HandleError
+from simulation.places import ALERT_LOG, CONFIG
 from simulation.waiting import wait_for
+
+__all__ = ["bench", "shared"]  # fixtures
 
 # The station does not depend on how the service is built.
 pytestmark = pytest.mark.once
-
-
-@pytest.fixture(scope="module")
-def shared() -> Iterator[Bench]:
-    with open_bench() as opened:
-        yield opened
-
-
-@pytest.fixture
-def bench(shared: Bench) -> Iterator[Bench]:
-    """The same for all, and behaving well before each."""
-    yield shared
-    shared.handles.undo_all()
 
 
 SHOWING: dict[str, Any] = {
@@ -44,10 +38,6 @@ def output(bench: Bench) -> str:
     """Of the service."""
     assert bench.handles.view.service
     return bench.handles.view.service.output
-
-
-def wait_for_document(bench: Bench, **members: str) -> None:
-    wait_for(lambda: members.items() <= bench.handles.view.document().items(), str(members))
 
 
 def test_television_is_operated(bench: Bench) -> None:
@@ -118,12 +108,19 @@ def test_every_message_is_explained_before_it_is_sent(bench: Bench, form: Any) -
     example: dict[str, Any] = {"text": "A", "number": 1, "units": [{"name": "E1", "color": 2}]}
     values: dict[str, Any] = {field.name: example[field.kind] for field in form.fields}
     values.update({"hex": "03 01"} if form.name == "raw" else {})
-    calls = len(bench.station.calls())
+    before = sent(bench)
     answer = json.loads(bench.post("/gateway/decode", message=form.name, **values).text)
     assert "What a unit does with it:" in answer["explanation"]
     assert "What is wrong with it:\n  - over" not in answer["explanation"]
     assert bytes.fromhex(answer["hex"])
-    assert len(bench.station.calls()) == calls  # nothing was sent
+    assert sent(bench) == before
+
+
+def sent(bench: Bench) -> tuple[list[str], str, str]:
+    """What has been sent, and what it has led to."""
+    messages = [line for line in bench.events() if line.startswith("gateway: sends")]
+    log = bench.station.path(ALERT_LOG)
+    return messages, bench.station.document_text(), log.read_text() if log.exists() else ""
 
 
 def test_gateway_sends_what_the_form_holds(bench: Bench) -> None:
@@ -156,91 +153,35 @@ def test_gateway_sends_what_the_form_holds(bench: Bench) -> None:
     assert bench.state()["gateway"]["received"][received]["words"].startswith("roll-call reply")
 
 
-def test_unit_is_broken_and_mended(bench: Bench) -> None:
-    view = bench.handles.view
-    bench.do("/unit/address", state="lost")
-    assert view.address() is None
-    assert bench.post("/unit/address", state="lost").status == 409
-    bench.do("/unit/address", state="back")
-    assert view.address() == UNIT_ADDRESS
-    bench.do("/unit/browser", state="hung")
-    (browser,) = [x for x in view.processes() if x.name == "qt-webkit-kiosk"]
-    assert browser.state == "T"
-    bench.do("/unit/browser", state="back")
-    wait_for(lambda: [x.state for x in view.processes() if x.pid == browser.pid] == ["S"], "it")
-    bench.do("/unit/browser", state="killed")
-    assert view.find_processes("qt-webkit-kiosk") == []
-    started = len(bench.station.calls("qt-webkit-kiosk"))
-    bench.do("/unit/browser", state="back")
-    bench.station.wait_for_calls("qt-webkit-kiosk", started + 1)
-    bench.do("/unit/web-server", state="killed")
-    wait_for(lambda: not view.find_processes("lighttpd"), "the end of the web server")
-    bench.do("/unit/web-server", state="back")
-    assert view.find_processes("lighttpd")
-    left = view.kicks_left()
-    assert left is not None and 0 < left <= 900
-    assert bench.state()["unit"]["broken"] == {}
+@pytest.mark.parametrize(
+    "name", ['x","y":NaN,"z":"', 'x","y":-Infinity,"z":"', 'x","y":1e999,"z":"']
+)
+def test_state_stays_json_whatever_the_document_is(bench: Bench, name: str) -> None:
+    units = [{"name": name, "color": 2}]
+    bench.do("/gateway/send", message="detail-alert", text="FIRE", units=units)
+    wait_for(lambda: name in bench.handles.view.document_text(), "the document")
+    check_state_without_document(bench)
 
 
-def test_memory_is_full_and_has_room_again(bench: Bench) -> None:
-    bench.do("/unit/memory", state="full")
-    place = bench.station.path("/dev/shm/new")
-    with pytest.raises(OSError, match="No space left"):
-        place.write_bytes(bytes(100_000))
-    bench.do("/unit/memory", state="free")
-    place.write_bytes(bytes(100_000))
-    place.unlink()
+def test_state_stays_json_however_deep_the_document_is(bench: Bench) -> None:
+    bench.do("/gateway/send", message="detail-alert", text="FIRE")
+    address = 'x","y":' + 300 * "[" + 300 * "]" + ',"z":"'
+    bench.do("/gateway/send", message="set-map-address", address=address)
+    wait_for(lambda: address in bench.handles.view.document_text(), "the document")
+    check_state_without_document(bench)
 
 
-def test_tools_fail_or_are_slow_until_they_are_mended(bench: Bench) -> None:
-    usual = bench.station.behavior("wget")
-    bench.do("/unit/tool", tool="wget", state="fails", status=4)
-    assert bench.station.start("/usr/bin/wget", "--version").wait() == 4
-    bench.do("/unit/tool", tool="wget", state="slow", seconds=0.5)
-    assert bench.station.behavior("wget") == ["sleep 0.5", *usual]
-    assert bench.state()["unit"]["broken"] == {"wget": "wget takes 0.5 s"}
-    bench.do("/unit/tool", tool="wget", state="back")
-    assert bench.station.behavior("wget") == usual
-    usual = bench.station.behavior("amixer")
-    bench.do("/unit/tool", tool="amixer", state="fails")
-    bench.do("/undo")
-    assert bench.station.behavior("amixer") == usual
-    assert bench.state()["unit"]["broken"] == {}
+def check_state_without_document(bench: Bench) -> None:
+    def refuse(constant: str) -> None:
+        raise AssertionError(constant)
 
-
-def test_clock_of_the_unit_is_set(bench: Bench) -> None:
-    bench.do("/unit/clock", offset=-86400)
-    bench.do("/gateway/send", message="display-alert", text="YESTERDAY")
-    wait_for_document(bench, alert_area="YESTERDAY")
-    yesterday = int(bench.handles.view.document()["alert_time"])
+    state = json.loads(bench.ask("/state").text, parse_constant=refuse)
+    assert state["unit"]["document"] == {}
+    assert "FIRE" in state["unit"]["document_text"]
+    bench.do("/unit/mark")
     bench.do("/gateway/incident", name="end")
-    bench.do("/unit/clock", offset=0)
-    bench.do("/gateway/send", message="display-alert", text="TODAY")
-    wait_for_document(bench, alert_area="TODAY")
-    assert int(bench.handles.view.document()["alert_time"]) - yesterday >= 86400
-    bench.do("/gateway/incident", name="end")
-
-
-@pytest.mark.slow
-def test_unit_resets_and_asks_for_an_address(bench: Bench) -> None:
-    """With all that it had forgotten; the console goes on."""
-    # Whose connection would keep the service from its port.
-    bench.do("/gateway/send", message="display-alert", text="BEFORE")
-    bench.do("/unit/dhcp")
-    bench.do("/unit/address", state="lost")
-    bench.do("/unit/memory", state="full")
-    started = len(bench.station.calls("qt-webkit-kiosk"))
-    bench.do("/unit/reset")
-    bench.station.wait_for_calls("qt-webkit-kiosk", started + 1)
-    wait_for(lambda: bench.handles.view.address() == "10.87.33.77", "the lease")
-    wait_for_document(bench, alert_area="10.87.33.77")
-    bench.do("/gateway/send", message="display-alert", text="FIRE")
-    wait_for_document(bench, alert_area="FIRE")
-    unit = bench.state()["unit"]
-    assert unit["running"] and "memory" not in unit["broken"]
-    bench.do("/gateway/incident", name="end")
-    bench.do("/unit/dhcp", on=False)
-    assert not bench.handles.unit.is_dhcp_on
+    wait_for_document(bench, alert_area="")
+    assert "units" in [change["member"] for change in bench.state()["unit"]["changes"]]
 
 
 def test_events_come_as_they_happen_and_again_from_any_number(bench: Bench) -> None:
@@ -266,136 +207,71 @@ def test_events_come_as_they_happen_and_again_from_any_number(bench: Bench) -> N
     assert bench.ask("/events?since=x").status == 400
 
 
+def test_events_go_on_after_a_state_that_cannot_be_read(bench: Bench) -> None:
+    config = bench.station.path(CONFIG)
+    content = config.read_bytes()
+    connection = http.client.HTTPConnection("127.0.0.1", bench.console.port, timeout=30)
+    connection.request("GET", "/events")
+    answer = connection.getresponse()
+
+    def read_until(words: str) -> None:
+        while words not in (line := answer.fp.readline().decode()):
+            assert line
+
+    read_until("event: state")
+    config.unlink()
+    config.mkdir()
+    bench.do("/tv/deaf")
+    read_until("console: the state: IsADirectoryError")
+    assert bench.ask("/state").status == 500
+    bench.do("/tv/deaf", on=False)
+    read_until("listens to the bus again")
+    config.rmdir()
+    config.write_bytes(content)
+    bench.do("/tv/stubborn")
+    read_until('"stubborn": true')
+    connection.close()
+    told = [line for line in bench.events() if "console: the state: IsADirectory" in line]
+    assert len(told) == 1
+
+
+def test_screen_is_looked_for_whatever_goes_wrong(
+    bench: Bench, monkeypatch: pytest.MonkeyPatch
+) -> None:
+    looks: list[int] = []
+
+    def fail(port: int) -> None:
+        looks.append(port)
+        raise RuntimeError("odd")
+
+    with monkeypatch.context() as context:
+        context.setattr(bench.station, "listen_queue", fail)
+        wait_for(lambda: len(looks) > 2, "looks for the screen")
+    told = "problem: console: the unit's screen: RuntimeError('odd')"
+    assert bench.events().count(told) == 1
+
+
+def test_screen_is_told_in_text(bench: Bench) -> None:
+    async def messages() -> AsyncIterator[aiohttp.WSMessage]:
+        yield aiohttp.WSMessage(aiohttp.WSMsgType.BINARY, b"{", None)
+        frame = {"data": "QQ==", "sessionId": 1}
+        text = json.dumps({"method": "Page.screencastFrame", "params": frame})
+        yield aiohttp.WSMessage(aiohttp.WSMsgType.TEXT, text, None)
+
+    async def receive() -> bytes:
+        screencast = Screencast(bench.station, EventLog(), lambda: None)
+        connected: Any = messages()
+        await screencast._receive(connected)
+        return screencast.picture
+
+    assert asyncio.run(receive()) == b"A"
+
+
 def test_all_that_can_be_done_is_described(bench: Bench) -> None:
     described = json.loads(bench.ask("/actions").text)
     assert [action["path"] for action in described["actions"]] == [x.path for x in ACTIONS]
     assert len(described["messages"]) == len(FORMS)
     assert "wget" in described["tools"]
-
-
-# Who may do what.
-
-
-def refused(bench: Bench, status: int, words: str, **request: Any) -> None:
-    """A request to switch the television off that is answered with an error, and changes nothing."""
-    power = bench.handles.tv.power
-    headers = {"X_Station_Token": bench.token, "Content_Type": "application/json"}
-    headers.update(request.pop("headers", {}))
-    body = request.pop("body", b'{"power":"toggle"}')
-    path = request.pop("path", "/tv/power")
-    given = {name: value for name, value in headers.items() if value}
-    answer = bench.ask(path, body, **request, **given)
-    assert (answer.status, bench.handles.tv.power) == (status, power)
-    assert words in answer.error
-    assert "Access-Control-Allow-Origin" not in answer.headers
-
-
-def test_requests_without_the_token_change_nothing(bench: Bench) -> None:
-    for token in ("", "x", bench.token[:-1], bench.token + "x"):
-        refused(bench, 403, "token", headers={"X_Station_Token": token})
-
-
-def test_requests_of_other_origins_change_nothing(bench: Bench) -> None:
-    here = f"http://127.0.0.1:{bench.console.port}"
-    for origin in (
-        "http://evil.example",
-        "null",
-        "http://127.0.0.1:1",
-        here.replace("http", "https"),
-    ):
-        refused(bench, 403, "origin", headers={"Origin": origin})
-    refused(bench, 403, "origin", headers={"Sec_Fetch_Site": "cross-site"})
-    refused(bench, 403, "origin", headers={"Sec_Fetch_Site": "same-site"})
-    # A name of another site that leads to this machine.
-    refused(bench, 421, "This is 127.0.0.1", headers={"Host": f"evil.example:{bench.console.port}"})
-    assert bench.ask("/state", Host="evil.example").status == 421
-    assert bench.ask("/", Host="evil.example").status == 421
-    headers = {"X_Station_Token": bench.token, "Content_Type": "application/json"}
-    answer = bench.ask("/tv/power", b'{"power":"on"}', **headers, Origin=here)
-    assert answer.status == 200
-
-
-def test_malformed_requests_change_nothing(bench: Bench) -> None:
-    refused(bench, 415, "application/json", headers={"Content_Type": "text/plain"})
-    refused(bench, 400, "not JSON", body=b"{")
-    refused(bench, 400, "not JSON", body=b"\xff")
-    refused(bench, 400, "not JSON", body=b"[" * 50_000)
-    refused(bench, 400, "JSON object", body=b"[]")
-    refused(bench, 400, 'The field "power" is missing', body=b"{}")
-    refused(bench, 400, 'one of "on", "off", "toggle"', body=b'{"power":1}')
-    refused(bench, 400, 'There is no field "x". There are power.', body=b'{"power":"off","x":1}')
-    refused(bench, 413, "Too Large", body=b'{"power":"off"}' + b" " * 70_000)
-    refused(bench, 404, "There is no /tv/frob", path="/tv/frob")
-    refused(bench, 405, "Method Not Allowed", method="PUT")
-    refused(bench, 405, "Method Not Allowed", method="DELETE")
-    assert bench.ask("/tv/power").status == 405
-    assert bench.ask("/nothing").status == 405
-
-
-@pytest.mark.parametrize(
-    "path, values, words",
-    [
-        ("/tv/input", {"input": "3.0.0"}, "is not an input"),
-        ("/tv/slow", {"seconds": -1}, "from 0 to 600"),
-        ("/tv/slow", {"seconds": True}, "from 0 to 600"),
-        ("/tv/slow", {"seconds": float("nan")}, "from 0 to 600"),
-        ("/tv/deaf", {"on": "yes"}, "true or false"),
-        ("/unit/tool", {"tool": "sh", "state": "fails"}, '"wget"'),
-        ("/unit/tool", {"tool": "../x", "state": "fails"}, '"wget"'),
-        ("/unit/tool", {"tool": "wget", "state": "fails", "status": 256}, "from 0 to 255"),
-        ("/unit/tool", {"tool": "wget", "state": "slow", "seconds": 0}, "up to 600"),
-        ("/unit/clock", {"offset": 1e12}, "from -"),
-        ("/gateway/send", {"message": "frob"}, "detail-alert"),
-        ("/gateway/send", {"message": "reboot", "channel": "x"}, '"tcp" or "udp"'),
-        ("/gateway/send", {"message": "raw", "hex": "0"}, "hexadecimal"),
-        ("/gateway/send", {"message": "raw", "hex": "00" * 4096}, "4095"),
-        ("/gateway/send", {"message": "display-alert", "text": "\ud800"}, "half a character"),
-        ("/gateway/send", {"message": "json-control", "comm_gw": '"'}, "quotation mark"),
-        (
-            "/gateway/send",
-            {"message": "detail-alert", "text": "", "units": [{}]},
-            "a list of units",
-        ),
-        (
-            "/gateway/send",
-            {"message": "detail-alert", "text": "", "units": [{"name": "x" * 32, "color": 1}]},
-            "31 bytes",
-        ),
-        (
-            "/gateway/send",
-            {"message": "detail-alert", "text": "", "units": [{"name": "x", "color": 1}] * 17},
-            "16 units",
-        ),
-        ("/gateway/incident", {"name": "x"}, '"fire"'),
-    ],
-)
-def test_values_that_do_not_fit_change_nothing(
-    bench: Bench, path: str, values: dict[str, Any], words: str
-) -> None:
-    before = bench.events()
-    answer = bench.post(path, **values)
-    assert answer.status in (400, 409)
-    assert words in answer.error
-    acted = [line for line in bench.events()[len(before) :] if line.startswith(("hand", "gateway"))]
-    assert acted == []
-
-
-def test_only_this_machine_can_ask(bench: Bench) -> None:
-    assert bench.console.address == f"http://127.0.0.1:{bench.console.port}/"
-    with open("/proc/net/tcp", encoding="ascii") as table:
-        port = f":{bench.console.port:04X} 00000000:0000 0A"
-        places = [line.split()[1] for line in table if port in line]
-    assert places == [f"0100007F:{bench.console.port:04X}"]
-    # Only root can read the token's file.
-    assert stat.S_IMODE(os.stat(bench.console.key).st_mode) == 0o600
-
-
-def test_page_is_nobody_elses(bench: Bench) -> None:
-    answer = bench.ask("/")
-    assert bench.token in answer.text
-    assert "frame-ancestors 'none'" in answer.headers["Content-Security-Policy"]
-    assert answer.headers["Cross-Origin-Resource-Policy"] == "same-origin"
-    assert answer.headers["Cache-Control"] == "no-store"
 
 
 def test_message_that_the_unit_does_not_take_is_reported(bench: Bench) -> None:
@@ -405,6 +281,67 @@ def test_message_that_the_unit_does_not_take_is_reported(bench: Bench) -> None:
     with pytest.raises(Exception, match="has not taken the message"):
         bench.handles.gateway.send(b"\0", deadline=0.1)
     bench.do("/unit/address", state="back")
+
+
+def test_message_that_waits_for_an_earlier_one_is_given_up_too(bench: Bench) -> None:
+    gateway_handles = bench.handles.gateway
+    with gateway_handles._sending, pytest.raises(HandleError, match="not taken an earlier one"):
+        gateway_handles.send(b"\0", deadline=0.01)
+    bench.do("/gateway/send", message="raw", hex="00")
+
+
+class SlowConnection:
+    """Each step takes some of the time."""
+
+    def __init__(self) -> None:
+        self.timeouts: list[float] = []
+
+    def __enter__(self) -> "SlowConnection":
+        return self
+
+    def __exit__(self, *_: object) -> None:
+        pass
+
+    def settimeout(self, seconds: float) -> None:
+        self.timeouts.append(seconds)
+
+    def sendall(self, _: bytes) -> None:
+        take_time()
+
+    def recv(self, _: int) -> bytes:
+        return b""
+
+
+STEP = 0.01
+
+
+def take_time() -> None:
+    end = time.monotonic() + STEP
+    wait_for(lambda: time.monotonic() >= end, "a step's time")
+
+
+def test_deadline_of_a_message_is_for_all_of_it(
+    bench: Bench, monkeypatch: pytest.MonkeyPatch
+) -> None:
+    connection = SlowConnection()
+
+    def connect(*_: object, deadline: float) -> SlowConnection:
+        connection.settimeout(deadline)
+        take_time()
+        return connection
+
+    monkeypatch.setattr(gateway, "connect", connect)
+    bench.handles.gateway.send(b"\0", deadline=5.0)
+    connecting, sending, waiting = connection.timeouts
+    assert 5.0 >= connecting >= sending + STEP >= waiting + 2 * STEP
+
+
+def test_state_says_whether_the_records_are_heard(
+    bench: Bench, monkeypatch: pytest.MonkeyPatch
+) -> None:
+    assert bench.state()["gateway"]["heard"]
+    monkeypatch.setattr(bench.handles.gateway, "_records", gateway.NoRecords())
+    assert not bench.state()["gateway"]["heard"]
 
 
 def test_console_takes_another_port_if_its_own_is_taken(bench: Bench) -> None:

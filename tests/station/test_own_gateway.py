@@ -3,6 +3,7 @@
 import contextlib
 import os
 import re
+import resource
 import shlex
 import signal
 import socket
@@ -13,13 +14,13 @@ from pathlib import Path
 import pytest
 from command_support import TOP, command_line, environment, read_until_line, running_command
 from gatewayctl_support import GATEWAYCTL
-from support import busy_service, start
+from support import StationMaker, busy_service, start
 
 from simulation import door, gateway
 from simulation import running as running_stations
 from simulation.door import Door, DoorError
 from simulation.gateway import HeardRecords
-from simulation.places import DOCUMENT
+from simulation.places import DOCUMENT, host_build_directory
 from simulation.process import Process, dying_with_starter
 from simulation.station import Station
 from simulation.unit_view import UnitView
@@ -175,6 +176,39 @@ def test_message_that_is_given_up_outside_never_arrives(
     assert "GIVEN UP" not in station.path("/tmp/alerts.log").read_text()
 
 
+def test_message_that_waits_when_the_station_ends_is_reset(
+    station: Station, service: Process
+) -> None:
+    """A plain end would mean that the unit has taken it."""
+    with busy_service(station):
+        with Outside(station) as outside:
+            waiting = outside.connect()
+            waiting.sendall(gateway.display_alert("WAITS"))
+            wait_for(lambda: outside.messages, "the message at the door")
+        with waiting, pytest.raises(ConnectionResetError):
+            waiting.recv(1)
+
+
+def test_door_stays_open_after_a_connection_that_it_could_not_accept(
+    station: Station, service: Process, outside: Outside
+) -> None:
+    with socket.socket() as connection:
+        connection.settimeout(DEADLINE)
+        limits = resource.getrlimit(resource.RLIMIT_NOFILE)
+        lowest = os.dup(0)
+        os.close(lowest)
+        resource.setrlimit(resource.RLIMIT_NOFILE, (lowest, limits[1]))
+        try:
+            connection.connect((outside.door.address, gateway.COMMAND_PORT))
+            refused = "a connection cannot be accepted: [Errno 24] Too many open files"
+            wait_for(lambda: refused in outside.problems, refused)
+        finally:
+            resource.setrlimit(resource.RLIMIT_NOFILE, limits)
+        connection.sendall(gateway.display_alert("LATER"))
+        assert connection.recv(1) == b""
+    shows(station, "LATER")
+
+
 def test_records_that_nobody_takes_do_not_matter(
     station: Station, service: Process, outside: Outside
 ) -> None:
@@ -243,13 +277,19 @@ def run(command: list[str]) -> str:
 
 @contextlib.contextmanager
 def serving(command: list[str]) -> Iterator[subprocess.Popen[str]]:
+    """It ends with all that it has started: what it runs inside would go on listening there."""
     with subprocess.Popen(
-        command, cwd=TOP, env=environment(), stdout=subprocess.PIPE, text=True
+        command,
+        cwd=TOP,
+        env=environment(),
+        stdout=subprocess.PIPE,
+        text=True,
+        start_new_session=True,
     ) as server:
         try:
             yield server
         finally:
-            server.kill()
+            os.killpg(server.pid, signal.SIGKILL)
 
 
 @pytest.mark.browser
@@ -258,8 +298,9 @@ def test_gateways_side_is_free_for_all_of_try_an_alert() -> None:
     lines = own_gateway_lines()
     assert "gatewayctl roll-call --broadcast 10.87.33.255" in lines
     assert all(any(word in line for line in lines) for word in EFFECTS)
-    with running_command("--name", name, "--no-gateway") as running:
-        read_until_line(running, "the station keeps running")
+    with running_command("--name", name, "--no-gateway", "--console", "0") as running:
+        read_until_line(running, "the station is yours")
+        assert '"heard": false' in run(command_line("--name", name, "state"))
         unit = running_stations.find_station(name)["sides"][1]
         document = Path(f"/proc/{unit['pid']}/root{DOCUMENT}")
         for line in lines:
@@ -275,6 +316,41 @@ def test_gateways_side_is_free_for_all_of_try_an_alert() -> None:
             read_until_line(server, "has taken the rotation 0")
         running.send_signal(signal.SIGINT)
         assert running.wait(20) == 130
+
+
+def documented_lines() -> list[str]:
+    """What the guides and the help tell to run on the gateway's side."""
+    texts = [(TOP / "docs" / name).read_text() for name in ("workbench.md", "operations.md")]
+    text = "\n".join([*texts, run(command_line("--help"))]).replace("\\\n", " ")
+    return re.findall(r"^ +\./scripts/station (exec --gateway build/.*)$", text, re.MULTILINE)
+
+
+def test_documented_lines_work_as_written_from_this_directory(make_station: StationMaker) -> None:
+    """With relative paths: of the program, and in its arguments."""
+    name = f"test-{os.getpid()}-written"
+    station = make_station(name=name)
+    start(station)
+    lines = documented_lines()
+    assert len(lines) == 3
+    own = os.path.relpath(host_build_directory(), TOP)
+    for line in lines:
+        words = shlex.split(line.replace("build/release", own))
+        if "serve" not in words:
+            run(command_line("--name", name, *words))
+            shows(station, "DRILL\n1200 MAIN ST")
+            continue
+        with serving(command_line("--name", name, *words)) as server:
+            wait_for(lambda: is_listening(station), "the gateway")
+            gateway.send_datagram(station, gateway.roll_call())
+            read_until_line(server, "10.87.33.50      is up")
+        wait_for(lambda: not is_listening(station), "the gateway's end")
+    listing = run(inside(name, "ls", "docs/operations.md"))
+    assert listing == "docs/operations.md\n"
+
+
+def is_listening(station: Station) -> bool:
+    table = Path(f"/proc/{station.gateway_pid}/net/tcp").read_text()
+    return f":{gateway.RECORD_PORT:04X} 00000000:0000 0A" in table
 
 
 @pytest.mark.browser

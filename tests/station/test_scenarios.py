@@ -105,8 +105,26 @@ def test_guide_names_each_member_of_the_setup() -> None:
             'scene.send("into the void", gateway.display_alert("DRILL"), deadline=1)',
             "not observed: into the void (The unit has not taken the message",
         ),
+        (
+            "scene.unit.lose_address()\nscene.unit.lose_address()",
+            "not observed: The unit has no address to lose.\n",
+        ),
+        (
+            'scene.station.path("/tmp/none").read_text()',
+            "not observed: [Errno 2] No such file or directory",
+        ),
     ],
-    ids=["document", "television", "records", "call", "stays", "service", "message"],
+    ids=[
+        "document",
+        "television",
+        "records",
+        "call",
+        "stays",
+        "service",
+        "message",
+        "deed",
+        "file",
+    ],
 )
 def test_scenario_that_is_not_observed_ends_with_status_1(
     tmp_path: Path, body: str, problem: str
@@ -114,7 +132,12 @@ def test_scenario_that_is_not_observed_ends_with_status_1(
     status, output = play(tmp_path, body, setup='Setup(tv_power="on")')
     assert status == 1
     assert f"problem   {problem}" in output
-    assert "was observed" not in output
+    assert "was observed" not in output and "Traceback" not in output
+
+
+def test_setup_that_cannot_be_is_one_sentence(tmp_path: Path) -> None:
+    status, output = play(tmp_path, "pass", setup='Setup(tv_input="3")')
+    assert (status, output) == (1, '"3" is not an input: write one like 3.0.0.0.\n')
 
 
 def test_unit_that_is_never_reset_is_noticed(tmp_path: Path) -> None:

@@ -1,6 +1,7 @@
 """The simulated station's own command: the incident, and a second terminal."""
 
 import os
+import shutil
 import signal
 import subprocess
 from pathlib import Path
@@ -9,7 +10,9 @@ import pytest
 from command_support import (
     KEPT_CAPABILITIES,
     STATUS,
+    TOP,
     capabilities_of,
+    environment,
     read_until_line,
     run_command,
     running_command,
@@ -69,6 +72,83 @@ def test_help_explains() -> None:
         assert word in result.stdout
 
 
+@pytest.mark.parametrize("arguments", [["--help"], ["tv", "--help"], ["run", "-h"]])
+def test_help_needs_no_package(arguments: list[str]) -> None:
+    """The command installs them only to start a station."""
+    script = (
+        "import runpy, sys\n"
+        "sys.modules.update(selenium=None, aiohttp=None)\n"
+        "runpy.run_module('simulation.demo', run_name='__main__')\n"
+    )
+    result = subprocess.run(
+        ["/usr/bin/python3", "-c", script, *arguments],
+        cwd=TOP,
+        env=environment(),
+        capture_output=True,
+        text=True,
+    )
+    assert (result.returncode, result.stderr) == (0, "")
+
+
+COMMON = """\
+top=/nowhere
+python=echo
+station_packages=(some)
+install_packages() { :; }
+build() { echo "builds"; }
+"""
+
+
+@pytest.mark.parametrize(
+    "line, is_built",
+    [
+        ("", True),
+        ("--console --name mark", True),
+        ("--record state", True),
+        ("--pictures events --once", True),
+        ("--units 3 --pause 1", True),
+        ("run incident", True),
+        ("--name a run state", True),
+        ("run --help", False),
+        ("run state -h", False),
+        ("--name mark -h", False),
+        ("--name mark tv off", False),
+        ("state", False),
+        ("exec run", False),
+        ("exec --help", False),
+    ],
+)
+def test_only_what_starts_a_station_builds_it(tmp_path: Path, line: str, is_built: bool) -> None:
+    (tmp_path / "common.sh").write_text(COMMON)
+    script = shutil.copy(TOP / "scripts" / "station", tmp_path)
+    result = subprocess.run([script, *line.split()], capture_output=True, text=True)
+    assert result.stdout == f"-m simulation.demo {line}".rstrip() + "\n"
+    assert result.stderr == ("builds\n" if is_built else "")
+
+
+NO_PORT = (
+    'argument --{}: "{}" is no port from {} to 65535 (a scenario comes before this option; commands'
+    " for a running station go without it)\n"
+)
+
+
+@pytest.mark.parametrize(
+    "line, complaint",
+    [
+        ("run --console silent-television", NO_PORT.format("console", "silent-television", 0)),
+        ("--console tv off", NO_PORT.format("console", "tv", 0)),
+        ("--console 65536", NO_PORT.format("console", "65536", 0)),
+        ("--forward 0", NO_PORT.format("forward", "0", 1)),
+        ("--units x", 'argument --units: there are 1 to 200 units, not "x"\n'),
+        ("--units 0", 'argument --units: there are 1 to 200 units, not "0"\n'),
+    ],
+)
+def test_values_that_are_none_are_told_in_a_sentence(line: str, complaint: str) -> None:
+    result = run_command(*line.split())
+    assert result.returncode == 2
+    assert result.stderr.endswith(f" error: {complaint}")
+
+
 def test_without_the_privilege_one_sentence_and_status_1() -> None:
     result = run_command("--once", unprivileged=True)
     assert result.returncode == 1
@@ -81,7 +161,11 @@ def test_without_the_privilege_one_sentence_and_status_1() -> None:
 @pytest.mark.browser
 def test_second_terminal_runs_programs_inside_the_running_station() -> None:
     name = f"test-{os.getpid()}"
-    assert "No station is running here" in run_command("--name", name, "exec", "true").stderr
+    for command in (["exec", "true"], ["tv", "on"]):
+        assert run_command("--name", name, *command).stderr == (
+            f'No station named "{name}" is running here: start one with ./scripts/station, or give'
+            " the name of one that runs with --name.\n"
+        )
     gatewayctl = str(host_build_directory() / "tools" / "gatewayctl" / "gatewayctl")
 
     def inside(*arguments: str) -> subprocess.CompletedProcess[str]:

@@ -24,7 +24,7 @@ pytestmark = pytest.mark.once
 
 MARK = "/run/mark"  # on both sides
 SIDES = [["exec"], ["exec", "--gateway"]]
-NOBODY = "No station is running here: start one with ./scripts/station."
+NOBODY = "No station named .* is running here"
 
 # A station of the same name, and of another PID namespace; then a second terminal in there.
 NESTED = """
@@ -226,12 +226,13 @@ def test_station_of_another_name_is_not_entered(
     fake = copy.deepcopy(record)
     fake["name"] = f"{name}-other"
     keep(fake["name"], fake)
-    result = run_command("--name", fake["name"], "exec", "cat", MARK)
-    assert (result.returncode, result.stdout) == (1, "")
-    assert result.stderr == (
-        f"The station {name}-other is not what its keeper recorded: it has another name."
-        " Nothing has been run.\n"
-    )
+    for command in (["exec", "cat", MARK], ["tv", "on"]):
+        result = run_command("--name", fake["name"], *command)
+        assert (result.returncode, result.stdout) == (1, "")
+        assert result.stderr == (
+            f"The station {name}-other is not what its keeper recorded: it has another name."
+            " Nothing has been run.\n"
+        )
 
 
 def test_side_of_another_name_is_not_entered(
@@ -268,6 +269,28 @@ def test_programs_inherit_nothing_of_what_was_opened_to_enter(
     script = "import os; print(sorted(os.listdir('/proc/self/fd')))"
     running.run_inside(name, "unit", ["python3", "-c", script])
     assert capfd.readouterr().out == "['0', '1', '2', '3']\n"
+
+
+def test_program_starts_in_the_callers_directory_on_the_gateways_side_if_it_is_there(
+    marked: Station,
+    name: str,
+    monkeypatch: pytest.MonkeyPatch,
+    capfd: pytest.CaptureFixture[str],
+) -> None:
+    def directory(side: str) -> str:
+        assert running.run_inside(name, side, ["pwd", "-P"]) == 0
+        return capfd.readouterr().out
+
+    monkeypatch.chdir(TOP / "docs")
+    assert directory("gateway") == f"{TOP}/docs\n"
+    assert directory("unit") == "/\n"
+    # The side has one of its own.
+    with tempfile.TemporaryDirectory(dir="/dev/shm") as only_here:
+        monkeypatch.chdir(only_here)
+        assert directory("gateway") == "/\n"
+        Path(f"/proc/{marked.gateway_pid}/root{only_here}").symlink_to("/usr")
+        assert directory("gateway") == "/\n"
+    assert directory("gateway") == "/\n"
 
 
 @pytest.mark.parametrize(

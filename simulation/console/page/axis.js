@@ -12,6 +12,7 @@ const lane_height = 14;
 const before_zero = 0.06; // of the axis's width
 
 let chosen = null;
+let last_message = null;
 let is_drawing = false;
 
 export function start_axis() {
@@ -28,10 +29,14 @@ export function choose_zero(event) {
 
 const is_message = (event) => event.source === "gateway" && event.text.startsWith("sends");
 
-export function zero_of() {
-    const events = all_events();
-    return chosen || events.findLast(is_message) || events[0] || { time: 0 };
+export function notice_event(event) {
+    if (is_message(event)) {
+        last_message = event;
+    }
+    draw_axis_soon();
 }
+
+export const zero_of = () => chosen || last_message || all_events()[0] || { time: 0 };
 
 export function draw_axis_soon() {
     if (!is_drawing) {

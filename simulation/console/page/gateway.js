@@ -35,7 +35,8 @@ export function start_gateway(described) {
 }
 
 export function show_gateway(gateway) {
-    show_text($("gateway-address"), gateway.address);
+    show_text($("records-note"), gateway.heard ? `What the unit sent to port 5000 of ${gateway.address}.` :
+        "Another gateway receives the records.");
     const lines = gateway.received.map((record) => `${record.words} (${record.hex})`);
     if ($("records").dataset.lines !== lines.join("\n")) {
         $("records").dataset.lines = lines.join("\n");

@@ -1,7 +1,7 @@
 // The timeline's list: every event, filtered and searched. Only the rows in sight exist.
 
 import { $, element, is_pressed, press, show_text } from "./dom.js";
-import { choose_zero, draw_axis_soon, zero_of } from "./axis.js";
+import { choose_zero, notice_event, zero_of } from "./axis.js";
 
 export const sources = {
     gateway: "#0a7c86", TV: "#9b2fae", document: "#1e7d32", picture: "#0b4f8a", service: "#6b6b6b",
@@ -69,7 +69,7 @@ export function add_event(event) {
         shown.push(event);
     }
     draw_soon();
-    draw_axis_soon();
+    notice_event(event);
 }
 
 const is_wanted = (event) => !hidden_sources.has(event.source) &&
@@ -132,9 +132,10 @@ function draw() {
     }
     const first = Math.max(Math.floor(log.scrollTop / row_height) - spare_rows, 0);
     const last = Math.min(first + Math.ceil(log.clientHeight / row_height) + 2 * spare_rows, shown.length);
+    const zero = zero_of();
     const rows = [];
     for (let at = first; at < last; at++) {
-        rows.push(make_row(at));
+        rows.push(make_row(at, zero));
     }
     $("rows").replaceChildren(...rows);
     if (selected >= first && selected < last) {
@@ -146,12 +147,12 @@ function draw() {
     show_text($("count"), `${shown.length} of ${events.length} lines${unseen ? `, ${unseen} since the pause` : ""}`);
 }
 
-function make_row(at) {
+function make_row(at, zero) {
     const event = shown[at];
     const row = element("div", { className: "event", role: "option", "aria-selected": String(at === selected),
         "aria-posinset": at + 1, "aria-setsize": shown.length },
         element("span", { textContent: clock(event.time) }),
-        element("span", { textContent: offset(event.time - zero_of().time) }),
+        element("span", { textContent: offset(event.time - zero.time) }),
         element("span", { textContent: event.source }),
         element("span", { textContent: event.text, title: event.text }));
     row.children[2].style.color = sources[event.source] || "inherit";

@@ -20,6 +20,9 @@ std::vector<process> list_processes();
 /// What a line of /proc/PID/stat says: pid, name, state and parent. Nothing if it says nothing.
 std::optional<process> parse_process(const std::string &line);
 
+/// Whether this program sees everything: others than root see less.
+bool is_root();
+
 /// How long it has been running, in seconds.
 long long running_time(const process &which);
 

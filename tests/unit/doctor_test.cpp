@@ -12,8 +12,12 @@
 #include "tools/doctor/stopped_service.h"
 #include "tools/doctor/watch.h"
 
+#include <cstdlib>
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <netinet/tcp.h>
 #include <string>
+#include <unistd.h>
 
 namespace {
 
@@ -136,14 +140,58 @@ TEST(doctor_stop, leaves_an_alert_alone) {
         shows_alert(R"([{"alert_type":"display_alert", "alert_time":"0", "alert_area":"x"}])"));
     EXPECT_FALSE(
         shows_alert(R"([{"alert_type":"display_alert", "alert_time":"5", "alert_area":""}])"));
-    EXPECT_FALSE(shows_alert(""));
+    EXPECT_TRUE(shows_alert("")); // it is being written
+    EXPECT_FALSE(shows_alert(std::nullopt));
     EXPECT_THROW(commands_for(make_process(1 << 30, 1, "hdtv")), stop_failure);
+}
+
+TEST(doctor_stop, leaves_a_message_that_is_on_its_way_alone) {
+    table_socket socket;
+    EXPECT_FALSE(is_message_underway({}));
+    for (const unsigned state : {TCP_SYN_RECV, TCP_ESTABLISHED, TCP_CLOSE_WAIT}) {
+        socket.state = state;
+        EXPECT_TRUE(is_message_underway({socket})) << state;
+    }
+    for (const unsigned state : {TCP_TIME_WAIT, TCP_FIN_WAIT1, TCP_LISTEN}) {
+        socket.state = state;
+        EXPECT_FALSE(is_message_underway({socket})) << state;
+    }
+    socket.waiting = 1;
+    EXPECT_TRUE(is_message_underway({socket}));
 }
 
 TEST(doctor_programs, are_waited_for) {
     EXPECT_EQ(run_and_wait({"/bin/sh", "-c", "exit 3"}), 3);
     EXPECT_EQ(run_and_wait({"/bin/sh", "-c", "kill -9 $$"}), std::nullopt);
     EXPECT_EQ(run_and_wait({"/nowhere/at/all"}).value_or(127), 127);
+}
+
+TEST(doctor_programs, are_killed_with_what_they_have_started) {
+    const std::chrono::minutes enough(1);
+    const std::chrono::milliseconds little(20);
+    EXPECT_EQ(run_and_wait({"/bin/sh", "-c", "exit 3"}, {.limit = enough}), 3);
+    EXPECT_EQ(run_and_wait({"/bin/sh", "-c", "sleep 600; true"}, {.limit = little}), std::nullopt);
+    EXPECT_EQ(ask_in_child([] { return std::string("all"); }, enough), "all");
+    EXPECT_EQ(ask_in_child([]() -> std::string { _exit(1); }, enough), std::nullopt);
+    const auto hanging = [] {
+        return std::string(std::system("sleep 600; true") == 0 ? "" : "no");
+    };
+    EXPECT_EQ(ask_in_child(hanging, little), std::nullopt);
+}
+
+// Whoever waits for the pipe's end waits for the program, too, and for nothing that comes after it.
+TEST(doctor_programs, have_a_descriptor_that_is_lent_to_them) {
+    int ends[2];
+    ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
+    const std::string look = "[ -e /proc/self/fd/" + std::to_string(ends[1]) + " ]";
+    EXPECT_EQ(run_and_wait({"/bin/sh", "-c", look}, {.lent = ends[1]}), 0);
+    EXPECT_EQ(run_and_wait({"/bin/sh", "-c", look}), 1);
+    close(ends[0]);
+    close(ends[1]);
+}
+
+TEST(doctor_programs, have_a_process_group_of_their_own) {
+    EXPECT_EQ(run_and_wait({"/bin/sh", "-c", "[ $(cut -d' ' -f5 /proc/$$/stat) = $$ ]"}), 0);
 }
 
 TEST(doctor_report, has_a_line_for_each_link) {

@@ -1,6 +1,7 @@
 // The doctor's look at the kernel's CEC device beside the service, whose device is replaced at link
 // time: what only a real kernel shows.
 
+#include "tools/doctor/machine.h"
 #include "tools/doctor/television.h"
 
 #include <algorithm>
@@ -195,6 +196,13 @@ TEST_F(doctor_linux, permission_is_refused) {
         device.user = 1000;
         expect_unknown("permission", "only root may open /dev/cec0");
     }
+}
+
+TEST_F(doctor_linux, sound_cards_controls_are_seen_by_root) {
+    constexpr const char *card = " 0 [ALSA           ]: bcm2835 - bcm2835 ALSA\n";
+    device.user = 1000;
+    EXPECT_EQ(grade_audio(false, card).result, grade::cannot_tell);
+    EXPECT_EQ(grade_audio(true, card).result, grade::ok);
 }
 
 TEST_F(doctor_linux, link_is_missing) {

@@ -93,6 +93,31 @@ TEST(doctor_grades, liveness) {
     EXPECT_EQ(grade_liveness(std::nullopt, 1000).result, grade::fail);
     EXPECT_EQ(grade_liveness(std::nullopt, 10).result, grade::cannot_tell);
     EXPECT_EQ(grade_liveness(400, std::nullopt).result, grade::cannot_tell);
+    // A former service's page has left it.
+    EXPECT_EQ(grade_liveness(400, 10).result, grade::cannot_tell);
+    EXPECT_EQ(grade_liveness(12, 10).result, grade::cannot_tell);
+    EXPECT_EQ(grade_liveness(11, 10).result, grade::ok); // either may be rounded
+    EXPECT_EQ(grade_liveness(400, 60).result, grade::fail);
+}
+
+TEST(doctor_grades, browser) {
+    const process service = make_process(5, 1, "hdtv");
+    process shown = make_process(6, 5, "kiosk");
+    shown.arguments = {"kiosk", "-u", "http://127.0.0.1/station_web/"};
+    EXPECT_EQ(grade_browser(make_snapshot({shown})).result, grade::cannot_tell);
+    EXPECT_EQ(grade_browser(make_snapshot({service, shown})).result, grade::ok);
+    // A gateway may have blanked the page, and other programs end, too.
+    EXPECT_EQ(grade_browser(make_snapshot({service})).result, grade::cannot_tell);
+    for (const char *name : {"wget", "aplay", "date", "S40network", "sh", "hdtv"}) {
+        const snapshot taken = make_snapshot({service, make_process(7, 5, name, 'Z')});
+        EXPECT_EQ(grade_browser(taken).result, grade::cannot_tell) << name;
+    }
+    for (const char *name : {"qt-webkit-kiosk", "chromium"}) {
+        const snapshot taken = make_snapshot({service, make_process(7, 5, name, 'Z')});
+        EXPECT_EQ(grade_browser(taken).result, grade::fail) << name;
+    }
+    const snapshot others = make_snapshot({service, make_process(7, 1, "chromium", 'Z')});
+    EXPECT_EQ(grade_browser(others).result, grade::cannot_tell);
 }
 
 TEST(doctor_grades, clock) {
@@ -103,9 +128,20 @@ TEST(doctor_grades, clock) {
 }
 
 TEST(doctor_grades, root_file_system) {
-    EXPECT_EQ(grade_root(false, "mount").result, grade::ok);
-    EXPECT_EQ(grade_root(true, "mount").result, grade::fail);
-    EXPECT_EQ(grade_root(true, "busybox").result, grade::cannot_tell);
+    EXPECT_EQ(grade_root(false, true).result, grade::ok);
+    EXPECT_EQ(grade_root(true, true).result, grade::fail);
+    EXPECT_EQ(grade_root(true, true).chapter, chapter::debian);
+    EXPECT_EQ(grade_root(true, false).result, grade::fail);
+    EXPECT_EQ(grade_root(true, false).chapter, chapter::image);
+}
+
+TEST(doctor_grades, watchdog_timeout) {
+    EXPECT_EQ(grade_watchdog_timeout({"board", 15, "active", true}).result, grade::ok);
+    EXPECT_EQ(grade_watchdog_timeout({"", 60, "active", true}).result, grade::fail);
+    EXPECT_EQ(grade_watchdog_timeout({"", 15, "inactive", true}).result, grade::fail);
+    // Nobody has set it yet, or this user does not see who has.
+    EXPECT_EQ(grade_watchdog_timeout({"", 15, "inactive", false}).result, grade::cannot_tell);
+    EXPECT_EQ(grade_watchdog_timeout({"", 60, "active", false}).result, grade::cannot_tell);
 }
 
 TEST(doctor_grades, audio_control) {
@@ -218,7 +254,10 @@ TEST(doctor_report, has_a_line_for_each_link) {
 }
 
 TEST(doctor_report, json_is_json_whatever_the_evidence) {
-    EXPECT_EQ(json_text("a \"b\" \\ \x1b \xff"), R"("a \"b\" \\ \\x1b \\xff")");
+    EXPECT_EQ(to_text("s", cannot_tell("l", "a \"b\" \\ \x1b \xff"), {true, false}),
+              R"({"section": "s", "link": "l", "grade": "cannot tell", )"
+              R"("evidence": "a \"b\" \\ \u001b \ufffd"})"
+              "\n");
 }
 
 TEST(doctor_watch, tells_each_change_once) {

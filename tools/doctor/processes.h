@@ -26,6 +26,9 @@ bool is_root();
 /// How long it has been running, in seconds.
 long long running_time(const process &which);
 
+/// By so many seconds a file that it has written may seem to be older than that.
+constexpr int clock_rounding = 1;
+
 /// The targets of its descriptors, such as "/dev/watchdog" or "socket:[1234]"; nothing if this user
 /// may not see them.
 std::optional<std::vector<std::string>> open_files(int pid);

@@ -5,7 +5,6 @@ from doctor_support import CONFIG, PROGRAMS, Unit, examine, missing, mount_memor
 from support import StationMaker, start
 
 from simulation import gateway
-from simulation.station import Station
 from simulation.television import BUS, Television
 from simulation.waiting import wait_for
 

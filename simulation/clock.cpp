@@ -2,8 +2,10 @@
 // by the seconds in /run/station/clock, a 64-bit number that may change at any time. (No namespace
 // holds the time of day, and the machine's own must not be touched.)
 //
-// A file's age stays what it is: the service holds its page's sign of life against the clock.
+// A file's age stays what it is: the service holds its page's sign of life against the clock. A process
+// has been running for so much longer, for whoever asks when it started.
 
+#include <algorithm>
 #include <atomic>
 #include <cstdint>
 #include <ctime>
@@ -51,6 +53,9 @@ extern "C" int clock_gettime(clockid_t id, timespec *value) noexcept {
     const int result = original(id, value);
     if (result == 0 && (id == CLOCK_REALTIME || id == CLOCK_REALTIME_COARSE)) {
         value->tv_sec += offset();
+    } else if (result == 0 && id == CLOCK_BOOTTIME) {
+        value->tv_sec +=
+            std::max<std::time_t>(offset(), 0); // a clock set back makes nothing younger
     }
     return result;
 }

@@ -26,6 +26,7 @@ MS_PRIVATE: Final = 1 << 18
 _PR_SET_PDEATHSIG: Final = 1
 _MNT_DETACH: Final = 2
 _AT_FDCWD: Final = -100
+_IN_OPEN: Final = 0x20
 _AT_RECURSIVE: Final = 0x8000
 _MOUNT_ATTR_RDONLY: Final = 1
 _SIOCETHTOOL: Final = 0x8946
@@ -84,6 +85,14 @@ def pivot_root(new_root: str) -> None:
     _check(_libc.pivot_root(b".", b"."), "pivot_root")
     _check(_libc.umount2(b".", _MNT_DETACH), "umount")
     os.chdir("/")
+
+
+def watch_for_opens(path: str) -> int:
+    """A descriptor that is readable once anybody has opened the file since."""
+    fd = int(_libc.inotify_init1(os.O_CLOEXEC | os.O_NONBLOCK))
+    _check(min(fd, 0), "inotify_init1")
+    _check(min(_libc.inotify_add_watch(fd, path.encode(), ctypes.c_uint32(_IN_OPEN)), 0), path)
+    return fd
 
 
 def sethostname(name: str) -> None:

@@ -14,7 +14,7 @@ from simulation.station import Station
 pytest_plugins = ["console_report"]
 
 # A whole machine has to boot first, and the tests wait for it again and again.
-pytestmark = pytest.mark.timeout(1200)
+pytestmark = [pytest.mark.timeout(1200), pytest.mark.xdist_group("arm")]
 
 DOCUMENT = "cat /dev/shm/alerts.json"
 

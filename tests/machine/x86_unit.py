@@ -12,6 +12,7 @@ from simulation.station import Station
 
 CACHE = machine.CACHE / "x86"
 (PACKAGE,) = (machine.TOP / "build" / "debian").glob("hdtv_*.deb")
+INSTALL = f"dpkg --force-unsafe-io -i {PACKAGE}"
 
 ADDRESS = "10.87.33.60"
 HARDWARE_ADDRESS = "52:54:00:87:33:60"

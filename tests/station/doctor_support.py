@@ -1,6 +1,8 @@
 """hdtv-doctor as the tests run it: in the unit, confined like the service."""
 
+import contextlib
 import json
+from collections.abc import Iterator
 from dataclasses import dataclass
 from pathlib import Path
 
@@ -41,12 +43,12 @@ class Report:
         return {found.link: found.evidence for found in failures}
 
 
-def start_doctor(station: Station, *arguments: str) -> Process:
-    return station.start(PROGRAM, *arguments)
+def start_doctor(station: Station, *arguments: str, starter: tuple[str, ...] = ()) -> Process:
+    return station.start(*starter, PROGRAM, *arguments)
 
 
-def examine(station: Station, *arguments: str) -> Report:
-    doctor = start_doctor(station, "--json", *arguments)
+def examine(station: Station, *arguments: str, starter: tuple[str, ...] = ()) -> Report:
+    doctor = start_doctor(station, "--json", *arguments, starter=starter)
     status = doctor.wait()
     assert doctor.errors == ""
     lines = [json.loads(line) for line in doctor.output.splitlines()]
@@ -61,6 +63,39 @@ def write_file(station: Station, name: str, text: str) -> Path:
     path.parent.mkdir(parents=True, exist_ok=True)
     path.write_text(text)
     return path
+
+
+class Unit:
+    """A unit with a service."""
+
+    def __init__(self, station: Station, service: Process) -> None:
+        self.station = station
+        self.service = service
+        self.starter: tuple[str, ...] = ()  # of the doctor
+
+    def examine(self) -> Report:
+        return examine(self.station, starter=self.starter)
+
+
+@contextlib.contextmanager
+def missing(unit: Unit, name: str) -> Iterator[None]:
+    path = unit.station.path(name)
+    aside = path.with_name(path.name + ".aside")
+    path.rename(aside)
+    yield
+    aside.rename(path)
+
+
+@contextlib.contextmanager
+def written(unit: Unit, name: str, text: str) -> Iterator[None]:
+    path = unit.station.path(name)
+    before = path.read_text() if path.exists() else None
+    write_file(unit.station, name, text)
+    yield
+    if before is None:
+        path.unlink()
+    else:
+        path.write_text(before)
 
 
 def mount_memory(station: Station, place: str, size: str = "1m") -> None:

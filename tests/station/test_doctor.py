@@ -2,44 +2,42 @@
 
 import contextlib
 import os
+import select
+import struct
 import time
 from collections.abc import Callable, Iterator
+from pathlib import Path
 
 import pytest
 from doctor_support import (
-    CONFIG,
     PROGRAM,
     PROGRAMS,
-    Report,
-    examine,
+    Unit,
     have_good_machine,
-    mount_memory,
+    missing,
     start_doctor,
-    write_file,
+    written,
 )
-from support import StationMaker, is_zombie, start
+from support import is_zombie, start
 
-from simulation import gateway
-from simulation.places import ALERT_LOG, DOCUMENT, GATEWAY_FILE, LIVENESS_FILE, UNIT_ADDRESS
-from simulation.process import Process
+from simulation import gateway, linux
+from simulation.places import (
+    ALERT_LOG,
+    BIN,
+    DOCUMENT,
+    GATEWAY_FILE,
+    LIVENESS_FILE,
+    REAL,
+    UNIT_ADDRESS,
+)
 from simulation.station import Station
 from simulation.television import BUS, Television
+from simulation.tools import BOARD_MOUNT
 from simulation.waiting import wait_for
 
 pytestmark = pytest.mark.tool
 
-Breaking = Callable[["Unit"], contextlib.AbstractContextManager[object]]
-
-
-class Unit:
-    """A healthy unit, with a service and a television."""
-
-    def __init__(self, station: Station, service: Process) -> None:
-        self.station = station
-        self.service = service
-
-    def examine(self) -> Report:
-        return examine(self.station)
+Breaking = Callable[[Unit], contextlib.AbstractContextManager[object]]
 
 
 @pytest.fixture(scope="module")
@@ -73,18 +71,33 @@ def test_healthy_unit_has_no_fault(unit: Unit) -> None:
     assert unknown <= beside_service | {"active source", "time zone", "clock"}
 
 
-def test_nothing_is_changed_or_sent(unit: Unit) -> None:
+def test_nothing_is_changed_or_sent_and_the_watchdog_is_not_opened(unit: Unit) -> None:
     station = unit.station
     names = {path.name: path.stat().st_mtime_ns for path in station.path("/dev/shm").iterdir()}
     calls = len(station.calls())
-    with counted(station) as packets:
+    with counted(station) as packets, opened(station, "/dev/watchdog") as was_opened:
         unit.examine()
         assert packets() == 0
+        assert not was_opened()
+        station.read_kicks()
+        assert was_opened()
     assert names == {
         path.name: path.stat().st_mtime_ns for path in station.path("/dev/shm").iterdir()
     }
     asked = [call for call in station.calls()[calls:] if call.parent == "hdtv-doctor"]
     assert [call.argv[1:] for call in asked if call.name == "amixer"] == [["sget", "PCM"]]
+
+
+@contextlib.contextmanager
+def opened(station: Station, name: str) -> Iterator[Callable[[], bool]]:
+    """Whether anybody has opened it since."""
+    events = linux.watch_for_opens(str(station.path(name)))
+
+    def was_opened() -> bool:
+        return bool(select.select([events], [], [], 0)[0])
+
+    yield was_opened
+    os.close(events)
 
 
 @contextlib.contextmanager
@@ -106,27 +119,6 @@ def counted(station: Station) -> Iterator[Callable[[], int]]:
 
 
 @contextlib.contextmanager
-def missing(unit: Unit, name: str) -> Iterator[None]:
-    path = unit.station.path(name)
-    aside = path.with_name(path.name + ".aside")
-    path.rename(aside)
-    yield
-    aside.rename(path)
-
-
-@contextlib.contextmanager
-def written(unit: Unit, name: str, text: str) -> Iterator[None]:
-    path = unit.station.path(name)
-    before = path.read_text() if path.exists() else None
-    write_file(unit.station, name, text)
-    yield
-    if before is None:
-        path.unlink()
-    else:
-        path.write_text(before)
-
-
-@contextlib.contextmanager
 def ran(unit: Unit, breaking: str, mending: str) -> Iterator[None]:
     unit.station.run("/usr/bin/sh", "-ec", breaking)
     yield
@@ -134,12 +126,32 @@ def ran(unit: Unit, breaking: str, mending: str) -> Iterator[None]:
 
 
 @contextlib.contextmanager
+def ahead(unit: Unit, seconds: int) -> Iterator[None]:
+    """The doctor's clock, by the number in a file. Files are as old as they are, and the service has
+    been running for so much longer."""
+    offset = unit.station.path("/run/station/clock")
+    offset.write_bytes(struct.pack("q", seconds))
+    unit.starter = ("/usr/bin/env", f"LD_PRELOAD={BIN}/clock")
+    yield
+    unit.starter = ()
+    offset.unlink()
+
+
+@contextlib.contextmanager
 def aged(unit: Unit, seconds: int) -> Iterator[None]:
+    """The page's last sign of life, of a service that has been running for longer."""
     path = unit.station.path(LIVENESS_FILE)
     then = time.time() - seconds
     os.utime(path, (then, then))
-    yield
+    with ahead(unit, 3600):
+        yield
     path.touch()
+
+
+@contextlib.contextmanager
+def never_reported(unit: Unit) -> Iterator[None]:
+    with missing(unit, LIVENESS_FILE), ahead(unit, 3600):
+        yield
 
 
 @contextlib.contextmanager
@@ -190,6 +202,7 @@ def lost_zone(unit: Unit) -> Iterator[None]:
     unit.station.run("ln", "-sfn", "/usr/share/zoneinfo/Etc/UTC", "/etc/localtime")
 
 
+REMOUNT = f"{REAL}{BOARD_MOUNT} -o remount,bind"
 MOVED = "ip link set eth0 down; ip link set eth0 name lost0; ip link set lost0 up"
 MOVED_BACK = "ip link set lost0 down; ip link set lost0 name eth0; ip link set eth0 up; "
 ADDRESS = f"ip address replace {UNIT_ADDRESS}/24 dev eth0; ip route replace default dev eth0"
@@ -217,6 +230,7 @@ FAULTS: dict[str, tuple[Breaking, dict[str, str]]] = {
         {"document served": "alerts.json is missing"},
     ),
     "page quiet": (lambda unit: aged(unit, 90), {"page alive": " ago, expected every 30 s"}),
+    "page never alive": (never_reported, {"page alive": "the page has never reported"}),
     "page dead": (lambda unit: aged(unit, 400), {"page alive": "no longer keep the unit"}),
     "interface gone": (
         lambda unit: ran(unit, MOVED, MOVED_BACK + ADDRESS),
@@ -242,7 +256,7 @@ FAULTS: dict[str, tuple[Breaking, dict[str, str]]] = {
     ),
     "gateway with a name": (
         lambda unit: written(unit, GATEWAY_FILE, '{"gateway_addr": "gw\x1b", "mac_addr": ""}'),
-        {"gateway": '"gw\\x1b" is not an address'},
+        {"gateway": '"gw\x1b" is not an address'},
     ),
     "configuration with a blank": (
         lambda unit: written(unit, "/var/www/config.json", '{"rotation": "90"}'),
@@ -275,6 +289,14 @@ FAULTS: dict[str, tuple[Breaking, dict[str, str]]] = {
         lambda unit: not_startable(unit, "/usr/bin/aplay"),
         {"programs": "missing: /usr/bin/aplay (clips)"},
     ),
+    "clock never set": (
+        lambda unit: ahead(unit, 86400 - int(time.time())),
+        {"clock": "1970-01-02 00:00:"},
+    ),
+    "root file system read-only": (
+        lambda unit: ran(unit, f"{REMOUNT},ro /", f"{REMOUNT},rw /"),
+        {"root file system": "read-only, and mount does not remount it"},
+    ),
     "undervoltage": (
         lambda unit: written(unit, "/sys/class/hwmon/hwmon0/in0_lcrit_alarm", "1\n"),
         {"power supply": "board_volt reports undervoltage"},
@@ -294,6 +316,36 @@ def test_fault_is_found_where_it_is(unit: Unit, fault: str) -> None:
         assert report.of(link).next and report.of(link).chapter
 
 
+def test_gateway_of_a_former_service(unit: Unit) -> None:
+    """Nobody removes the file."""
+    path = unit.station.path(GATEWAY_FILE)
+    then = time.time() - 3600
+    os.utime(path, (then, then))
+    gateway_line = unit.examine().of("gateway")
+    assert gateway_line.grade == "cannot tell"
+    assert gateway_line.evidence.startswith("10.87.33.20, left by a former service")
+    path.touch()
+    assert unit.examine().of("gateway").grade == "ok"
+
+
+@pytest.mark.waits
+@pytest.mark.parametrize(("tool", "link"), [("amixer", "audio control"), ("tvservice", "display")])
+def test_program_that_hangs_is_not_waited_for(unit: Unit, tool: str, link: str) -> None:
+    behavior = unit.station.behavior(tool)
+    unit.station.behave(tool, "stay")
+    report = unit.examine()
+    assert report.of(link).evidence == f"{tool} does not answer"
+    assert report.failed() == {}
+    unit.station.behave(tool, *behavior)
+    assert not [x for x in unit.station.path("/proc").glob("[0-9]*/comm") if is_named(x, tool)]
+
+
+def is_named(comm: Path, name: str) -> bool:
+    with contextlib.suppress(OSError):  # it may end at any moment
+        return comm.read_text() == f"{name}\n"
+    return False
+
+
 def test_dead_browser_and_another_page(unit: Unit) -> None:
     station = unit.station
     pid = station.calls("qt-webkit-kiosk")[-1].pid
@@ -303,7 +355,9 @@ def test_dead_browser_and_another_page(unit: Unit) -> None:
     assert "has ended" in report.failed()["browser"]
     count = len(station.calls("qt-webkit-kiosk"))
     gateway.deliver(station, gateway.set_page_address(""))
-    assert unit.examine().failed() == {"browser": "the service has no browser"}
+    report = unit.examine()
+    assert report.failed() == {}
+    assert "a gateway may have blanked the page" in report.of("browser").evidence
     gateway.deliver(station, gateway.set_page_address("http://10.87.33.20/"))
     station.wait_for_calls("qt-webkit-kiosk", count + 1)
     assert "another page, http://10.87.33.20/" in unit.examine().of("browser").evidence
@@ -317,7 +371,7 @@ def test_dead_browser_and_another_page(unit: Unit) -> None:
 
 def test_report_reads_like_a_checklist(unit: Unit) -> None:
     with aged(unit, 90):
-        doctor = start_doctor(unit.station)
+        doctor = start_doctor(unit.station, starter=unit.starter)
         assert (doctor.wait(), doctor.errors) == (1, "")
     lines = doctor.output.splitlines()
     assert lines[0] == "service"
@@ -340,23 +394,37 @@ def test_colors_are_for_terminals_that_want_them(unit: Unit) -> None:
     assert "  ok           version: 47" in plain.output and "\x1b" not in plain.output
 
 
+NOBODY = ("/usr/bin/setpriv", "--reuid=65534", "--clear-groups", "--")
+CONFIG_FILE = "/var/www/config.json"
+
+
 def test_others_than_root_are_told_what_they_cannot_see(unit: Unit) -> None:
-    nobody = ("/usr/bin/setpriv", "--reuid=65534", "--clear-groups", "--", PROGRAM)
-    doctor = unit.station.start(*nobody)
+    doctor = unit.station.start(*NOBODY, PROGRAM)
     assert doctor.wait() == 0
     for link in ("TCP port 4000", "UDP port 4000", "watchdog", "service's adapter"):
         (line,) = [x for x in doctor.output.splitlines() if f"  {link}: " in x]
         assert "cannot tell" in line and "only root" in line
+    assert "cannot tell  watchdog timeout: the board's, 15 s; the service is not" in doctor.output
+
+
+def test_configuration_that_others_may_not_read_is_no_fault(unit: Unit) -> None:
+    config = unit.station.path(CONFIG_FILE)
+    mode = config.stat().st_mode
+    config.chmod(0o600)
+    doctor = unit.station.start(*NOBODY, PROGRAM)
+    assert doctor.wait() == 0
+    assert f"  cannot tell  configuration: only root may read {CONFIG_FILE}" in doctor.output
+    config.chmod(mode)
 
 
 @pytest.mark.waits
 def test_watch_prints_what_changes(unit: Unit) -> None:
     doctor = start_doctor(unit.station, "--watch")
-    doctor.wait_for_output("page alive")
-    assert "  ok           page alive: last sign" in doctor.output
-    with aged(unit, 90):
-        doctor.wait_for_output("FAIL         page alive: last sign of life ")
-    doctor.wait_for_output("ok           page alive: last sign of life", 2)
+    doctor.wait_for_output("power supply")
+    assert "  ok           display: " in doctor.output
+    with written(unit, CONNECTOR, "disconnected\n"):
+        doctor.wait_for_output("FAIL         display: ")
+    doctor.wait_for_output("ok           display: ", 2)
     unit.station.run("/bin/kill", "-INT", str(doctor_id(unit.station)))
     assert (doctor.wait(), doctor.errors) == (0, "")
     assert doctor.output.count("eth0: up") == 1
@@ -366,97 +434,3 @@ def doctor_id(station: Station) -> int:
     """As seen in the unit."""
     names = station.path("/proc").glob("[0-9]*/comm")
     return next(int(x.parent.name) for x in names if x.read_text() == "hdtv-doctor\n")
-
-
-# Units that have never been healthy.
-
-
-@pytest.mark.waits
-def test_full_look_at_a_television_that_no_service_has(make_station: StationMaker) -> None:
-    station = make_station(programs=PROGRAMS)
-    with Television(station, power=1):
-        report = examine(station, "--stop-service")
-        assert report.of("power status").evidence == "in standby"
-        assert report.of("link").evidence == "physical address 1.0.0.0"
-    station.path(BUS).unlink()
-    for hello, link, evidence in (
-        ("hello 4 FFFF", "link", "physical address f.f.f.f: no television is found"),
-        ("hello F 1000", "logical address", "none is claimed"),
-        ("good day", "adapter", "cannot be joined"),
-    ):
-        with Television(station, hello=hello):
-            assert evidence in examine(station, "--stop-service").failed()[link]
-        station.path(BUS).unlink()
-    with Television(station) as television:
-        television.is_deaf = True
-        assert "does not tell it" in examine(station, "--stop-service").failed()["power status"]
-
-
-def test_bare_machine(make_station: StationMaker) -> None:
-    """No service, no web server, no fonts, no room."""
-    station = make_station(programs=PROGRAMS, is_board_root=True)
-    for place in ("/dev/shm", "/tmp"):
-        mount_memory(station, place, "200k")
-    station.run("rm", "-rf", "/usr/share/fonts")
-    failed = examine(station).failed()
-    assert failed["service"] == "no hdtv process"
-    assert failed["fonts"] == "no font file begins with liberation"
-    assert failed["web server"].startswith("no answer from http://127.0.0.1/")
-    assert failed["/dev/shm"] == "204 kB free, needed 1000 kB"
-    assert failed["/tmp"] == "204 kB free, needed 4000 kB"
-    assert "TCP port 4000" not in failed
-
-
-def test_another_web_server_in_its_place(make_station: StationMaker) -> None:
-    station = make_station(programs=PROGRAMS)
-    start(station)
-    (station.path("/tmp") / "station_web").mkdir()
-    server = ("/usr/bin/python3", "-m", "http.server", "--bind", "127.0.0.1", "-d", "/tmp", "80")
-    station.start(*server)
-    wait_for(lambda: station.listen_queue(80) is not None, "the other web server")
-    failed = examine(station).failed()
-    assert failed["headers"] == "Cache-Control is missing"
-    assert failed["document served"].startswith("status 404 with ")
-    station.path("/tmp/station_web").rmdir()
-    assert failed.get("web server") is None
-    assert "answers 404" in examine(station).failed()["web server"]
-
-
-def test_ports_that_another_program_holds(make_station: StationMaker) -> None:
-    """And what the service can have only when it starts: its watchdog and its bus."""
-    station = make_station(programs=PROGRAMS)
-    for kind in ("TCP-LISTEN", "UDP-RECV"):
-        station.start("/usr/bin/socat", "-u", f"{kind}:4000", "STDOUT")
-    wait_for(lambda: station.listen_queue(4000) is not None, "the other program")
-    wait_for(lambda: ":0FA0 " in station.path("/proc/1/net/udp").read_text(), "its other port")
-    with missing(Unit(station, station.processes[0]), "/dev/watchdog"):
-        start(station)
-    with Television(station):
-        failed = examine(station).failed()
-    assert "LISTEN, socat (process " in failed["TCP port 4000"]
-    assert "socat (process " in failed["UDP port 4000"]
-    assert "does not hold /dev/watchdog" in failed["watchdog"]
-    assert failed["service's adapter"] == "the service is connected to no bus"
-
-
-def test_port_that_an_ended_connection_holds(make_station: StationMaker) -> None:
-    station = make_station(programs=PROGRAMS)
-    service = start(station)
-    gateway.deliver(station, b"\0")
-    service.kill()
-    station.start_service()
-    station.wait_for_calls("qt-webkit-kiosk", 2)
-    report = examine(station)
-    waiting = report.of("TCP port 4000")
-    assert "does not have it: TIME-WAIT, of a connection with 10.87.33.20" in waiting.evidence
-    assert "wait two minutes" in waiting.next
-    assert report.of("UDP port 4000").grade == "ok"
-
-
-def test_more_than_one_service(make_station: StationMaker) -> None:
-    station = make_station(programs=PROGRAMS)
-    station.write_config(CONFIG)
-    for count in (1, 2):
-        station.start_service()
-        station.wait_for_calls("qt-webkit-kiosk", count)
-    assert examine(station).failed()["service"].startswith("more than one hdtv process: ")

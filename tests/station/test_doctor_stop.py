@@ -32,22 +32,31 @@ def board(make_station: StationMaker) -> Iterator[Board]:
     board.watchdog.close()
 
 
+STOPPING = (
+    "hdtv-doctor: stopping the service; it is started again afterward, which may take two minutes\n"
+)
+
+
 def stop_and_look(board: Board) -> Process:
     shell = ("/bin/busybox", "env", f"PATH={APPLETS}", PROGRAM, "--json", "--stop-service")
     return board.station.start(*shell)
+
+
+def told(doctor: Process) -> Report:
+    lines = [json.loads(line) for line in doctor.output.splitlines()]
+    return Report(doctor.wait(), [Finding(**line) for line in lines])
 
 
 def test_television_is_asked_in_the_services_place_but_not_during_an_alert(board: Board) -> None:
     former = board.pid()
     doctor = stop_and_look(board)
     doctor.wait()
-    lines = [json.loads(line) for line in doctor.output.splitlines()]
-    report = Report(0, [Finding(**line) for line in lines])
+    report = told(doctor)
     assert report.of("power status").evidence == "in standby"
     # It was looked at before.
     assert report.of("service").evidence == f"hdtv (process {former})"
     assert report.of("TCP port 4000").grade == "ok"
-    assert doctor.errors == "hdtv: stopped\nhdtv: started\n"
+    assert doctor.errors == STOPPING + "hdtv: stopped\nhdtv: started\n"
     board.wait_for_start(former)
     board.alert("FIRE")
     latter = board.pid()
@@ -55,18 +64,67 @@ def test_television_is_asked_in_the_services_place_but_not_during_an_alert(board
     assert doctor.wait() == 1
     assert doctor.errors.startswith("hdtv-doctor: an alert is on the page")
     assert board.services() == [latter]
+    # Everything else is told.
+    report = told(doctor)
+    assert report.of("television").grade == "cannot tell"
+    assert report.of("television").evidence.startswith("an alert is on the page")
+    assert report.of("TCP port 4000").grade == "ok"
+
+
+def test_service_with_a_connection_is_not_stopped(board: Board) -> None:
+    """An alert may be on its way."""
+    service = board.pid()
+    connection = gateway.connect(board.station)
+    doctor = stop_and_look(board)
+    assert doctor.wait() == 1
+    assert doctor.errors.startswith("hdtv-doctor: a gateway is connected")
+    assert board.services() == [service]
+    gateway.reset(connection)
+
+
+def test_service_that_does_not_start_again_is_a_fault(board: Board) -> None:
+    service = board.pid()
+    script = board.station.path("/etc/init.d/S90hdtv")
+    script.write_text('#!/bin/sh\n[ "$1" = stop ] && kill "$(cat /run/hdtv.pid)"\n')
+    doctor = stop_and_look(board)
+    assert doctor.wait() == 1
+    assert told(doctor).failed()["service's start"] == "it has not been started again"
+    assert told(doctor).of("power status").evidence == "in standby"
+    assert service not in board.services()
+
+
+def test_service_that_does_not_end_is_told_of(board: Board) -> None:
+    script = board.station.path("/etc/init.d/S90hdtv")
+    script.write_text("#!/bin/sh\n")
+    doctor = stop_and_look(board)
+    assert doctor.wait() == 1
+    assert told(doctor).of("television").evidence.endswith(") does not stop")
+    assert told(doctor).of("TCP port 4000").grade == "ok"
+
+
+def test_others_than_root_stop_nothing(board: Board) -> None:
+    service = board.pid()
+    nobody = ("/usr/bin/setpriv", "--reuid=65534", "--clear-groups", "--")
+    doctor = board.station.start(*nobody, PROGRAM, "--stop-service")
+    assert (doctor.wait(), doctor.output) == (1, "")
+    assert doctor.errors == "hdtv-doctor: --stop-service needs root\n"
+    assert board.services() == [service]
 
 
 @pytest.mark.parametrize("signal", ["INT", "KILL"])
 def test_interrupted_look_leaves_the_service_running(board: Board, signal: str) -> None:
+    """Even in the middle of the stop."""
     former = board.pid()
     doctor = stop_and_look(board)
     wait_for(lambda: former not in board.services(), "the service's end")
     (pid, *_) = [n for n in board.processes("--stop-service") if board.name_of(n) != "busybox"]
     board.station.run("/bin/kill", f"-{signal}", str(pid))
-    assert doctor.wait() in (130, -9)
+    assert doctor.wait() == (130 if signal == "INT" else -9)
     assert doctor.output == ""
     board.wait_for_start(former)
+    wait_for(lambda: not board.processes("S90hdtv stop"), "the end of the stop")
+    assert board.services() == [board.pid()]
+    assert board.station.path("/run/hdtv.log").is_fifo()
 
 
 def test_service_that_nothing_would_start_again_is_not_stopped(make_station: StationMaker) -> None:

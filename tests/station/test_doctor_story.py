@@ -17,32 +17,47 @@ from simulation.waiting import wait_for
 
 pytestmark = [pytest.mark.tool, pytest.mark.once, pytest.mark.waits]
 
-TRANSCRIPT = (top_directory() / "docs" / "first-hour.md").read_text()
+DOCUMENT = (top_directory() / "docs" / "first-hour.md").read_text()
+DOCTOR = "hdtv-doctor"
 
 
-def without_numbers(text: str) -> str:
-    return re.sub(r"\d+", "#", text)
+def transcript() -> list[tuple[str, list[str]]]:
+    """Each command with what it prints, without numbers."""
+    played: list[tuple[str, list[str]]] = []
+    for line in DOCUMENT.splitlines():
+        if line.startswith("    # "):
+            played.append((line.removeprefix("    # "), []))
+        elif played and line.startswith("    "):
+            played[-1][1].append(line.removeprefix("    "))
+    return [(command, comparable(lines)) for command, lines in played]
 
 
-def examine(station: Station, *options: str) -> list[str]:
-    """What hdtv-doctor prints, as the installer sees it."""
-    doctor: Process = station.start("/bin/busybox", "env", f"PATH={APPLETS}", PROGRAM, *options)
+def comparable(lines: list[str]) -> list[str]:
+    """This machine's clock may be synchronized."""
+    return [re.sub(r"\d+", "#", line) for line in lines if line and " clock: " not in line]
+
+
+def examine(station: Station, *options: str) -> Process:
+    """As the installer does."""
+    doctor = station.start("/bin/busybox", "env", f"PATH={APPLETS}", PROGRAM, *options)
     doctor.wait()
-    return doctor.output.splitlines()
+    return doctor
 
 
-def failures(lines: list[str]) -> list[str]:
-    """As by grep -A1 FAIL, without the line that counts them."""
+def failures(doctor: Process) -> list[str]:
+    """As by grep -A1 '^  FAIL'."""
+    lines = doctor.output.splitlines()
     places = [place for place, line in enumerate(lines) if line.startswith("  FAIL ")]
-    return [line for place in places for line in lines[place : place + 2]]
+    kept: list[str] = []
+    for place in places:
+        if kept and place > 0 and lines[place - 2] != kept[-2]:
+            kept.append("--")
+        kept += lines[place : place + 2]
+    return kept
 
 
-def expect_told(lines: list[str]) -> None:
-    transcript = without_numbers(TRANSCRIPT)
-    for line in lines:
-        # This machine's clock may be synchronized.
-        if line and " clock: " not in line:
-            assert f"    {without_numbers(line)}\n" in transcript, line
+def containing(doctor: Process, words: str) -> list[str]:
+    return [line for line in doctor.output.splitlines() if words in line]
 
 
 def test_first_hour(make_station: StationMaker) -> None:
@@ -60,8 +75,6 @@ def test_first_hour(make_station: StationMaker) -> None:
     with Television(station, power=1) as television:
         television.is_deaf = True
         first = failures(examine(station))
-        assert len(first) == 8
-        expect_told(first)
 
         # Corrected and started. The television does not wake.
         station.write_config(CONFIG + "\n")
@@ -70,19 +83,25 @@ def test_first_hour(make_station: StationMaker) -> None:
         station.wait_for_calls("qt-webkit-kiosk")
         station.path(LIVENESS_FILE).touch()
         second = examine(station)
-        assert failures(second) == []
-        expect_told([line for line in second if "cannot tell" in line])
         third = examine(station, "--stop-service")
-        assert "  FAIL         power status:" in "\n".join(third)
-        expect_told(third[third.index("television") : third.index("browser")])
 
         # CEC is switched on in its menus.
         television.is_deaf = False
-        expect_told([x for x in examine(station, "--stop-service") if "power status" in x])
+        fourth = examine(station, "--stop-service")
         board.wait_for_start(0)
         gateway.deliver(station, gateway.display_alert("DRILL"))
         wait_for(lambda: television.power == ON, "the television")
         station.path(LIVENESS_FILE).touch()
         last = examine(station)
-    assert failures(last) == []
-    expect_told(last)
+    lines = third.output.splitlines()
+    asked = lines[lines.index("television") : lines.index("browser")]
+    assert [printed for command, printed in transcript() if command.startswith(DOCTOR)] == [
+        comparable(printed)
+        for printed in (
+            first,
+            containing(second, "cannot tell"),
+            [*third.errors.splitlines(), "\N{HORIZONTAL ELLIPSIS}", *asked],
+            containing(fourth, "power status"),
+            last.output.splitlines(),
+        )
+    ]

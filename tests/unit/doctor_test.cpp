@@ -12,8 +12,12 @@
 #include "tools/doctor/stopped_service.h"
 #include "tools/doctor/watch.h"
 
+#include <cstdlib>
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <netinet/tcp.h>
 #include <string>
+#include <unistd.h>
 
 namespace {
 
@@ -89,6 +93,31 @@ TEST(doctor_grades, liveness) {
     EXPECT_EQ(grade_liveness(std::nullopt, 1000).result, grade::fail);
     EXPECT_EQ(grade_liveness(std::nullopt, 10).result, grade::cannot_tell);
     EXPECT_EQ(grade_liveness(400, std::nullopt).result, grade::cannot_tell);
+    // A former service's page has left it.
+    EXPECT_EQ(grade_liveness(400, 10).result, grade::cannot_tell);
+    EXPECT_EQ(grade_liveness(12, 10).result, grade::cannot_tell);
+    EXPECT_EQ(grade_liveness(11, 10).result, grade::ok); // either may be rounded
+    EXPECT_EQ(grade_liveness(400, 60).result, grade::fail);
+}
+
+TEST(doctor_grades, browser) {
+    const process service = make_process(5, 1, "hdtv");
+    process shown = make_process(6, 5, "kiosk");
+    shown.arguments = {"kiosk", "-u", "http://127.0.0.1/station_web/"};
+    EXPECT_EQ(grade_browser(make_snapshot({shown})).result, grade::cannot_tell);
+    EXPECT_EQ(grade_browser(make_snapshot({service, shown})).result, grade::ok);
+    // A gateway may have blanked the page, and other programs end, too.
+    EXPECT_EQ(grade_browser(make_snapshot({service})).result, grade::cannot_tell);
+    for (const char *name : {"wget", "aplay", "date", "S40network", "sh", "hdtv"}) {
+        const snapshot taken = make_snapshot({service, make_process(7, 5, name, 'Z')});
+        EXPECT_EQ(grade_browser(taken).result, grade::cannot_tell) << name;
+    }
+    for (const char *name : {"qt-webkit-kiosk", "chromium"}) {
+        const snapshot taken = make_snapshot({service, make_process(7, 5, name, 'Z')});
+        EXPECT_EQ(grade_browser(taken).result, grade::fail) << name;
+    }
+    const snapshot others = make_snapshot({service, make_process(7, 1, "chromium", 'Z')});
+    EXPECT_EQ(grade_browser(others).result, grade::cannot_tell);
 }
 
 TEST(doctor_grades, clock) {
@@ -99,9 +128,20 @@ TEST(doctor_grades, clock) {
 }
 
 TEST(doctor_grades, root_file_system) {
-    EXPECT_EQ(grade_root(false, "mount").result, grade::ok);
-    EXPECT_EQ(grade_root(true, "mount").result, grade::fail);
-    EXPECT_EQ(grade_root(true, "busybox").result, grade::cannot_tell);
+    EXPECT_EQ(grade_root(false, true).result, grade::ok);
+    EXPECT_EQ(grade_root(true, true).result, grade::fail);
+    EXPECT_EQ(grade_root(true, true).chapter, chapter::debian);
+    EXPECT_EQ(grade_root(true, false).result, grade::fail);
+    EXPECT_EQ(grade_root(true, false).chapter, chapter::image);
+}
+
+TEST(doctor_grades, watchdog_timeout) {
+    EXPECT_EQ(grade_watchdog_timeout({"board", 15, "active", true}).result, grade::ok);
+    EXPECT_EQ(grade_watchdog_timeout({"", 60, "active", true}).result, grade::fail);
+    EXPECT_EQ(grade_watchdog_timeout({"", 15, "inactive", true}).result, grade::fail);
+    // Nobody has set it yet, or this user does not see who has.
+    EXPECT_EQ(grade_watchdog_timeout({"", 15, "inactive", false}).result, grade::cannot_tell);
+    EXPECT_EQ(grade_watchdog_timeout({"", 60, "active", false}).result, grade::cannot_tell);
 }
 
 TEST(doctor_grades, audio_control) {
@@ -136,14 +176,58 @@ TEST(doctor_stop, leaves_an_alert_alone) {
         shows_alert(R"([{"alert_type":"display_alert", "alert_time":"0", "alert_area":"x"}])"));
     EXPECT_FALSE(
         shows_alert(R"([{"alert_type":"display_alert", "alert_time":"5", "alert_area":""}])"));
-    EXPECT_FALSE(shows_alert(""));
+    EXPECT_TRUE(shows_alert("")); // it is being written
+    EXPECT_FALSE(shows_alert(std::nullopt));
     EXPECT_THROW(commands_for(make_process(1 << 30, 1, "hdtv")), stop_failure);
+}
+
+TEST(doctor_stop, leaves_a_message_that_is_on_its_way_alone) {
+    table_socket socket;
+    EXPECT_FALSE(is_message_underway({}));
+    for (const unsigned state : {TCP_SYN_RECV, TCP_ESTABLISHED, TCP_CLOSE_WAIT}) {
+        socket.state = state;
+        EXPECT_TRUE(is_message_underway({socket})) << state;
+    }
+    for (const unsigned state : {TCP_TIME_WAIT, TCP_FIN_WAIT1, TCP_LISTEN}) {
+        socket.state = state;
+        EXPECT_FALSE(is_message_underway({socket})) << state;
+    }
+    socket.waiting = 1;
+    EXPECT_TRUE(is_message_underway({socket}));
 }
 
 TEST(doctor_programs, are_waited_for) {
     EXPECT_EQ(run_and_wait({"/bin/sh", "-c", "exit 3"}), 3);
     EXPECT_EQ(run_and_wait({"/bin/sh", "-c", "kill -9 $$"}), std::nullopt);
     EXPECT_EQ(run_and_wait({"/nowhere/at/all"}).value_or(127), 127);
+}
+
+TEST(doctor_programs, are_killed_with_what_they_have_started) {
+    const std::chrono::minutes enough(1);
+    const std::chrono::milliseconds little(20);
+    EXPECT_EQ(run_and_wait({"/bin/sh", "-c", "exit 3"}, {.limit = enough}), 3);
+    EXPECT_EQ(run_and_wait({"/bin/sh", "-c", "sleep 600; true"}, {.limit = little}), std::nullopt);
+    EXPECT_EQ(ask_in_child([] { return std::string("all"); }, enough), "all");
+    EXPECT_EQ(ask_in_child([]() -> std::string { _exit(1); }, enough), std::nullopt);
+    const auto hanging = [] {
+        return std::string(std::system("sleep 600; true") == 0 ? "" : "no");
+    };
+    EXPECT_EQ(ask_in_child(hanging, little), std::nullopt);
+}
+
+// Whoever waits for the pipe's end waits for the program, too, and for nothing that comes after it.
+TEST(doctor_programs, have_a_descriptor_that_is_lent_to_them) {
+    int ends[2];
+    ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
+    const std::string look = "[ -e /proc/self/fd/" + std::to_string(ends[1]) + " ]";
+    EXPECT_EQ(run_and_wait({"/bin/sh", "-c", look}, {.lent = ends[1]}), 0);
+    EXPECT_EQ(run_and_wait({"/bin/sh", "-c", look}), 1);
+    close(ends[0]);
+    close(ends[1]);
+}
+
+TEST(doctor_programs, have_a_process_group_of_their_own) {
+    EXPECT_EQ(run_and_wait({"/bin/sh", "-c", "[ $(cut -d' ' -f5 /proc/$$/stat) = $$ ]"}), 0);
 }
 
 TEST(doctor_report, has_a_line_for_each_link) {
@@ -170,7 +254,10 @@ TEST(doctor_report, has_a_line_for_each_link) {
 }
 
 TEST(doctor_report, json_is_json_whatever_the_evidence) {
-    EXPECT_EQ(json_text("a \"b\" \\ \x1b \xff"), R"("a \"b\" \\ \\x1b \\xff")");
+    EXPECT_EQ(to_text("s", cannot_tell("l", "a \"b\" \\ \x1b \xff"), {true, false}),
+              R"({"section": "s", "link": "l", "grade": "cannot tell", )"
+              R"("evidence": "a \"b\" \\ \u001b \ufffd"})"
+              "\n");
 }
 
 TEST(doctor_watch, tells_each_change_once) {

@@ -6,11 +6,13 @@
 #include "hdtv/programs.h"
 #include "hdtv/watchdog.h"
 #include "tools/doctor/files.h"
+#include "tools/doctor/run_program.h"
 #include "tools/doctor/sections.h"
 #include "tools/doctor/shipped_headers.h"
 #include "tools/doctor/web_client.h"
 
 #include <algorithm>
+#include <chrono>
 #include <filesystem>
 #include <string>
 #include <system_error>
@@ -21,6 +23,8 @@ namespace {
 
 // The page asks for a sign of life every 30 seconds.
 constexpr std::time_t usual_silence = 60; // seconds
+
+constexpr const char *browser_link = "browser";
 
 // What the page's own type is, and what it is without it.
 constexpr const char *main_fonts[] = {"liberation", "dejavu"};
@@ -51,40 +55,41 @@ bool is_station_page(const std::string &page) {
     return page.starts_with(station_page);
 }
 
-finding about_no_browser(const snapshot &taken) {
-    constexpr const char *link = "browser";
+// The service's other programs, and what a child of the service is called before it is a program.
+bool is_other_program(const std::string &name) {
+    constexpr const char *others[] = {programs::amixer,
+                                      programs::aplay,
+                                      programs::date,
+                                      programs::ifconfig,
+                                      programs::killall,
+                                      programs::lsusb,
+                                      programs::mount,
+                                      programs::network_script,
+                                      programs::reboot,
+                                      programs::udhcpc,
+                                      programs::tvservice,
+                                      programs::wget,
+                                      "sh",
+                                      "hdtv"};
+    return std::ranges::any_of(others,
+                               [&](const char *path) { return fs::path(path).filename() == name; });
+}
+
+// A browser that has ended stays the service's child for a while. It may be called anything.
+finding grade_no_browser(const snapshot &taken) {
     const auto ended = std::ranges::find_if(taken.all, [&](const process &each) {
         return is_child_of_service(taken, each) && each.state == 'Z' &&
-               std::string(programs::browser).find(each.name) != std::string::npos;
+               !is_other_program(each.name);
     });
     const std::string next =
         "run its command line by hand to see why: " + std::string(programs::browser) + " -u " +
-        station_page + "; a gateway may also have blanked the page (page --blank)";
+        station_page;
     if (ended != taken.all.end()) {
-        return has_failed(link, name_and_id(*ended) + " has ended", next, chapter::trouble);
+        return has_failed(browser_link, name_and_id(*ended) + " has ended", next, chapter::trouble);
     }
-    return has_failed(link, "the service has no browser", next, chapter::trouble);
-}
-
-finding about_process(const snapshot &taken) {
-    constexpr const char *link = "browser";
-    if (taken.service() == nullptr) {
-        return cannot_tell(link, "the service, which starts it, is not running");
-    }
-    const auto found = std::ranges::find_if(taken.all, [&](const process &each) {
-        return is_child_of_service(taken, each) && each.state != 'Z' && !page_of(each).empty();
-    });
-    if (found == taken.all.end()) {
-        return about_no_browser(taken);
-    }
-    const std::string page = page_of(*found);
-    if (!is_station_page(page)) {
-        return cannot_tell(link, name_and_id(*found) + " shows another page, " + page,
-                           "the next alert brings the station page back; until then only a framed "
-                           "page keeps the unit alive",
-                           chapter::trouble);
-    }
-    return is_ok(link, name_and_id(*found) + " shows " + page);
+    return cannot_tell(browser_link,
+                       "the service has none: a gateway may have blanked the page (page --blank)",
+                       "if none has: " + next, chapter::trouble);
 }
 
 // All names of font files, in lower case.
@@ -136,24 +141,34 @@ finding about_fonts() {
     return is_ok(link, there);
 }
 
+// As the service reads it; empty if there is none.
+std::string mode_text() {
+    const bstr_owner mode(get_fb_resolution());
+    return mode ? bstr_text(mode.get()) : "";
+}
+
 // The board's own tool, whose answer the service acts on.
 std::optional<finding> about_mode() {
     constexpr const char *link = "display";
     if (!is_program(programs::tvservice)) {
         return std::nullopt;
     }
-    const bstr_owner mode(get_fb_resolution());
-    if (!mode) {
+    constexpr std::chrono::seconds patience(5);
+    const auto text = ask_in_child(mode_text, patience);
+    if (!text) {
+        return cannot_tell(link, "tvservice does not answer");
+    }
+    if (text->empty()) {
         return std::nullopt;
     }
-    const std::string text = bstr_text(mode.get());
+    const bstr_owner mode(bfromcstr(text->c_str()));
     if (is_fallback_mode(mode.get())) {
-        return has_failed(link, "it has fallen back to " + text,
+        return has_failed(link, "it has fallen back to " + *text,
                           "check the cable and the television's input; the service resets the "
                           "display every 30 seconds",
                           chapter::trouble);
     }
-    return is_ok(link, text);
+    return is_ok(link, *text);
 }
 
 // The kernel's connectors. One that is in use is enough.
@@ -258,6 +273,26 @@ finding about_document(const snapshot &taken) {
 
 } // namespace
 
+finding grade_browser(const snapshot &taken) {
+    if (taken.service() == nullptr) {
+        return cannot_tell(browser_link, "the service, which starts it, is not running");
+    }
+    const auto found = std::ranges::find_if(taken.all, [&](const process &each) {
+        return is_child_of_service(taken, each) && each.state != 'Z' && !page_of(each).empty();
+    });
+    if (found == taken.all.end()) {
+        return grade_no_browser(taken);
+    }
+    const std::string page = page_of(*found);
+    if (!is_station_page(page)) {
+        return cannot_tell(browser_link, name_and_id(*found) + " shows another page, " + page,
+                           "the next alert brings the station page back; until then only a framed "
+                           "page keeps the unit alive",
+                           chapter::trouble);
+    }
+    return is_ok(browser_link, name_and_id(*found) + " shows " + page);
+}
+
 finding grade_liveness(std::optional<std::time_t> age, std::optional<long long> service_age) {
     constexpr const char *link = "page alive";
     constexpr const char *next =
@@ -265,7 +300,9 @@ finding grade_liveness(std::optional<std::time_t> age, std::optional<long long> 
     if (!service_age) {
         return cannot_tell(link, "the service, which starts the browser, is not running");
     }
-    if (!age && *service_age < usual_silence) {
+    // What was reported before the start, another service's page has reported.
+    const bool is_from_before = !age || *age > *service_age + clock_rounding;
+    if (is_from_before && *service_age < usual_silence) {
         return cannot_tell(link, "not yet: the service has been running for " +
                                      duration_text(*service_age));
     }
@@ -289,13 +326,14 @@ finding grade_liveness(std::optional<std::time_t> age, std::optional<long long> 
 
 findings look_at_browser(const snapshot &taken) {
     const web_answer page = fetch_from_unit("");
+    const auto age = age_of(liveness_file);
     const auto service_age =
         taken.service() != nullptr ? std::optional(running_time(*taken.service())) : std::nullopt;
-    return {about_process(taken),
+    return {grade_browser(taken),
             about_fonts(),
             about_display(),
             about_web_server(page),
             about_headers(page),
             about_document(taken),
-            grade_liveness(age_of(liveness_file), service_age)};
+            grade_liveness(age, service_age)};
 }

@@ -56,8 +56,7 @@ class strict_reader {
             return;
         }
         if (text_.size() == static_cast<std::size_t>(config_limit)) {
-            fault(text_.size(), "bytes beyond " + std::to_string(config_limit) +
-                                    " are not read, and are lost when the service writes");
+            fault(text_.size(), "bytes beyond " + std::to_string(config_limit) + " are not read");
         } else {
             fault(text_.size(), "a zero byte: nothing after it is read");
         }

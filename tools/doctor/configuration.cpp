@@ -5,9 +5,11 @@
 #include "hdtv/kiosk.h"
 #include "tools/doctor/config_text.h"
 #include "tools/doctor/files.h"
+#include "tools/doctor/processes.h"
 
 #include <algorithm>
 #include <arpa/inet.h>
+#include <cerrno>
 #include <cstring>
 #include <optional>
 
@@ -65,14 +67,24 @@ finding about_text(const std::string &text, const config_reading &reading) {
     return is_ok(file_link, evidence);
 }
 
+finding about_unreadable_file(const std::string &file, int error) {
+    if (error == EACCES && !is_root()) {
+        return cannot_tell(file_link, "only root may read " + file);
+    }
+    return has_failed(file_link, file + " cannot be read: " + std::strerror(error),
+                      error == ENOENT
+                          ? "create it: the service never does, and stores no setting without it"
+                          : "the service cannot read it either, and does without its settings",
+                      chapter::configure);
+}
+
 } // namespace
 
 findings look_at_configuration(const std::string &file) {
+    errno = 0;
     const auto text = read_file(file);
     if (!text) {
-        return {has_failed(file_link, file + " cannot be read: " + std::strerror(errno),
-                           "create it: the service never does, and stores no setting without it",
-                           chapter::configure)};
+        return {about_unreadable_file(file, errno)};
     }
     const config_reading reading = read_strictly(*text);
     findings found;

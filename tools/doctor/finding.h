@@ -42,6 +42,7 @@ inline finding cannot_tell(std::string link, std::string evidence, std::string n
 namespace chapter {
 constexpr const char *parts = "What a unit consists of";
 constexpr const char *debian = "A unit that runs Debian";
+constexpr const char *image = "Build an image";
 constexpr const char *start = "Start it and stop it";
 constexpr const char *configure = "Configure";
 constexpr const char *no_wake = "Why does this television not wake?";

@@ -74,3 +74,8 @@ findings look_beside_service(const process *service) {
     found.push_back(about_connection(service));
     return found;
 }
+
+// It tells of no failure: every message is sent.
+bool is_unacknowledged(std::uint8_t /*result*/) {
+    return true;
+}

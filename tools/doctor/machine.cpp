@@ -8,6 +8,7 @@
 #include "tools/doctor/sections.h"
 
 #include <algorithm>
+#include <chrono>
 #include <cstring>
 #include <filesystem>
 #include <string>
@@ -28,6 +29,8 @@ constexpr unsigned long long largest_log = 2 * megabyte;
 constexpr unsigned long long room_in_tmp = 4 * megabyte;
 // The longest document many times over.
 constexpr unsigned long long room_in_shm = megabyte;
+
+constexpr const char *timeout_link = "watchdog timeout";
 
 // The watchdog. Its device is never opened: that alone would arm it.
 
@@ -60,27 +63,13 @@ finding about_watchdog(const snapshot &taken) {
 }
 
 finding about_watchdog_timeout(const snapshot &taken) {
-    constexpr const char *link = "watchdog timeout";
     const std::string place = "/sys/class/watchdog/watchdog0/";
     const auto timeout = number_in(first_line(place + "timeout"));
     if (!timeout) {
-        return cannot_tell(link, "the kernel does not tell");
+        return cannot_tell(timeout_link, "the kernel does not tell");
     }
-    const std::string identity = first_line(place + "identity");
-    const std::string evidence =
-        (identity.empty() ? "" : identity + ", ") + std::to_string(*timeout) + " s";
-    if (is_held_by_service(taken) && first_line(place + "state") == "inactive") {
-        return has_failed(link, evidence + ", but it is not running",
-                          "restart the service, which arms it", chapter::trouble);
-    }
-    if (is_held_by_service(taken) && *timeout != watchdog_timeout) {
-        return has_failed(
-            link, evidence + "; the service asks for " + std::to_string(watchdog_timeout) + " s",
-            "this driver cannot do it: use another watchdog, or expect resets at "
-            "another time",
-            chapter::parts);
-    }
-    return is_ok(link, evidence);
+    return grade_watchdog_timeout({first_line(place + "identity"), *timeout,
+                                   first_line(place + "state"), is_held_by_service(taken)});
 }
 
 // Space.
@@ -102,8 +91,7 @@ std::string directory_of(const char *file) {
 }
 
 finding about_root() {
-    std::error_code error;
-    return grade_root(is_read_only("/"), fs::canonical(programs::mount, error).filename());
+    return grade_root(is_read_only("/"), is_there("/var/lib/dpkg/status"));
 }
 
 finding about_log() {
@@ -205,8 +193,12 @@ finding about_audio() {
     if (!is_program(programs::amixer)) {
         return cannot_tell(link, "there is no amixer to ask");
     }
-    return grade_audio(run_and_wait({programs::amixer, "sget", "PCM"}) == 0,
-                       read_file("/proc/asound/cards").value_or(""));
+    constexpr std::chrono::seconds patience(5); // a card's driver may hang
+    const auto status = run_and_wait({programs::amixer, "sget", "PCM"}, {.limit = patience});
+    if (!status) {
+        return cannot_tell(link, "amixer does not answer");
+    }
+    return grade_audio(*status == 0, read_file("/proc/asound/cards").value_or(""));
 }
 
 // The board's power supply. Its driver sets an alarm below the lowest voltage.
@@ -253,24 +245,44 @@ finding grade_audio(bool has_control, const std::string &cards) {
     if (cards.empty() || cards.find("no soundcards") != std::string::npos) {
         return cannot_tell(link, "no sound card: clips cannot be heard");
     }
+    if (!is_root()) {
+        return cannot_tell(link, "only root, and the group audio, see the sound card's controls");
+    }
     return has_failed(link, "the sound card has no control named PCM",
                       "clips are played at whatever volume the card is set to: amixer, alsactl "
                       "store",
                       chapter::debian);
 }
 
-finding grade_root(bool is_read_only, const std::string &mount_program) {
+finding grade_root(bool is_read_only, bool is_debian) {
     constexpr const char *link = "root file system";
     if (!is_read_only) {
         return is_ok(link, "writable");
     }
-    if (mount_program == "busybox") {
-        return cannot_tell(link, "read-only; the service remounts it to store a rotation, which "
-                                 "needs a line for / in /etc/fstab");
+    // The service names no mount point, which neither Debian's mount nor busybox's takes for the root.
+    return has_failed(link, "read-only, and mount does not remount it for the service",
+                      "keep it writable, or a new rotation is lost at the next start",
+                      is_debian ? chapter::debian : chapter::image);
+}
+
+finding grade_watchdog_timeout(const watchdog_look &look) {
+    const std::string evidence =
+        (look.identity.empty() ? "" : look.identity + ", ") + std::to_string(look.timeout) + " s";
+    if (!look.is_held) {
+        return cannot_tell(timeout_link, evidence + "; the service is not seen to hold it");
     }
-    return has_failed(
-        link, "read-only, and this machine's mount does not remount it for the service",
-        "keep it writable, or a new rotation is lost at the next start", chapter::debian);
+    if (look.state == "inactive") {
+        return has_failed(timeout_link, evidence + ", but it is not running",
+                          "restart the service, which arms it", chapter::trouble);
+    }
+    if (look.timeout != watchdog_timeout) {
+        return has_failed(
+            timeout_link,
+            evidence + "; the service asks for " + std::to_string(watchdog_timeout) + " s",
+            "this driver cannot do it: use another watchdog, or expect resets at another time",
+            chapter::parts);
+    }
+    return is_ok(timeout_link, evidence);
 }
 
 finding grade_clock(std::time_t now, bool is_synchronized) {

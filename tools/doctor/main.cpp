@@ -11,11 +11,11 @@
 #include "tools/gatewayctl/text.h"
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
-#include <optional>
 #include <string>
 #include <unistd.h>
 #include <vector>
@@ -32,7 +32,7 @@ constexpr const char *about =
 constexpr const char *notes =
     "Run it as root: others see less. It sends nothing on the network but to 127.0.0.1, and never\n"
     "opens the watchdog. On the television's bus it asks for the power status and for the active\n"
-    "source, nothing else.\n"
+    "source; with --stop-service it joins the bus first, under the service's name.\n"
     "\n"
     "Examples:\n"
     "  hdtv-doctor\n"
@@ -41,7 +41,7 @@ constexpr const char *notes =
     "  hdtv-doctor --json | grep '\"fail\"'\n"
     "\n"
     "Exit status: 0 no FAIL; 1 a FAIL, or the service could not be stopped or started again;\n"
-    "2 invalid request; 128 and the signal's number when interrupted.";
+    "2 invalid request; 128 and the signal's number when interrupted, except with --watch.";
 
 struct settings {
     bool as_json = false;
@@ -98,43 +98,61 @@ void complain(const std::string &words) {
     std::fprintf(stderr, "hdtv-doctor: %s\n", printable(words).c_str());
 }
 
-// Asks the television in the service's place, after everything else has been looked at. Nothing if it
-// was interrupted, or if the service does not start again.
-std::optional<std::vector<section>> look_in_services_place() {
-    const snapshot taken = take_snapshot();
-    const std::vector<section> rest = look_at_the_rest(taken);
-    if (taken.service() == nullptr) {
-        return with_television(rest, look_through_port());
-    }
-    stopped_service stopped(*taken.service());
-    const findings television = look_through_port();
-    if (!stopped.start_again()) {
-        complain("the service has not been started again");
-        return std::nullopt;
-    }
-    return with_television(rest, television);
-}
-
 int status_of(const std::vector<section> &sections) {
     return has_failure(sections) ? failure_status : 0;
 }
 
-int report_once(const settings &chosen) {
-    const auto sections = chosen.is_stopping_service ? look_in_services_place() : look();
+// The status, if there is no other reason for one.
+int print(const std::vector<section> &sections, const settings &chosen, int status = 0) {
     if (ending_signal != 0) {
         return 128 + ending_signal;
     }
-    if (!sections) {
-        return failure_status;
+    std::fputs(to_text(sections, style_for(chosen)).c_str(), stdout);
+    return std::max(status_of(sections), status);
+}
+
+// A signal that came during the stop ends it.
+findings ask_in_place_of(const process &service) {
+    stopped_service stopped(service);
+    findings found = ending_signal == 0 ? look_through_port() : findings();
+    if (!stopped.start_again()) {
+        found.push_back(has_failed("service's start", "it has not been started again",
+                                   "start it: systemctl start hdtv, or /etc/init.d/S90hdtv start",
+                                   chapter::start));
     }
-    std::fputs(to_text(*sections, style_for(chosen)).c_str(), stdout);
-    return status_of(*sections);
+    return found;
+}
+
+// Asks the television in the service's place, after everything else has been looked at, which is told
+// in any case.
+int report_in_services_place(const settings &chosen) {
+    const snapshot taken = take_snapshot();
+    const std::vector<section> rest = look_at_the_rest(taken);
+    try {
+        return print(with_television(rest, taken.service() == nullptr
+                                               ? look_through_port()
+                                               : ask_in_place_of(*taken.service())),
+                     chosen);
+    } catch (const stop_failure &failure) {
+        if (ending_signal == 0) {
+            complain(failure.what());
+        }
+        return print(with_television(rest, {cannot_tell("television", failure.what())}), chosen,
+                     failure_status);
+    }
 }
 
 int run(const settings &chosen) {
     handle_signals();
+    if (chosen.is_stopping_service) {
+        if (is_root()) {
+            return report_in_services_place(chosen);
+        }
+        complain("--stop-service needs root");
+        return failure_status;
+    }
     if (!chosen.is_watching) {
-        return report_once(chosen);
+        return print(look(), chosen);
     }
     constexpr std::chrono::milliseconds pause(2000);
     return status_of(watch([] { return look(); }, style_for(chosen), pause, ending_signal));

@@ -15,6 +15,7 @@
 #include <cstring>
 #include <net/if.h>
 #include <netinet/in.h>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <sys/ioctl.h>
@@ -117,42 +118,67 @@ std::string port_link(protocol_kind kind) {
            std::to_string(protocol::command_port);
 }
 
+// The sockets of the port that the service has open; nothing if this user may not see them.
+std::optional<std::vector<table_socket>> held_by_service(protocol_kind kind,
+                                                         const snapshot &taken) {
+    const auto files =
+        taken.service() != nullptr ? open_files(taken.service()->pid) : std::vector<std::string>();
+    if (!files) {
+        return std::nullopt;
+    }
+    auto sockets = sockets_on(kind, protocol::command_port);
+    std::erase_if(sockets, [&](const table_socket &each) {
+        return !is_served(kind, each) ||
+               std::ranges::find(*files, descriptor_name(each)) == files->end();
+    });
+    return sockets;
+}
+
+// What retry-port looks for: a service that has only got the other port.
+bool is_retried(protocol_kind kind, const snapshot &taken) {
+    const auto other = held_by_service(protocol_kind::udp, taken);
+    return kind == protocol_kind::tcp && other && !other->empty();
+}
+
+std::string way_to_port(protocol_kind kind, const snapshot &taken,
+                        const std::vector<table_socket> &sockets) {
+    if (sockets.empty()) {
+        return "restart the service";
+    }
+    const bool is_waiting =
+        std::ranges::none_of(sockets, [](const table_socket &each) { return each.inode != 0; });
+    const std::string first = is_waiting ? "wait two minutes" : "end that program";
+    if (is_retried(kind, taken)) {
+        return first + ": retry-port restarts the service when the port is free";
+    }
+    return first + ", and " + (taken.service() != nullptr ? "restart" : "start") + " the service";
+}
+
 finding about_lost_port(protocol_kind kind, const snapshot &taken,
                         const std::vector<table_socket> &sockets) {
     const std::string held = sockets.empty() ? "nothing holds it" : describe(sockets, taken.all);
     if (taken.service() == nullptr && sockets.empty()) {
         return cannot_tell(port_link(kind), "the service is not running; nothing else holds it");
     }
-    const bool is_waiting = !sockets.empty() && std::ranges::none_of(sockets, [&](auto &each) {
-        return each.inode != 0;
-    });
     return has_failed(port_link(kind), "the service does not have it: " + held,
-                      sockets.empty() ? "restart the service"
-                      : is_waiting ? "wait two minutes: retry-port restarts the service when the "
-                                     "kernel frees the port"
-                                   : "end that program; retry-port then restarts the service",
-                      chapter::deaf);
+                      way_to_port(kind, taken, sockets), chapter::deaf);
 }
 
 finding about_port(protocol_kind kind, const snapshot &taken) {
     const auto sockets = sockets_on(kind, protocol::command_port);
-    const auto files =
-        taken.service() != nullptr ? open_files(taken.service()->pid) : std::vector<std::string>();
-    if (!files) {
+    const auto held = held_by_service(kind, taken);
+    if (!held) {
         return cannot_tell(port_link(kind),
                            "only root sees who holds it: " + describe(sockets, taken.all));
     }
-    for (const table_socket &each : sockets) {
-        if (is_served(kind, each) &&
-            std::ranges::find(*files, descriptor_name(each)) != files->end()) {
-            return is_ok(port_link(kind),
-                         "held by " + name_and_id(*taken.service()) +
-                             (each.waiting > 0
-                                  ? ", " + std::to_string(each.waiting) + " not yet accepted"
-                                  : ""));
-        }
+    if (held->empty()) {
+        return about_lost_port(kind, taken, sockets);
     }
-    return about_lost_port(kind, taken, sockets);
+    // Of datagrams the kernel counts bytes.
+    const unsigned long waiting = kind == protocol_kind::tcp ? held->front().waiting : 0;
+    return is_ok(port_link(kind),
+                 "held by " + name_and_id(*taken.service()) +
+                     (waiting > 0 ? ", " + std::to_string(waiting) + " not yet accepted" : ""));
 }
 
 std::string member_of(const std::string &text, const std::string &key) {
@@ -184,6 +210,12 @@ bool is_behind_proxy(const snapshot &taken) {
     });
 }
 
+// Nobody removes the file.
+bool is_left_by_former_service(const snapshot &taken) {
+    return taken.service() == nullptr ||
+           age_of(gateway_file).value_or(0) > running_time(*taken.service()) + clock_rounding;
+}
+
 finding about_gateway(const snapshot &taken) {
     constexpr const char *link = "gateway";
     const auto text = read_file(gateway_file);
@@ -197,6 +229,10 @@ finding about_gateway(const snapshot &taken) {
             "send something over TCP: gatewayctl --to UNIT stop-turnout", chapter::trouble);
     }
     const std::string address = member_of(*text, "gateway_addr");
+    if (is_left_by_former_service(taken)) {
+        return cannot_tell(link, address + ", left by a former service, unless the clock has been "
+                                           "set since; none known yet");
+    }
     in_addr gateway{};
     if (inet_pton(AF_INET, address.c_str(), &gateway) != 1) {
         return has_failed(link, "\"" + address + "\" is not an address",

@@ -34,7 +34,12 @@ std::condition_variable changed;
 television_view seen;
 
 void take_sent(std::uint8_t opcode, std::uint8_t result) {
-    if (opcode == cec_opcode::give_device_power_status) {
+    if (opcode != cec_opcode::give_device_power_status) {
+        return;
+    }
+    if (result != 0 && !is_unacknowledged(result)) {
+        seen.is_unsent = true;
+    } else {
         seen.is_answered = result == 0;
     }
 }
@@ -71,8 +76,8 @@ template <typename condition> void wait_for(condition is_met, std::chrono::milli
     changed.wait_for(lock, limit, is_met);
 }
 
-void send(std::uint32_t destination, std::uint8_t question) {
-    vc_cec_send_message(destination, &question, 1, 0);
+bool send(std::uint32_t destination, std::uint8_t question) {
+    return vc_cec_send_message(destination, &question, 1, 0) == 0;
 }
 
 bool join_bus() {
@@ -114,9 +119,16 @@ void look() {
     }
     seen.adapter = adapter_state::open;
     announce();
-    send(cec_logical_address::tv, cec_opcode::give_device_power_status);
-    wait_for([] { return seen.power != power_answer::none || seen.is_answered == false; },
-             patience);
+    if (!send(cec_logical_address::tv, cec_opcode::give_device_power_status)) {
+        const std::lock_guard lock(mutex);
+        seen.is_unsent = true;
+        return;
+    }
+    wait_for(
+        [] {
+            return seen.power != power_answer::none || seen.is_answered == false || seen.is_unsent;
+        },
+        patience);
     if (seen.power == power_answer::told) {
         send(cec_logical_address::broadcast, cec_opcode::request_active_source);
         wait_for([] { return seen.active_source.has_value(); }, short_patience);
@@ -196,8 +208,9 @@ findings look_through_port() {
         return grade_television(view, notes);
     }
     const port_view seen_there = look_in_child();
-    notes.said = seen_there.said.empty() ? "no reason is given" : seen_there.said;
-    notes.limit = "the adapter has not answered";
+    view.adapter = adapter_state::silent;
     view = seen_there.view.value_or(view);
+    notes.said = seen_there.said.empty() ? "no reason is given" : seen_there.said;
+    notes.limit = view.is_unsent ? bus_too_busy : "the adapter has not answered";
     return grade_television(view, notes);
 }

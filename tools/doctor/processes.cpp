@@ -58,6 +58,10 @@ std::optional<process> parse_process(const std::string &line) {
     return rest && found.pid > 0 ? std::optional(found) : std::nullopt;
 }
 
+bool is_root() {
+    return geteuid() == 0;
+}
+
 long long running_time(const process &which) {
     timespec now{};
     clock_gettime(CLOCK_BOOTTIME, &now);

@@ -20,8 +20,14 @@ std::vector<process> list_processes();
 /// What a line of /proc/PID/stat says: pid, name, state and parent. Nothing if it says nothing.
 std::optional<process> parse_process(const std::string &line);
 
+/// Whether this program sees everything: others than root see less.
+bool is_root();
+
 /// How long it has been running, in seconds.
 long long running_time(const process &which);
+
+/// By so many seconds a file that it has written may seem to be older than that.
+constexpr int clock_rounding = 1;
 
 /// The targets of its descriptors, such as "/dev/watchdog" or "socket:[1234]"; nothing if this user
 /// may not see them.

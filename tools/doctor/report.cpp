@@ -37,7 +37,7 @@ std::string grade_column(grade result, const report_style &style) {
 }
 
 std::string json_member(const char *name, const std::string &value) {
-    return std::string("\"") + name + "\": " + json_text(value);
+    return std::string("\"") + name + "\": " + json_quoted(value);
 }
 
 std::string to_json(const std::string &section_name, const finding &found,
@@ -109,15 +109,4 @@ bool has_failure(const std::vector<section> &sections) {
         return std::ranges::any_of(
             each.found, [](const finding &found) { return found.result == grade::fail; });
     });
-}
-
-std::string json_text(const std::string &text) {
-    std::string quoted_text = "\"";
-    for (const char c : printable(text)) {
-        if (c == '"' || c == '\\') {
-            quoted_text += '\\';
-        }
-        quoted_text += c;
-    }
-    return quoted_text + "\"";
 }

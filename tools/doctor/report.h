@@ -20,6 +20,3 @@ std::string to_text(const std::string &section_name, const finding &found,
 std::string to_text(const std::vector<section> &sections, const report_style &style);
 
 bool has_failure(const std::vector<section> &sections);
-
-/// A JSON string with its quotation marks. Bytes that would mislead are escaped first.
-std::string json_text(const std::string &text);

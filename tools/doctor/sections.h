@@ -9,5 +9,4 @@
 findings look_at_service(const snapshot &taken);
 findings look_at_browser(const snapshot &taken);
 findings look_at_network(const snapshot &taken);
-findings look_at_configuration();
 findings look_at_machine(const snapshot &taken);

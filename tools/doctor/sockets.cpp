@@ -2,6 +2,7 @@
 
 #include "tools/doctor/files.h"
 
+#include <algorithm>
 #include <arpa/inet.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
@@ -99,6 +100,14 @@ std::vector<table_socket> sockets_on(protocol_kind kind, std::uint16_t port) {
 
 bool is_served(protocol_kind kind, const table_socket &socket) {
     return socket.state == (kind == protocol_kind::tcp ? unsigned{TCP_LISTEN} : unconnected);
+}
+
+bool is_message_underway(const std::vector<table_socket> &sockets) {
+    return std::ranges::any_of(sockets, [](const table_socket &each) {
+        const bool is_open = each.state == TCP_SYN_RECV || each.state == TCP_ESTABLISHED ||
+                             each.state == TCP_CLOSE_WAIT;
+        return is_open || (is_served(protocol_kind::tcp, each) && each.waiting > 0);
+    });
 }
 
 std::string descriptor_name(const table_socket &socket) {

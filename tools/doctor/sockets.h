@@ -27,6 +27,10 @@ std::vector<table_socket> sockets_on(protocol_kind kind, std::uint16_t port);
 /// Whether a server has it open: listening, or for datagrams bound.
 bool is_served(protocol_kind kind, const table_socket &socket);
 
+/// Of a port's TCP sockets: whether a connection is open, or waits to be accepted, so that a message may
+/// be on its way.
+bool is_message_underway(const std::vector<table_socket> &sockets);
+
 /// Its name in a process's list of descriptors.
 std::string descriptor_name(const table_socket &socket);
 

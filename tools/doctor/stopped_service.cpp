@@ -1,10 +1,13 @@
 #include "tools/doctor/stopped_service.h"
 
 #include "hdtv/alert_document.h"
+#include "hdtv/protocol.h"
 #include "tools/doctor/files.h"
 #include "tools/doctor/run_program.h"
+#include "tools/doctor/sockets.h"
 
 #include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <fcntl.h>
@@ -20,13 +23,28 @@ bool is_gone(int pid) {
     return kill(pid, 0) != 0 && errno == ESRCH;
 }
 
+// Longer than the init script, or systemd, waits for a service that does not end.
+constexpr std::chrono::seconds longest_stop(200);
+
 // In a session of its own, which the terminal does not reach: waits for this program's end.
 [[noreturn]] void keep(int alive, const std::vector<std::string> &start) {
     setsid();
     char byte = 0;
     while (read(alive, &byte, 1) < 0 && errno == EINTR) {
     }
-    _exit(run_and_wait(start, true).value_or(1));
+    _exit(run_and_wait(start, {.is_heard = true}).value_or(1));
+}
+
+// A restart now would lose it.
+void refuse_during_alert() {
+    if (shows_alert(read_file(document_file))) {
+        throw stop_failure(
+            "an alert is on the page, which would lose it: the service is not stopped");
+    }
+    if (is_message_underway(sockets_on(protocol_kind::tcp, protocol::command_port))) {
+        throw stop_failure(
+            "a gateway is connected, perhaps with an alert: the service is not stopped");
+    }
 }
 
 } // namespace
@@ -45,20 +63,20 @@ service_commands commands_for(const process &service) {
                        "be stopped and started again: stop it by hand, and look without it");
 }
 
-bool shows_alert(const std::string &document) {
-    if (document.find("\"alert_type\":\"stop_turnout\"") != std::string::npos) {
+bool shows_alert(const std::optional<std::string> &document) {
+    if (!document) {
+        return false;
+    }
+    if (document->find("\"alert_type\":\"stop_turnout\"") != std::string::npos) {
         return true;
     }
-    return !document.empty() && document.find("\"alert_time\":\"0\"") == std::string::npos &&
-           document.find("\"alert_area\":\"\"") == std::string::npos;
+    return document->find("\"alert_time\":\"0\"") == std::string::npos &&
+           document->find("\"alert_area\":\"\"") == std::string::npos;
 }
 
 stopped_service::stopped_service(const process &service) {
     const service_commands commands = commands_for(service);
-    if (shows_alert(read_file(document_file).value_or(""))) {
-        throw stop_failure(
-            "an alert is on the page, which would lose it: the service is not stopped");
-    }
+    refuse_during_alert();
     int ends[2];
     if (pipe2(ends, O_CLOEXEC) != 0) {
         throw stop_failure("cannot create a pipe");
@@ -73,7 +91,12 @@ stopped_service::stopped_service(const process &service) {
     if (keeper_ < 0) {
         throw stop_failure("cannot start a process");
     }
-    run_and_wait(commands.stop, true);
+    std::fputs(
+        "hdtv-doctor: stopping the service; it is started again afterward, which may take two "
+        "minutes\n",
+        stderr);
+    // The keeper waits for it, too: a start in the middle of the stop would be undone.
+    run_and_wait(commands.stop, {.is_heard = true, .limit = longest_stop, .lent = alive_.get()});
     if (!is_gone(service.pid)) {
         start_again();
         throw stop_failure(name_and_id(service) + " does not stop");

@@ -39,6 +39,10 @@ finding about_adapter(const television_view &view, const view_notes &notes) {
     case adapter_state::broken:
         return has_failed(link, notes.adapter + " is not a CEC adapter that can play",
                           "another device has taken its name: check the drivers", chapter::no_wake);
+    case adapter_state::silent:
+        return cannot_tell(link, notes.adapter + " does not answer: " + notes.said,
+                           "look into the kernel's log (dmesg), and restart the unit",
+                           chapter::no_wake);
     case adapter_state::forbidden:
     case adapter_state::open:
         break;
@@ -49,9 +53,13 @@ finding about_adapter(const television_view &view, const view_notes &notes) {
 finding about_permission(const television_view &view, const view_notes &notes) {
     constexpr const char *link = "permission";
     if (view.adapter == adapter_state::forbidden) {
-        return has_failed(link, notes.adapter + " may not be opened",
-                          "run this as root; the service has to run as root, too",
-                          chapter::no_wake);
+        return is_root() ? has_failed(link, notes.adapter + " may not be opened, even by root",
+                                      "what confines this program, and so perhaps the service?",
+                                      chapter::no_wake)
+                         : cannot_tell(link, "only root may open " + notes.adapter);
+    }
+    if (view.adapter == adapter_state::silent) {
+        return cannot_tell(link, "the adapter does not answer");
     }
     if (view.adapter == adapter_state::missing) {
         return cannot_tell(link, "there is no adapter");
@@ -74,9 +82,11 @@ finding about_link(const television_view &view, const view_notes &notes) {
 
 finding about_logical_address(const television_view &view, const view_notes &notes) {
     constexpr const char *link = "logical address";
-    if (!view.logical_address || !has_link(view)) {
-        return cannot_tell(link,
-                           view.physical_address ? "without a link there is none" : notes.limit);
+    if (view.physical_address && !has_link(view)) {
+        return cannot_tell(link, "without a link there is none");
+    }
+    if (!view.logical_address) {
+        return cannot_tell(link, notes.address.empty() ? notes.limit : notes.address);
     }
     if (*view.logical_address == cec_logical_address::unregistered) {
         return has_failed(link, "none is claimed",
@@ -86,11 +96,15 @@ finding about_logical_address(const television_view &view, const view_notes &not
     return is_ok(link, std::to_string(*view.logical_address));
 }
 
+// Why nothing is known of what only an answer would tell.
+std::string reason(const television_view &view, const view_notes &notes) {
+    return view.physical_address && !has_link(view) ? "there is no link" : notes.limit;
+}
+
 finding about_answer(const television_view &view, const view_notes &notes) {
     constexpr const char *link = "television answers";
     if (!view.is_answered) {
-        return cannot_tell(link, view.physical_address && !has_link(view) ? "there is no link"
-                                                                          : notes.limit);
+        return cannot_tell(link, reason(view, notes));
     }
     if (!*view.is_answered) {
         return has_failed(link, "no device acknowledges messages to the television",
@@ -121,7 +135,7 @@ finding about_power_status(const television_view &view, const view_notes &notes)
         return has_failed(link, std::string("the television does not tell it") + consequence,
                           stays_asleep, chapter::no_wake);
     }
-    return cannot_tell(link, view.is_answered ? "nobody answers" : notes.limit);
+    return cannot_tell(link, view.is_answered ? "nobody answers" : reason(view, notes));
 }
 
 finding about_active_source(const television_view &view, const view_notes &notes) {
@@ -135,7 +149,8 @@ finding about_active_source(const television_view &view, const view_notes &notes
                                                                     : ", another device"));
     }
     if (view.power != power_answer::told) {
-        return cannot_tell(link, view.is_answered ? "the television does not answer" : notes.limit);
+        return cannot_tell(link, view.is_answered ? "the television does not answer"
+                                                  : reason(view, notes));
     }
     return cannot_tell(link, "nobody says so: this unit itself, or an input without CEC");
 }

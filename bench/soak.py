@@ -12,7 +12,7 @@ from pathlib import Path
 from bench.descriptors import count_descriptors
 from simulation import gateway
 from simulation.gateway import GATEWAY, OTHER_GATEWAY, Unit
-from simulation.places import build_directory
+from simulation.places import ALERT_LOG, build_directory
 from simulation.process import Process
 from simulation.station import Station, is_for_arm
 
@@ -58,13 +58,13 @@ def main() -> int:
         service = station.start_service()
         station.wait_for_calls("qt-webkit-kiosk")
         warm_up(station)
-        before = measure(station, service, 0)
+        before = measure(station, service, 0, 0)
         answers = -count_answers(records)
         print_heading()
         print_figures(before)
         messages = mixed_messages(random.Random(arguments.seed), arguments.messages)
         step = max(arguments.messages // arguments.lines, 1)
-        sent, after = soak(station, service, messages, step)
+        sent, after = soak(station, service, messages, step, before)
         gateway.deliver(station, gateway.display_alert("ALIVE"))
         assert station.document()["alert_area"] == "ALIVE", service.errors
         assert service.is_running(), service.errors
@@ -81,8 +81,13 @@ Sender = Callable[[Station], None]
 
 
 def soak(
-    station: Station, service: Process, messages: Iterable[tuple[str, Sender]], step: int
+    station: Station,
+    service: Process,
+    messages: Iterable[tuple[str, Sender]],
+    step: int,
+    figures: Figures,
 ) -> tuple[Counter[str], Figures]:
+    """The figures are those before it."""
     sent: Counter[str] = Counter()
     for number, (kind, send) in enumerate(messages, 1):
         send(station)
@@ -90,7 +95,7 @@ def soak(
         if number % DATAGRAMS_AT_ONCE == 0 or number % step == 0:
             gateway.deliver(station, b"\0")  # so that no datagram is dropped
         if number % step == 0:
-            figures = measure(station, service, number)
+            figures = measure(station, service, number, figures.documents)
             print_figures(figures)
     return sent, figures
 
@@ -153,12 +158,13 @@ def garbage(source: random.Random) -> bytes:
     )
 
 
-def measure(station: Station, service: Process, messages: int) -> Figures:
+def measure(station: Station, service: Process, messages: int, documents: int) -> Figures:
+    """After so many messages; so many documents had been written before the last measurement."""
     process = Path(f"/proc/{service.pid}")
     fields = dict(line.split(":", 1) for line in (process / "status").read_text().splitlines())
     return Figures(
         messages,
-        count_lines(station.path("/tmp/alerts.log")),
+        documents + take_lines(station.path(ALERT_LOG)),
         count_descriptors(service.pid),
         len((process / "task" / str(service.pid) / "children").read_text().split()),
         int(fields["VmRSS"].split()[0]),
@@ -166,9 +172,12 @@ def measure(station: Station, service: Process, messages: int) -> Figures:
     )
 
 
-def count_lines(file: Path) -> int:
-    with file.open("rb") as lines:
-        return sum(part.count(b"\n") for part in iter(lambda: lines.read(1 << 20), b""))
+def take_lines(file: Path) -> int:
+    """How many there are. The file is emptied, as a unit's upkeep does before it fills /tmp."""
+    with file.open("r+b") as lines:
+        count = sum(part.count(b"\n") for part in iter(lambda: lines.read(1 << 20), b""))
+        lines.truncate(0)
+    return count
 
 
 def count_answers(records: gateway.RecordListener) -> int:

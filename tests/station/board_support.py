@@ -83,7 +83,9 @@ class Board:
         return found
 
     def services(self) -> list[int]:
-        return [n for n in self.processes("/hdtv") if self.name_of(n) == "hdtv"]
+        """Without a child of one that has yet to become its program."""
+        named = [n for n in self.processes("/hdtv") if self.name_of(n) == "hdtv"]
+        return [n for n in named if self.parent_of(n) not in named]
 
     def start_too_late(self) -> None:
         """For the port, which is in use."""
@@ -95,6 +97,12 @@ class Board:
         wait_for(lambda: self.services() not in ([], [former]), "another service")
         port = gateway.COMMAND_PORT
         wait_for(lambda: self.station.listen_queue(port) is not None, "its TCP port")
+
+    def parent_of(self, pid: int) -> int:
+        with contextlib.suppress(OSError):  # it may end at any moment
+            stat = self.station.path(f"/proc/{pid}/stat").read_text()
+            return int(stat.rpartition(") ")[2].split()[1])
+        return 0
 
     def name_of(self, pid: int) -> str:
         path = self.station.path(f"/proc/{pid}/comm")

@@ -85,7 +85,10 @@ def test_service_with_a_connection_is_not_stopped(board: Board) -> None:
 def test_service_that_does_not_start_again_is_a_fault(board: Board) -> None:
     service = board.pid()
     script = board.station.path("/etc/init.d/S90hdtv")
-    script.write_text('#!/bin/sh\n[ "$1" = stop ] && kill "$(cat /run/hdtv.pid)"\n')
+    script.write_text(
+        '#!/bin/sh\n[ "$1" = stop ] || exit 1\npid=$(cat /run/hdtv.pid)\nkill "$pid"\n'
+        'while kill -0 "$pid" 2>/dev/null; do :; done\n'
+    )
     doctor = stop_and_look(board)
     assert doctor.wait() == 1
     assert told(doctor).failed()["service's start"] == "it has not been started again"

@@ -13,9 +13,11 @@ from doctor_support import (
     PROGRAM,
     PROGRAMS,
     Unit,
+    examine,
     have_good_machine,
     missing,
     start_doctor,
+    write_file,
     written,
 )
 from support import is_zombie, start
@@ -36,6 +38,11 @@ from simulation.tools import BOARD_MOUNT
 from simulation.waiting import wait_for
 
 pytestmark = pytest.mark.tool
+
+HANGING = """\
+#!/bin/sh
+[ -z "$HANG" ] || exec sleep 1000
+"""
 
 Breaking = Callable[[Unit], contextlib.AbstractContextManager[object]]
 
@@ -331,19 +338,17 @@ def test_gateway_of_a_former_service(unit: Unit) -> None:
 @pytest.mark.waits
 @pytest.mark.parametrize(("tool", "link"), [("amixer", "audio control"), ("tvservice", "display")])
 def test_program_that_hangs_is_not_waited_for(unit: Unit, tool: str, link: str) -> None:
+    """It hangs for hdtv-doctor only: the service would wait for it."""
     behavior = unit.station.behavior(tool)
-    unit.station.behave(tool, "stay")
-    report = unit.examine()
+    hanging = write_file(unit.station, "/run/station/hanging", HANGING)
+    hanging.chmod(0o755)
+    unit.station.behave(tool, "exec /run/station/hanging")
+    report = examine(unit.station, starter=("/usr/bin/env", "HANG=1"))
+    unit.station.behave(tool, *behavior)
     assert report.of(link).evidence == f"{tool} does not answer"
     assert report.failed() == {}
-    unit.station.behave(tool, *behavior)
-    assert not [x for x in unit.station.path("/proc").glob("[0-9]*/comm") if is_named(x, tool)]
-
-
-def is_named(comm: Path, name: str) -> bool:
-    with contextlib.suppress(OSError):  # it may end at any moment
-        return comm.read_text() == f"{name}\n"
-    return False
+    commands = (x.read_bytes() for x in unit.station.path("/proc").glob("[0-9]*/cmdline"))
+    assert b"sleep\x001000\x00" not in commands
 
 
 def test_dead_browser_and_another_page(unit: Unit) -> None:

@@ -91,7 +91,7 @@ std::string directory_of(const char *file) {
 }
 
 finding about_root() {
-    return grade_root(is_read_only("/"), is_there("/var/lib/dpkg/status"));
+    return grade_root(is_read_only("/"), is_there("/etc/debian_version"));
 }
 
 finding about_log() {

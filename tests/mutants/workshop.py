@@ -10,7 +10,14 @@ from pathlib import Path
 
 from mutant_list import TOP, ListError, Mutant, Rings
 
-STATION_PROGRAMS = ("hdtv", "hdtv-doctor", "gatewayctl", "station-standin", "station-launch")
+STATION_PROGRAMS = (
+    "hdtv",
+    "hdtv-doctor",
+    "gatewayctl",
+    "station-standin",
+    "station-launch",
+    "station-clock",
+)
 WITHOUT_PROGRAMS = ("test_dissector.py",)
 
 # A mutant may do anything, also what the service does: away from this machine's networks and processes.

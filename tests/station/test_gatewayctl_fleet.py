@@ -306,6 +306,7 @@ def test_terminal_that_is_closed_ends_a_run_unless_that_is_not_wanted(
             assert tool.stdout.readline().endswith("taken\n")
             tool.send_signal(signal.SIGHUP)
             if launcher == "nohup":
+                assert ignores(tool.pid, signal.SIGHUP)
                 assert connection.recv(4095) == MESSAGE
                 connection.close()
             output, _ = tool.communicate(timeout=30)
@@ -314,6 +315,11 @@ def test_terminal_that_is_closed_ends_a_run_unless_that_is_not_wanted(
     assert tool.returncode == int(is_ended)
     assert ("interrupted: sent, not read yet, taken back" in output) == is_ended
     assert failed.read_text().splitlines()[1:] == is_ended * [f"{address}  {address}"]
+
+
+def ignores(pid: int, number: signal.Signals) -> bool:
+    status = Path(f"/proc/{pid}/status").read_text()
+    return bool(int(status.partition("SigIgn:")[2].split()[0], 16) & 1 << (number - 1))
 
 
 def test_progress_is_for_a_terminal(fleet: Fleet) -> None:

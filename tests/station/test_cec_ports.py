@@ -100,6 +100,7 @@ def test_service_needs_no_runtime_library() -> None:
 
 
 @pytest.mark.slow
+@pytest.mark.timeout(1200)  # it builds
 def test_board_executable_needs_exactly_the_ports_operations(
     tmp_path: Path, make_station: StationMaker
 ) -> None:
@@ -126,6 +127,7 @@ def test_board_executable_needs_exactly_the_ports_operations(
 
 
 @pytest.mark.slow
+@pytest.mark.timeout(1200)  # it builds
 def test_executable_for_the_kernels_device_goes_on_without_one(
     tmp_path: Path, make_station: StationMaker
 ) -> None:

@@ -279,6 +279,7 @@ def test_chapter_for_debian_leaves_what_it_promises(make_station: StationMaker) 
 
 
 @pytest.mark.slow
+@pytest.mark.timeout(1200)  # it builds
 def test_installation_works_as_written(make_station: StationMaker, tmp_path: Path) -> None:
     *lines, config = run_by("test_installation_works_as_written")
     assert len(lines) == 3

@@ -20,10 +20,14 @@ STATION_PROGRAMS = (
 )
 WITHOUT_PROGRAMS = ("test_dissector.py",)
 
-# A mutant may do anything, also what the service does: away from this machine's networks and processes.
+# A mutant may do anything, also what the service does: away from this machine's networks and processes,
+# and from the names of its devices.
 CONFINED = ("unshare", "--net", "--pid", "--fork", "--kill-child", "--mount-proc", "sh", "-c")
 # Not in its first process, which signals do not end.
-CONFINED_START = 'ip link set lo up && "$0" "$@"; exit $?'
+CONFINED_START = (
+    "mount --rbind /dev /dev && mount -o remount,bind,ro /dev && "
+    'ip link set lo up && "$0" "$@"; exit $?'
+)
 
 UNIT_LIMIT = 60  # seconds; whatever takes longer hangs
 STATION_LIMIT = 400

@@ -302,7 +302,7 @@ TEST(roll_call, tells_who_has_lost_its_address) {
     roll_call_settings settings = calling(unit);
     settings.expected = {
         {{"a", unit.host, ""}, {"b", own_network::address(3), "", "02:00:00:00:00:01"}}, {"b"}};
-    settings.save_file = "/dev/null";
+    settings.save_file = testing::TempDir() + "gatewayctl_lost";
     std::thread world([&unit] {
         char byte = 0;
         recv(unit.commands.get(), &byte, 1, 0);
@@ -314,6 +314,7 @@ TEST(roll_call, tells_who_has_lost_its_address) {
     EXPECT_EQ(testing::internal::GetCapturedStderr(),
               "gatewayctl: warning: a: another unit answers at its address " + unit.host +
                   ", so its line is saved as a comment\n");
+    std::remove(settings.save_file.c_str());
 }
 
 TEST(roll_call, tells_that_nobody_answers) {

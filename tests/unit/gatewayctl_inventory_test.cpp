@@ -1,4 +1,5 @@
 #include "tests/unit/gatewayctl_test.h"
+#include "tools/gatewayctl/descriptor_owner.h"
 #include "tools/gatewayctl/inventory.h"
 #include "tools/gatewayctl/inventory_file.h"
 
@@ -8,7 +9,9 @@
 #include <gtest/gtest.h>
 #include <iterator>
 #include <string>
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/un.h>
 
 namespace {
 
@@ -177,7 +180,20 @@ TEST(inventory_file, is_not_there_before_it_is_written) {
 TEST(inventory_file, tells_that_it_cannot_be_written) {
     EXPECT_THROW(inventory_file("/no/such/folder/file"), run_failure);
     EXPECT_THROW(inventory_file{testing::TempDir()}, run_failure) << "a folder";
-    EXPECT_THROW(inventory_file("/dev/full").write({}, "comment"), run_failure);
+}
+
+// A socket, because a mistake here would replace the machine's own device.
+TEST(inventory_file, replaces_nothing_that_is_no_file) {
+    const std::string name = testing::TempDir() + "gatewayctl_inventory_socket";
+    std::filesystem::remove(name);
+    const descriptor_owner socket_there(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    name.copy(address.sun_path, sizeof address.sun_path - 1);
+    ASSERT_EQ(bind(socket_there.get(), reinterpret_cast<sockaddr *>(&address), sizeof address), 0);
+    EXPECT_THROW(inventory_file(name).write({}, "comment"), run_failure);
+    EXPECT_TRUE(std::filesystem::is_socket(name));
+    std::filesystem::remove(name);
 }
 
 TEST(inventory, is_narrowed_to_a_group) {

@@ -294,7 +294,7 @@ def test_installation_works_as_written(make_station: StationMaker, tmp_path: Pat
             check=True,
             capture_output=True,
             env={"PATH": "/usr/sbin:/usr/bin:/sbin:/bin", "DESTDIR": str(root)},
-            timeout=300,
+            timeout=1100,
         )
     installed = {str(p.relative_to(root)) for p in root.rglob("*") if p.is_file()}
     programs = {"usr/local/sbin/hdtv", "usr/local/sbin/hdtv-doctor", "usr/local/bin/gatewayctl"}

@@ -1,14 +1,16 @@
 """hdtv-doctor in the service's place: the service is running again afterward, whatever happens."""
 
 import json
+import os
 from collections.abc import Iterator
 
 import pytest
 from board_support import APPLETS, SCRIPTS, Board
-from doctor_support import CONFIG, PROGRAM, PROGRAMS, Report, Finding, start_doctor
+from doctor_support import CONFIG, PROGRAM, PROGRAMS, Report, Finding, examine, start_doctor
 from support import StationMaker, start
 
 from simulation import gateway
+from simulation.places import GATEWAY_FILE
 from simulation.process import Process
 from simulation.television import Television
 from simulation.waiting import wait_for
@@ -69,6 +71,24 @@ def test_television_is_asked_in_the_services_place_but_not_during_an_alert(board
     assert report.of("television").grade == "cannot tell"
     assert report.of("television").evidence.startswith("an alert is on the page")
     assert report.of("TCP port 4000").grade == "ok"
+
+
+def set_times(board: Board, service: float, gateway_file: float) -> None:
+    """When the service was started, and when it learnt its gateway."""
+    for name, then in (("/run/hdtv.pid", service), (GATEWAY_FILE, gateway_file)):
+        os.utime(board.station.path(name), (then, then))
+
+
+def test_gateway_stays_known_when_the_clock_is_set(board: Board) -> None:
+    """Many boards have no clock of their own: the gateway sets it after the first connection."""
+    gateway.deliver(board.station, gateway.detail_alert(""))
+    year_2001 = 978307200
+    set_times(board, service=year_2001, gateway_file=year_2001 + 5)
+    assert examine(board.station).of("gateway").evidence == "10.87.33.20, known"
+    set_times(board, service=year_2001, gateway_file=year_2001 - 5)
+    gateway_line = examine(board.station).of("gateway")
+    assert gateway_line.grade == "cannot tell"
+    assert gateway_line.evidence == "10.87.33.20, left by a former service; none known yet"
 
 
 def test_service_with_a_connection_is_not_stopped(board: Board) -> None:

@@ -5,6 +5,7 @@
 #include "tools/doctor/files.h"
 #include "tools/doctor/sections.h"
 #include "tools/doctor/sockets.h"
+#include "tools/doctor/starter.h"
 #include "tools/gatewayctl/descriptor_owner.h"
 #include "tools/gatewayctl/text.h"
 
@@ -210,10 +211,24 @@ bool is_behind_proxy(const snapshot &taken) {
     });
 }
 
-// Nobody removes the file.
-bool is_left_by_former_service(const snapshot &taken) {
-    return taken.service() == nullptr ||
-           age_of(gateway_file).value_or(0) > running_time(*taken.service()) + clock_rounding;
+// Empty unless the gateway's file was left by a former service, for nobody removes it: then how sure
+// that is.
+std::string sign_of_former_service(const snapshot &taken) {
+    const process *service = taken.service();
+    const auto is_former = service == nullptr ? true : is_from_before_start(gateway_file, *service);
+    if (is_former) {
+        return *is_former ? "left by a former service" : "";
+    }
+    return age_of(gateway_file).value_or(0) > running_time(*service) + clock_rounding
+               ? "left by a former service, unless the clock has been set since"
+               : "";
+}
+
+// Nothing where the clock has been set since: many boards have none of their own, and the gateway sets it.
+std::string known_time(const process &service) {
+    const std::time_t age = age_of(gateway_file).value_or(0);
+    const bool is_likely = age >= 0 && age <= running_time(service) + clock_rounding;
+    return is_likely ? " for " + duration_text(age) : "";
 }
 
 finding about_gateway(const snapshot &taken) {
@@ -229,9 +244,8 @@ finding about_gateway(const snapshot &taken) {
             "send something over TCP: gatewayctl --to UNIT stop-turnout", chapter::trouble);
     }
     const std::string address = member_of(*text, "gateway_addr");
-    if (is_left_by_former_service(taken)) {
-        return cannot_tell(link, address + ", left by a former service, unless the clock has been "
-                                           "set since; none known yet");
+    if (const std::string sign = sign_of_former_service(taken); !sign.empty()) {
+        return cannot_tell(link, address + ", " + sign + "; none known yet");
     }
     in_addr gateway{};
     if (inet_pton(AF_INET, address.c_str(), &gateway) != 1) {
@@ -243,7 +257,7 @@ finding about_gateway(const snapshot &taken) {
         return has_failed(link, address + ", to which there is no route",
                           "correct eth0's network mask, or its default route", chapter::trouble);
     }
-    return is_ok(link, address + ", known for " + duration_text(age_of(gateway_file).value_or(0)));
+    return is_ok(link, address + ", known" + known_time(*taken.service()));
 }
 
 } // namespace

@@ -5,6 +5,7 @@
 #include "tools/doctor/files.h"
 #include "tools/doctor/run_program.h"
 #include "tools/doctor/sockets.h"
+#include "tools/doctor/starter.h"
 
 #include <cerrno>
 #include <chrono>
@@ -17,7 +18,6 @@
 namespace {
 
 constexpr const char *init_script = "/etc/init.d/S90hdtv";
-constexpr const char *init_pid_file = "/var/run/hdtv.pid";
 
 bool is_gone(int pid) {
     return kill(pid, 0) != 0 && errno == ESRCH;
@@ -50,12 +50,11 @@ void refuse_during_alert() {
 } // namespace
 
 service_commands commands_for(const process &service) {
-    const std::string id = std::to_string(service.pid);
-    const std::string groups = read_file("/proc/" + id + "/cgroup").value_or("");
-    if (groups.find("/hdtv.service") != std::string::npos) {
+    const starter by = starter_of(service);
+    if (by == starter::systemd) {
         return {{"/bin/systemctl", "stop", "hdtv"}, {"/bin/systemctl", "start", "hdtv"}};
     }
-    if (first_line(init_pid_file) == id && is_program(init_script)) {
+    if (by == starter::init_script && is_program(init_script)) {
         return {{init_script, "stop"}, {init_script, "start"}};
     }
     throw stop_failure(name_and_id(service) +

@@ -1,23 +1,17 @@
-// The metrics: their text, their file and their server.
+// The metrics: their text and their server.
 
 #include "tools/gatewayctl/address.h"
 #include "tools/gatewayctl/failure.h"
 #include "tools/gatewayctl/metrics.h"
-#include "tools/gatewayctl/metrics_file.h"
 #include "tools/gatewayctl/metrics_server.h"
 #include "tools/gatewayctl/socket.h"
 
 #include "fleet_story.h"
 
 #include <cerrno>
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
 #include <gtest/gtest.h>
-#include <iterator>
 #include <optional>
 #include <sys/socket.h>
-#include <sys/stat.h>
 
 namespace {
 
@@ -105,61 +99,6 @@ TEST(metrics, count_roll_calls_and_time_their_answers) {
 TEST(metrics, escape_what_a_label_cannot_hold) {
     const fleet_story story({{alpha, "a\"b\\c\nd\xc3\xa4", ""}});
     EXPECT_NE(metrics_of(story).find("unit=\"a\\\"b\\\\c\\nd\xc3\xa4\""), std::string::npos);
-}
-
-/// An empty directory of its own.
-struct scratch_directory {
-    std::string path = "/tmp/gatewayctl_test.XXXXXX";
-
-    scratch_directory() {
-        EXPECT_NE(mkdtemp(path.data()), nullptr);
-    }
-    scratch_directory(const scratch_directory &) = delete;
-    scratch_directory &operator=(const scratch_directory &) = delete;
-    ~scratch_directory() {
-        std::filesystem::remove_all(path);
-    }
-    std::ptrdiff_t files() const {
-        return std::distance(std::filesystem::directory_iterator(path), {});
-    }
-};
-
-std::string content_of(const std::string &path) {
-    std::ifstream file(path);
-    return {std::istreambuf_iterator<char>(file), {}};
-}
-
-TEST(metrics_file, is_replaced_as_a_whole) {
-    const scratch_directory place;
-    const std::string path = place.path + "/units.prom";
-    const mode_t before = umask(077);
-    replace_file(path, "first\n");
-    std::ifstream reader(path); // of the old one
-    const std::string large(1 << 20, 'x');
-    replace_file(path, large);
-    umask(before);
-    EXPECT_EQ(content_of(path), large);
-    EXPECT_EQ(std::string(std::istreambuf_iterator<char>(reader), {}), "first\n");
-    EXPECT_EQ(place.files(), 1);
-    struct stat status {};
-    EXPECT_EQ(stat(path.c_str(), &status), 0);
-    EXPECT_EQ(status.st_mode & 0777U, 0644U);
-}
-
-TEST(metrics_file, leaves_nothing_behind_where_it_cannot_be_written) {
-    const scratch_directory place;
-    const std::string path = place.path + "/units.prom";
-    std::filesystem::create_directory(path); // in the way of the new one
-    for (const auto &[file, error] :
-         {std::pair(path, EISDIR), std::pair(place.path + "/none/units.prom", ENOENT)}) {
-        try {
-            replace_file(file, "text");
-            FAIL();
-        } catch (const run_failure &failure) {
-            EXPECT_EQ(failure.what(), "cannot write " + file + ": " + reason(error));
-        }
-    }
-    EXPECT_EQ(place.files(), 1);
 }
 
 /// A server on a free port, and what its owner does with it.

@@ -1,7 +1,7 @@
 #include "tools/gatewayctl/inventory_file.h"
 
 #include "tools/gatewayctl/failure.h"
-#include "tools/gatewayctl/metrics_file.h"
+#include "tools/gatewayctl/replace_file.h"
 #include "tools/gatewayctl/socket.h"
 
 #include <cerrno>
@@ -76,9 +76,7 @@ void inventory_file::write(const std::string &text) const {
         write_to_device(name_, text);
         return;
     }
-    const std::string target = target_of(name_);
-    replace_file(target, text, exists ? status.st_mode & 07777U : mode_of_new_files());
-    if (exists && chown(target.c_str(), status.st_uid, status.st_gid) != 0) {
-        return; // only root can give a file away
-    }
+    replace_file(target_of(name_), text,
+                 exists ? file_rights{status.st_mode & 07777U, status.st_uid, status.st_gid}
+                        : file_rights{mode_of_new_files()});
 }

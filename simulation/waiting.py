@@ -10,8 +10,10 @@ T = TypeVar("T")
 DEADLINE = 60.0
 
 
-def wait_for(condition: Callable[[], T], what: str, deadline: float = DEADLINE) -> T:
-    """Returns the first truthy result of condition."""
+def wait_for(
+    condition: Callable[[], T], what: str, deadline: float = DEADLINE, pace: float = 0.002
+) -> T:
+    """Returns the first truthy result of condition, which is tried again at this pace. All in seconds."""
     end = time.monotonic() + deadline
     while True:
         result = condition()
@@ -19,4 +21,4 @@ def wait_for(condition: Callable[[], T], what: str, deadline: float = DEADLINE) 
             return result
         if time.monotonic() > end:
             raise TimeoutError(f"not within {deadline:g} s: {what}")
-        time.sleep(0.002)
+        time.sleep(pace)

@@ -2,9 +2,9 @@
 screen, with nothing that is not in the chapter. ./scripts/chapter runs it."""
 
 import contextlib
+import re
 import subprocess
-import time
-from collections.abc import Iterator
+from collections.abc import Callable, Iterator
 from pathlib import Path
 
 import pytest
@@ -20,6 +20,8 @@ pytestmark = pytest.mark.timeout(5400)
 
 # Emulated, a browser takes minutes to start.
 DEADLINE = 1800.0
+# Between two looks, each of which costs the emulator time.
+PACE = 2.0
 
 ADDRESS = "10.87.33.77"  # from the DHCP server
 FRAME, BLUE = bytes([0xD3, 0x2F, 0x2F]), bytes([0x15, 0x65, 0xF0])  # an alert's, a tile's
@@ -28,6 +30,10 @@ CHAPTER = "A unit that runs Debian"
 # Typed on another machine.
 ELSEWHERE = ("./scripts/package", "scp ")
 REBOOT = "reboot"
+
+
+def wait_for(condition: Callable[[], bool], what: str) -> None:
+    waiting.wait_for(condition, what, DEADLINE, PACE)
 
 
 class Screen:
@@ -50,20 +56,27 @@ class Screen:
         )
 
     def pixels(self) -> bytes:
-        """Three bytes each; nothing while the picture is being written."""
+        """Three bytes each."""
         assert self.process.stdin is not None and self.process.poll() is None
+        self._picture.unlink(missing_ok=True)
         self.process.stdin.write(f"screendump {self._picture}\n".encode())
         self.process.stdin.flush()
-        time.sleep(2)  # it takes the emulator's time as well
-        return self._picture.read_bytes() if self._picture.exists() else b""
+        return waiting.wait_for(self._whole_picture, "a picture of the screen")
+
+    def _whole_picture(self) -> bytes:
+        """Its pixels; none while it is being written."""
+        picture = self._picture.read_bytes() if self._picture.exists() else b""
+        header = re.match(rb"P6\n(\d+) (\d+)\n255\n", picture)
+        pixels = picture[header.end() :] if header else b""
+        return pixels if header and len(pixels) == 3 * int(header[1]) * int(header[2]) else b""
 
     def share(self, color: bytes) -> float:
         """Of its pixels."""
         pixels = self.pixels()
-        return pixels.count(color) * 3 / len(pixels) if pixels else 0.0
+        return pixels.count(color) * 3 / len(pixels)
 
     def wait_for_share(self, color: bytes, least: float, most: float) -> None:
-        waiting.wait_for(lambda: least <= self.share(color) <= most, "the picture", DEADLINE)
+        wait_for(lambda: least <= self.share(color) <= most, "the picture")
 
 
 @contextlib.contextmanager
@@ -96,9 +109,9 @@ def test_chapter_leads_to_an_alert_on_the_screen(tmp_path: Path) -> None:
         gateway.start_dhcp_server(network, "br0")
         with gateway.record_listener(network) as records:
             with powered_on(network, root, tmp_path) as screen:
-                waiting.wait_for(lambda: answers(network, records), "an answer", DEADLINE)
+                wait_for(lambda: answers(network, records), "an answer")
                 alert = gateway.detail_alert("FIRE\n1200 MAIN ST", {0: gateway.Unit("E1", 2)})
-                waiting.wait_for(lambda: shows(network, screen, alert), "the alert", DEADLINE)
+                wait_for(lambda: shows(network, screen, alert), "the alert")
                 screen.wait_for_share(BLUE, 0.01, 0.9)
                 gateway.deliver(network, gateway.detail_alert(""), destination=ADDRESS)
                 screen.wait_for_share(FRAME, 0, 0)

@@ -24,12 +24,23 @@ namespace {
 
 constexpr std::chrono::seconds long_time(60);
 
+exchange exchange_with(const loopback_unit &unit, const bytes &message,
+                       clock_type::duration patience = long_time) {
+    return {open_socket(exchange::socket_type), unit.address, message,
+            clock_type::now() + patience};
+}
+
 // One wait and what follows.
 bool advance(exchange &sending) {
     poll_set events(clock_type::now() + long_time);
     sending.watch(events);
     events.wait();
     return sending.advance(events);
+}
+
+void start_and_send(exchange &sending) {
+    sending.start();
+    EXPECT_FALSE(advance(sending)); // connected, and sent
 }
 
 std::string failure_of(const std::function<void()> &act) {
@@ -70,11 +81,9 @@ class descriptor_limit {
 TEST(exchange, ends_when_the_unit_has_read_and_closed) {
     loopback_unit unit;
     unit.listen();
-    exchange sending(open_socket(exchange::socket_type), unit.address, {1, 2, 3},
-                     clock_type::now() + long_time);
-    sending.start();
+    exchange sending = exchange_with(unit, {1, 2, 3});
+    start_and_send(sending);
     descriptor_owner connection = unit.accept();
-    EXPECT_FALSE(advance(sending)); // connected, and sent
     char bytes[8];
     EXPECT_EQ(recv(connection.get(), bytes, sizeof bytes, 0), 3);
     poll_set nothing(clock_type::now());
@@ -90,10 +99,8 @@ TEST(exchange, ends_when_the_unit_has_read_and_closed) {
 TEST(exchange, sleeps_until_the_unit_has_read) {
     loopback_unit unit;
     unit.listen();
-    exchange sending(open_socket(exchange::socket_type), unit.address, {1},
-                     clock_type::now() + long_time);
-    sending.start();
-    EXPECT_FALSE(advance(sending)); // connected, and sent
+    exchange sending = exchange_with(unit, {1});
+    start_and_send(sending);
     const auto end = clock_type::now() + std::chrono::milliseconds(20);
     poll_set events(end);
     sending.watch(events);
@@ -108,11 +115,9 @@ template <class function> std::string failure_with(const bytes &message, functio
     const int small = 1; // the system's least instead
     setsockopt(unit.socket_fd.get(), SOL_SOCKET, SO_RCVBUF, &small, sizeof small);
     unit.listen();
-    exchange sending(open_socket(exchange::socket_type), unit.address, message,
-                     clock_type::now() + long_time);
-    sending.start();
+    exchange sending = exchange_with(unit, message);
+    start_and_send(sending);
     descriptor_owner connection = unit.accept();
-    EXPECT_FALSE(advance(sending)); // connected, and sent
     act(connection);
     std::string failure = failure_of([&] {
         while (!advance(sending)) {
@@ -154,13 +159,7 @@ TEST(exchange, is_not_taken_by_a_peer_that_reads_a_part) {
         << "ended while bytes were still on their way";
 }
 
-TEST(exchange, takes_back_what_is_not_read_in_time) {
-    loopback_unit unit;
-    unit.listen();
-    exchange sending(open_socket(exchange::socket_type), unit.address, {1},
-                     clock_type::now() + std::chrono::milliseconds(20));
-    EXPECT_NE(failure_of(sending), "");
-    { const exchange ended(std::move(sending)); }
+void expect_reset(const loopback_unit &unit) {
     const descriptor_owner connection = unit.accept();
     char bytes[2];
     while (recv(connection.get(), bytes, sizeof bytes, 0) > 0) {
@@ -168,14 +167,21 @@ TEST(exchange, takes_back_what_is_not_read_in_time) {
     EXPECT_EQ(errno, ECONNRESET);
 }
 
+TEST(exchange, takes_back_what_is_not_read_in_time) {
+    loopback_unit unit;
+    unit.listen();
+    exchange sending = exchange_with(unit, {1}, std::chrono::milliseconds(20));
+    EXPECT_NE(failure_of(sending), "");
+    { const exchange ended(std::move(sending)); }
+    expect_reset(unit);
+}
+
 TEST(exchange, is_not_taken_by_a_peer_that_is_reset_after_its_end) {
     loopback_unit unit;
     unit.listen();
-    exchange sending(open_socket(exchange::socket_type), unit.address, {1, 2, 3},
-                     clock_type::now() + long_time);
-    sending.start();
+    exchange sending = exchange_with(unit, {1, 2, 3});
+    start_and_send(sending);
     descriptor_owner connection = unit.accept();
-    EXPECT_FALSE(advance(sending)); // connected, and sent
     EXPECT_EQ(shutdown(connection.get(), SHUT_RDWR), 0);
     EXPECT_FALSE(advance(sending)); // its end
     connection = descriptor_owner();
@@ -186,30 +192,22 @@ TEST(exchange, takes_back_what_is_given_up) {
     loopback_unit unit;
     unit.listen();
     {
-        exchange sending(open_socket(exchange::socket_type), unit.address, {1},
-                         clock_type::now() + long_time);
+        exchange sending = exchange_with(unit, {1});
         EXPECT_FALSE(sending.give_up()) << "nothing is sent yet";
-        sending.start();
-        EXPECT_FALSE(advance(sending)); // connected, and sent
+        start_and_send(sending);
         EXPECT_TRUE(sending.give_up());
     }
-    const descriptor_owner connection = unit.accept();
-    char bytes[2];
-    while (recv(connection.get(), bytes, sizeof bytes, 0) > 0) {
-    }
-    EXPECT_EQ(errno, ECONNRESET);
+    expect_reset(unit);
 }
 
 TEST(exchange, tells_why_it_fails) {
     loopback_unit unit;
-    exchange refused(open_socket(exchange::socket_type), unit.address, {1},
-                     clock_type::now() + long_time);
+    exchange refused = exchange_with(unit, {1});
     EXPECT_EQ(failure_of(refused),
               "cannot connect to " + to_text(unit.address) +
                   ": Connection refused (the machine is up, but the service is not running)");
     unit.listen();
-    exchange untaken(open_socket(exchange::socket_type), unit.address, {1},
-                     clock_type::now() + std::chrono::milliseconds(20));
+    exchange untaken = exchange_with(unit, {1}, std::chrono::milliseconds(20));
     EXPECT_TRUE(
         failure_of(untaken).starts_with("the message was sent, but " + to_text(unit.address)));
 }

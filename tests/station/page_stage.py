@@ -3,6 +3,8 @@
 import contextlib
 import functools
 import http.server
+import itertools
+import re
 import threading
 from collections.abc import Iterator, Sequence
 from pathlib import Path
@@ -25,7 +27,9 @@ NOW = 1_800_000_000  # seconds since 1970, when a page is opened
 # Before the page's own scripts. Its time stands still until a test
 # lets it pass, while its drawing loop runs as often as the browser draws.
 _PREPARATION = """
-    window.station_preview = location.hash === '#polling' ? undefined : {search: location.search};
+    if (location.hash !== '#polling') {
+        window.station_preview = {search: location.search};
+    }
     (function () {
         var set_timeout = setTimeout, real_date = Date;
         window.ahead = 0; /* milliseconds */
@@ -35,26 +39,35 @@ _PREPARATION = """
             return new real_date(arguments.length ? time : Date.now());
         };
         Date.now = function () { return %d + performance.now() + clock_set_by; };
-        setTimeout = function (action, delay) { return set_timeout(action, delay / 25); };
+        setTimeout = function (action, delay, ...rest) {
+            return set_timeout(action, delay / 25, ...rest);
+        };
     }());
 """ % (
     NOW * 1000
 )
 
 
+_copies = itertools.count()
+
+
 class _Files(http.server.SimpleHTTPRequestHandler):
     missing: set[str] = set()
+    missing_once: set[str] = set()
     released = threading.Event()
 
     def do_GET(self) -> None:
         if self.path.endswith("?wait"):
             self.released.wait(DEADLINE)
-        if self.path.strip("/") in self.missing:
+        name = self.path.strip("/")
+        if name in self.missing | self.missing_once:
+            self.missing_once.discard(name)
             self.send_error(503)
         else:
             super().do_GET()
 
     def translate_path(self, path: str) -> str:
+        path = re.sub(r"^/copy\d+/", "/", path)
         return str(_MAP) if "map.svg" in path else super().translate_path(path)
 
     def log_message(self, *_: object) -> None:
@@ -83,6 +96,17 @@ class Stage(Browser):
     def miss(self, *files: str) -> None:
         """From now on the web server cannot serve these."""
         _Files.missing = set(files)
+
+    def copy_without(self, file: str) -> str:
+        """The folder of a copy of the page of which the browser has kept nothing. The web server cannot
+        serve this file when it is asked for it first."""
+        folder = f"copy{next(_copies)}"
+        _Files.missing_once.add(f"{folder}/{file}")
+        return folder
+
+    def has_missed(self, folder: str) -> bool:
+        """Whether the web server has been asked for the copy's missing file."""
+        return not any(name.startswith(f"{folder}/") for name in _Files.missing_once)
 
     def release(self) -> None:
         """The answers to addresses that end in "?wait"."""

@@ -47,7 +47,9 @@ _FASTER = """
             return new real_date(arguments.length ? time : Date.now());
         };
         Date.now = function () { return %d + performance.now(); };
-        setTimeout = function (action, delay) { return set_timeout(action, delay / %d); };
+        setTimeout = function (action, delay, ...rest) {
+            return set_timeout(action, delay / %d, ...rest);
+        };
     }());
 """ % (
     SPEED,

@@ -63,7 +63,8 @@ def build(directory: Path, port: str) -> Path:
     options = ["-DHDTV_WERROR=ON", "-DHDTV_TESTS=OFF", "-DHDTV_STATION=OFF"]
     libraries = f"-DCMAKE_LIBRARY_PATH={directory.parent}"
     subprocess.run([*configure, *options, libraries], check=True, capture_output=True)
-    subprocess.run(["cmake", "--build", directory], check=True, capture_output=True)
+    programs = ["cmake", "--build", directory, "--target", "hdtv", "hdtv-doctor"]
+    subprocess.run(programs, check=True, capture_output=True)
     return directory / "hdtv" / "hdtv"
 
 

@@ -10,7 +10,7 @@ from simulation import gateway
 from simulation.places import STATION_WEB, top_directory
 from simulation.station import Station
 
-pytestmark = [pytest.mark.once, pytest.mark.timeout(1200)]  # it builds the package
+pytestmark = pytest.mark.once
 
 DEBIAN = top_directory() / "board" / "debian"
 CMAKE = top_directory() / "cmake"

@@ -1,4 +1,5 @@
-"""The service when configured for the board and for the kernel's CEC device."""
+"""The service when configured for the board's own libraries. The installation as documented, for the
+kernel's CEC device, is in test_docs.py."""
 
 import re
 import subprocess
@@ -6,6 +7,7 @@ from pathlib import Path
 
 import pytest
 from support import StationMaker
+from symbols import throwing_symbols, undefined_symbols
 
 from simulation import gateway
 from simulation.gateway import deliver
@@ -63,23 +65,9 @@ def build(directory: Path, port: str) -> Path:
     options = ["-DHDTV_WERROR=ON", "-DHDTV_TESTS=OFF", "-DHDTV_STATION=OFF"]
     libraries = f"-DCMAKE_LIBRARY_PATH={directory.parent}"
     subprocess.run([*configure, *options, libraries], check=True, capture_output=True)
-    programs = ["cmake", "--build", directory, "--target", "hdtv", "hdtv-doctor"]
-    subprocess.run(programs, check=True, capture_output=True)
+    make = ["cmake", "--build", str(directory), "--target", "hdtv", "hdtv-doctor"]
+    subprocess.run(make, check=True, capture_output=True)
     return directory / "hdtv" / "hdtv"
-
-
-def undefined_symbols(program: Path) -> set[str]:
-    listing = subprocess.run(
-        ["nm", "--dynamic", "--undefined-only", program], check=True, capture_output=True, text=True
-    ).stdout
-    return {line.split()[-1].partition("@")[0] for line in listing.splitlines()}
-
-
-def throwing_symbols(program: Path) -> set[str]:
-    """The symbols that a program which can throw needs: throws themselves, and the language's
-    allocation operators."""
-    names = ("__cxa_throw", "__cxa_rethrow", "__cxa_allocate", "_Znw", "_Zna", "__throw_")
-    return {x for x in undefined_symbols(program) if any(name in x for name in names)}
 
 
 def test_nothing_in_the_service_can_throw() -> None:
@@ -123,22 +111,6 @@ def test_board_executable_needs_exactly_the_ports_operations(
     called = [line[7:] for line in service.output.splitlines() if line.startswith("board: ")]
     assert called[:4] == ["vcos_init", "vchi_initialise", "vchi_connect", "vc_vchi_cec_init"]
     assert called[-2:] == ["vc_cec_send_message", "vc_cec_send_ActiveSource"]
-    deliver(station, gateway.display_alert("FIRE"))
-    assert station.document()["alert_area"] == "FIRE"
-
-
-@pytest.mark.slow
-@pytest.mark.timeout(1200)  # it builds
-def test_executable_for_the_kernels_device_goes_on_without_one(
-    tmp_path: Path, make_station: StationMaker
-) -> None:
-    program = build(tmp_path / "build", "linux")
-    assert throwing_symbols(program) == set()
-    station = make_station(programs={"hdtv": program})
-    service = station.start_service()
-    station.wait_for_calls("qt-webkit-kiosk")
-    assert service.errors == "CEC: /dev/cec0: no adapter\n"
-    assert service.output.startswith("failed to open vchiq instance\n")
     deliver(station, gateway.display_alert("FIRE"))
     assert station.document()["alert_area"] == "FIRE"
 

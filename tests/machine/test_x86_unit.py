@@ -6,13 +6,13 @@ import re
 import subprocess
 from pathlib import Path
 
-import pytest
 from loudspeaker import hear, make_clip
 from machine import TOP, wait_for
 from x86_support import (
     BROWSER,
     DOCUMENT,
     JOURNAL,
+    ON_ONE_MACHINE,
     main_process,
     show,
     state,
@@ -26,8 +26,7 @@ from simulation.station import Station
 
 pytest_plugins = ["console_report", "x86_fixtures"]
 
-# A whole machine has to boot first, and the tests wait for it again and again.
-pytestmark = [pytest.mark.timeout(1200), pytest.mark.xdist_group("x86")]
+pytestmark = ON_ONE_MACHINE
 
 SECURITY = (TOP / "docs" / "security.md").read_text()
 

@@ -1,23 +1,13 @@
 """hdtv-doctor on a real kernel, with the package's service: what no simulated station can break."""
 
-import json
 import re
 
-import pytest
-from x86_support import JOURNAL, main_process, start_television, state
+from x86_support import JOURNAL, ON_ONE_MACHINE, examine, main_process, start_television, state
 from x86_unit import X86Unit
 
 pytest_plugins = ["console_report", "x86_fixtures"]
 
-# A whole machine has to boot first, and the tests wait for it again and again.
-pytestmark = [pytest.mark.timeout(1200), pytest.mark.xdist_group("x86")]
-
-
-def examine(unit: X86Unit, option: str = "", starter: str = "") -> dict[str, tuple[str, str]]:
-    """What hdtv-doctor says: the grade of each link and the evidence."""
-    lines = unit.run(f"{starter} hdtv-doctor --json {option} 2>/dev/null").splitlines()
-    found = [json.loads(line) for line in lines if line.startswith("{")]
-    return {each["link"]: (each["grade"], each["evidence"]) for each in found}
+pytestmark = ON_ONE_MACHINE
 
 
 def test_doctor_asks_the_television_beside_the_service(unit: X86Unit) -> None:

@@ -2,11 +2,11 @@
 
 import re
 
-import pytest
 from machine import wait_for
 from x86_support import (
     DOCUMENT,
     JOURNAL,
+    ON_ONE_MACHINE,
     alert_over_tcp,
     connect_and_stay,
     main_process,
@@ -21,8 +21,7 @@ from simulation.station import Station
 
 pytest_plugins = ["console_report", "x86_fixtures"]
 
-# A whole machine has to boot first, and the tests wait for it again and again.
-pytestmark = [pytest.mark.timeout(1200), pytest.mark.xdist_group("x86")]
+pytestmark = ON_ONE_MACHINE
 
 
 def timeouts(unit: X86Unit) -> int:

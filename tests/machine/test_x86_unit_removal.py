@@ -1,12 +1,14 @@
 """What comes and goes with a unit that runs Debian: its clock, its adapter, its address, the package, its
 power, and what the machine's watchdog does when the service hangs."""
 
-import pytest
 from machine import wait_for
 from x86_support import (
     BROWSER,
     DOCUMENT,
     JOURNAL,
+    ON_ONE_MACHINE,
+    alert_over_tcp,
+    examine,
     main_process,
     show,
     state,
@@ -20,13 +22,18 @@ from simulation.station import Station
 
 pytest_plugins = ["console_report", "x86_fixtures"]
 
-# A whole machine has to boot first, and the tests wait for it again and again.
-pytestmark = [pytest.mark.timeout(1200), pytest.mark.xdist_group("x86")]
+pytestmark = ON_ONE_MACHINE
 
 
-def test_date_is_set(unit: X86Unit, network: Station) -> None:
+def test_date_is_set_and_the_gateway_stays_known(unit: X86Unit, network: Station) -> None:
+    """As on a unit without a clock of its own: its gateway connects, and then sets it."""
+    alert_over_tcp(unit, network, "")
+    grade, evidence = examine(unit)["gateway"]
+    known, _, since = evidence.partition(" for ")
+    assert grade == "ok" and known.endswith(", known") and since
     gateway.send_datagram(network, gateway.set_date("@1900000000"), destination=ADDRESS)
     wait_for(lambda: int(unit.run("date +%s")) >= 1900000000, "the date")
+    assert examine(unit)["gateway"] == ("ok", known)
 
 
 def test_adapter_that_goes_away_lets_the_alert_through_that_waits_for_its_television(

@@ -1,7 +1,9 @@
 """What the tests of the emulated unit that runs Debian share."""
 
+import json
 import socket
 
+import pytest
 from x86_unit import ADDRESS, X86Unit
 
 from simulation import gateway
@@ -13,6 +15,9 @@ JOURNAL = (
 )
 DOCUMENT = "wget -q -O - http://127.0.0.1/station_web/alerts.json"
 BROWSER = "ps -e -o args | grep '^-u http://127'"
+
+# Of each file of tests: a whole machine has to boot first, and the tests wait for it again and again.
+ON_ONE_MACHINE = [pytest.mark.timeout(1200), pytest.mark.xdist_group("x86")]
 
 
 def start_television(unit: X86Unit) -> None:
@@ -56,3 +61,10 @@ def connect_and_stay(network: Station, message: bytes) -> socket.socket:
 def alert_over_tcp(unit: X86Unit, network: Station, text: str) -> None:
     gateway.reset(connect_and_stay(network, gateway.display_alert(text)))
     unit.wait_for_output(DOCUMENT, f'"alert_area":"{text}"')
+
+
+def examine(unit: X86Unit, option: str = "", starter: str = "") -> dict[str, tuple[str, str]]:
+    """What hdtv-doctor says: the grade of each link and the evidence."""
+    lines = unit.run(f"{starter} hdtv-doctor --json {option} 2>/dev/null").splitlines()
+    found = [json.loads(line) for line in lines if line.startswith("{")]
+    return {each["link"]: (each["grade"], each["evidence"]) for each in found}

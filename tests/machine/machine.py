@@ -24,9 +24,12 @@ UP = "MACHINE-UP"
 # An emulated machine may be many times slower than this one, especially when this one is busy.
 DEADLINE = 120.0
 
+# Between two looks. Whoever asks an emulated machine all the time keeps it from its work.
+PACE = 0.2
 
-def wait_for(condition: Callable[[], T], what: str) -> T:
-    return waiting.wait_for(condition, what, DEADLINE)
+
+def wait_for(condition: Callable[[], T], what: str, pace: float = PACE) -> T:
+    return waiting.wait_for(condition, what, DEADLINE, pace)
 
 
 def kernel_version(cache: Path) -> str:
@@ -119,22 +122,32 @@ class Machine:
 
     @property
     def console(self) -> str:
-        return self.console_path.read_bytes().decode(errors="replace").replace("\r", "")
+        return self._console_from(0)
+
+    def _console_from(self, start: int) -> str:
+        with open(self.console_path, "rb") as console:
+            console.seek(start)
+            return console.read().decode(errors="replace").replace("\r", "")
 
     def run(self, command: str) -> str:
         """What a command prints on the machine's shell."""
         self._count += 1
+        before = self.console_path.stat().st_size
         mark = f"DONE-{self._count}-"
         assert self._process.stdin is not None
         line = f"{command}\necho; echo DONE-{self._count}-$?-\n"
         self._process.stdin.write(line.encode())
         self._process.stdin.flush()
         pattern = re.compile(rf"^{mark}(\d+)-$", re.MULTILINE)
-        found = wait_for(lambda: pattern.search(self.console), f"the end of {command!r}")
+        wait_for(
+            lambda: pattern.search(self._console_from(before)), f"the end of {command!r}", pace=0.01
+        )
+        console = self.console
+        found = pattern.search(console)
         assert found is not None
-        start = self.console.rfind(f"DONE-{self._count - 1}-", 0, found.start())
-        begin = self.console.index("\n", start) + 1 if start >= 0 else 0
-        return self.console[begin : found.start() - 1]
+        start = console.rfind(f"DONE-{self._count - 1}-", 0, found.start())
+        begin = console.index("\n", start) + 1 if start >= 0 else 0
+        return console[begin : found.start() - 1]
 
     def wait_for_output(self, command: str, text: str) -> None:
         """Repeats a command until its output contains the text."""
